@@ -1,0 +1,16 @@
+#include "RawSelEntry.h"
+
+#include <cstring>
+
+#include "ResponseBytes.h"
+
+void RawSelEntry::setValues(const std::vector<unsigned char>& response) {
+    constexpr std::size_t recordStart = 2;  // after the next record ID
+    copyResponseBytes(response, recordStart, reinterpret_cast<unsigned char*>(this), sizeof *this);
+}
+
+Tolmar::IPMISELENTRY RawSelEntry::toIpmiSelEntry() const {
+    Tolmar::IPMISELENTRY entry;
+    std::memcpy(&entry, this, sizeof entry);
+    return entry;
+}

@@ -1,0 +1,58 @@
+// Fixture for tests that talk to the simulated BMC: a fresh BMC and bench for every test, the
+// log captured, the minimum log level at its default, and clients the library left undeleted
+// reclaimed at the end.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <initializer_list>
+#include <iostream>
+#include <sstream>
+#include <string>
+
+#include "ClientBench.h"
+#include "Log.h"
+#include "SimulatedBmc.h"
+
+namespace sim {
+
+class BmcTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        bench.reset(bmc);
+        Log::SetMinLogLevel(1);
+        savedStderr_ = std::cerr.rdbuf(log_.rdbuf());
+    }
+
+    void TearDown() override {
+        std::cerr.rdbuf(savedStderr_);
+        bench.deleteLiveClients();
+    }
+
+    // Everything logged since the test started.
+    std::string logText() const { return log_.str(); }
+
+    static RecordedRequest request(unsigned char netFn, unsigned char command,
+                                   std::initializer_list<unsigned char> data) {
+        return {netFn, command, data};
+    }
+
+    SimulatedBmc bmc;
+    ClientBench& bench = ClientBench::instance();
+
+private:
+    std::ostringstream log_;
+    std::streambuf* savedStderr_ = nullptr;
+};
+
+// A SEL record with the given record ID and the bytes after the ID (record type ... event data 3).
+inline SimulatedBmc::SelRecord selRecord(unsigned id, std::initializer_list<unsigned char> rest) {
+    SimulatedBmc::SelRecord record{};
+    record[0] = id & 0xFF;
+    record[1] = (id >> 8) & 0xFF;
+    std::size_t at = 2;
+    for (unsigned char byte : rest) record[at++] = byte;
+    return record;
+}
+
+}  // namespace sim

@@ -1,0 +1,83 @@
+// An in-memory BMC for tests, written from the server side: it answers the Storage, Sensor/Event
+// and OEM requests the library sends the way a BMC does (IPMI v2.0 sections 30, 31 and 33), with
+// the completion codes a BMC gives for absent records, cancelled reservations and bad requests.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+namespace sim {
+
+struct BmcResponse {
+    unsigned char completionCode = 0;
+    std::vector<unsigned char> data;  // the bytes after the completion code
+};
+
+// Completion codes (IPMI v2.0 table 5-2).
+constexpr unsigned char kParameterNotSupported = 0x80;  // Get PEF Configuration Parameters
+constexpr unsigned char kInvalidCommand = 0xC1;
+constexpr unsigned char kReservationCancelled = 0xC5;
+constexpr unsigned char kRequestLengthInvalid = 0xC7;
+constexpr unsigned char kParameterOutOfRange = 0xC9;
+constexpr unsigned char kNotPresent = 0xCB;
+constexpr unsigned char kInvalidDataField = 0xCC;
+
+class SimulatedBmc {
+public:
+    using SelRecord = std::array<unsigned char, 16>;
+    using EventFilter = std::array<unsigned char, 20>;
+    using AlertPolicy = std::array<unsigned char, 3>;
+
+    // The SEL, in chain order. A stored record keeps the record ID in its bytes 0-1.
+    void storeSelRecord(const SelRecord& record);
+    const std::vector<SelRecord>& selRecords() const;
+
+    // SDR repository records, whole, each carrying its record ID in bytes 0-1.
+    void storeSdr(const std::vector<unsigned char>& record);
+
+    // PEF event filter table and alert policy table; set selectors count from 1.
+    void addEventFilter(const EventFilter& filter);
+    void addAlertPolicy(const AlertPolicy& policy);
+
+    // The OEM auxiliary log: the enterprise number its commands carry, and the record bytes of
+    // each entry (entries count from 1).
+    void setAuxLogEnterprise(std::uint32_t enterprise);
+    void addAuxLogEntry(const std::vector<unsigned char>& entry);
+
+    // Answers one request.
+    BmcResponse handle(unsigned char netFn, unsigned char command,
+                       const std::vector<unsigned char>& data);
+
+private:
+    using Bytes = std::vector<unsigned char>;
+
+    BmcResponse handleStorage(unsigned char command, const Bytes& data);
+    BmcResponse reserveSel();
+    BmcResponse getSelEntry(const Bytes& data) const;
+    BmcResponse addSelEntry(const Bytes& data);
+    BmcResponse deleteSelEntry(const Bytes& data);
+    BmcResponse clearSel(const Bytes& data);
+    BmcResponse reserveSdrRepository();
+    BmcResponse getSdr(const Bytes& data) const;
+    BmcResponse getPefParameter(const Bytes& data) const;
+    BmcResponse getAuxLogStatus(const Bytes& data) const;
+    BmcResponse readAuxLog(const Bytes& data) const;
+
+    // Position of a SEL record: ID 0x0000 is the first record, 0xFFFF the last; -1 when absent.
+    long findSelRecord(std::uint16_t recordId) const;
+    long findSdr(std::uint16_t recordId) const;
+    std::uint16_t newReservation();
+
+    std::vector<SelRecord> sel_;
+    std::vector<Bytes> sdrs_;
+    std::vector<EventFilter> filters_;
+    std::vector<AlertPolicy> policies_;
+    std::uint32_t auxEnterprise_ = 0;
+    std::vector<Bytes> auxEntries_;
+    std::uint16_t lastReservation_ = 0;
+    std::uint16_t selReservation_ = 0;  // 0: none, or cancelled
+    std::uint16_t sdrReservation_ = 0;
+};
+
+}  // namespace sim
