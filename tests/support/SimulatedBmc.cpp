@@ -84,11 +84,11 @@ BmcResponse SimulatedBmc::handle(unsigned char netFn, unsigned char command,
 BmcResponse SimulatedBmc::handleStorage(unsigned char command, const Bytes& data) {
     switch (command) {
         case kReserveSdrRepository:
-            return reserveSdrRepository();
+            return reserve(sdrReservation_);
         case kGetSdr:
             return getSdr(data);
         case kReserveSel:
-            return reserveSel();
+            return reserve(selReservation_);
         case kGetSelEntry:
             return getSelEntry(data);
         case kAddSelEntry:
@@ -104,16 +104,13 @@ BmcResponse SimulatedBmc::handleStorage(unsigned char command, const Bytes& data
     }
 }
 
-std::uint16_t SimulatedBmc::newReservation() {
-    // A reservation ID is never 0: 0 stands for "no reservation" in requests.
+BmcResponse SimulatedBmc::reserve(std::uint16_t& repositoryReservation) {
+    // A new reservation cancels the repository's previous one. Its ID is never 0: 0 stands for
+    // "no reservation" in requests.
     if (++lastReservation_ == 0) ++lastReservation_;
-    return lastReservation_;
-}
-
-BmcResponse SimulatedBmc::reserveSel() {
-    selReservation_ = newReservation();
+    repositoryReservation = lastReservation_;
     BmcResponse response;
-    appendWord(response.data, selReservation_);
+    appendWord(response.data, repositoryReservation);
     return response;
 }
 
@@ -192,13 +189,6 @@ BmcResponse SimulatedBmc::clearSel(const Bytes& data) {
         return failure(kInvalidDataField);
     }
     return {0x00, {eraseCompleted}};
-}
-
-BmcResponse SimulatedBmc::reserveSdrRepository() {
-    sdrReservation_ = newReservation();
-    BmcResponse response;
-    appendWord(response.data, sdrReservation_);
-    return response;
 }
 
 long SimulatedBmc::findSdr(std::uint16_t recordId) const {

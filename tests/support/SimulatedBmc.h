@@ -53,12 +53,11 @@ private:
     using Bytes = std::vector<unsigned char>;
 
     BmcResponse handleStorage(unsigned char command, const Bytes& data);
-    BmcResponse reserveSel();
+    BmcResponse reserve(std::uint16_t& repositoryReservation);
     BmcResponse getSelEntry(const Bytes& data) const;
     BmcResponse addSelEntry(const Bytes& data);
     BmcResponse deleteSelEntry(const Bytes& data);
     BmcResponse clearSel(const Bytes& data);
-    BmcResponse reserveSdrRepository();
     BmcResponse getSdr(const Bytes& data) const;
     BmcResponse getPefParameter(const Bytes& data) const;
     BmcResponse getAuxLogStatus(const Bytes& data) const;
@@ -67,7 +66,6 @@ private:
     // Position of a SEL record: ID 0x0000 is the first record, 0xFFFF the last; -1 when absent.
     long findSelRecord(std::uint16_t recordId) const;
     long findSdr(std::uint16_t recordId) const;
-    std::uint16_t newReservation();
 
     std::vector<SelRecord> sel_;
     std::vector<Bytes> sdrs_;

@@ -7,12 +7,14 @@
 #include <stdexcept>
 
 #include "BmcTest.h"
+#include "RecordBytes.h"
 
 namespace {
 
 using sim::ClientCall;
 using sim::ClientEvent;
 using sim::Fault;
+using sim::filledWith;
 using sim::RecordedRequest;
 using sim::selRecord;
 using Tolmar::IpmiEventLog;
@@ -28,12 +30,6 @@ ConnectionInfo lanConnection() {
     info.cipherSuite = 17;
     info.connectionType = 1;
     return info;
-}
-
-IPMISELENTRY filledWith(unsigned char value) {
-    IPMISELENTRY entry;
-    std::memset(&entry, value, sizeof entry);
-    return entry;
 }
 
 bool sameBytes(const IPMISELENTRY& a, const IPMISELENTRY& b) {
@@ -258,7 +254,7 @@ INSTANTIATE_TEST_SUITE_P(Facade, EveryOperationTest, ::testing::ValuesIn(kOperat
 TEST_F(IpmiEventLogTest, GetEntryCopiesTheRecordOnSuccess) {
     storeRecords(3);
     IpmiEventLog log(lanConnection());
-    IPMISELENTRY entry = filledWith(0xEE);
+    IPMISELENTRY entry = filledWith<IPMISELENTRY>(0xEE);
     EXPECT_EQ(log.GetIpmiSelEntryByRecordId(2, entry), 0);
     EXPECT_EQ(std::memcmp(&entry, bmc.selRecords()[1].data(), sizeof entry), 0);
     EXPECT_EQ(
@@ -269,20 +265,20 @@ TEST_F(IpmiEventLogTest, GetEntryCopiesTheRecordOnSuccess) {
 TEST_F(IpmiEventLogTest, GetEntryLeavesTheCallersRecordAloneUnlessItSucceeds) {
     storeRecords(1);
     IpmiEventLog log(lanConnection());
-    IPMISELENTRY entry = filledWith(0xEE);
+    IPMISELENTRY entry = filledWith<IPMISELENTRY>(0xEE);
     EXPECT_EQ(log.GetIpmiSelEntryByRecordId(9, entry), 6);  // not present: 0xCB
     bench.injectFault(2, Fault::completion(0x81, std::vector<unsigned char>(18, 0x11)));
     EXPECT_EQ(log.GetIpmiSelEntryByRecordId(1, entry), 2);
-    EXPECT_TRUE(sameBytes(entry, filledWith(0xEE)));
+    EXPECT_TRUE(sameBytes(entry, filledWith<IPMISELENTRY>(0xEE)));
 }
 
 TEST_F(IpmiEventLogTest, GetEntryAfterAnIpmiExceptionIsNotSupportedAndLeavesTheRecord) {
     storeRecords(1);
     IpmiEventLog log(lanConnection());
-    IPMISELENTRY entry = filledWith(0xEE);
+    IPMISELENTRY entry = filledWith<IPMISELENTRY>(0xEE);
     bench.injectFault(1, Fault::ipmiException(0, IPMI_EXCEPTION_TIMEOUT));
     EXPECT_EQ(log.GetIpmiSelEntryByRecordId(1, entry), 1);
-    EXPECT_TRUE(sameBytes(entry, filledWith(0xEE)));
+    EXPECT_TRUE(sameBytes(entry, filledWith<IPMISELENTRY>(0xEE)));
     EXPECT_EQ(bench.events(), kConnectedSession);
 }
 
@@ -291,10 +287,10 @@ TEST_F(IpmiEventLogTest, GetEntryAfterAnIpmiExceptionIsNotSupportedAndLeavesTheR
 TEST_F(IpmiEventLogTest, GetAllAppendsEveryRecordAfterTheCallersEntries) {
     storeRecords(5);
     IpmiEventLog log(lanConnection());
-    std::vector<IPMISELENTRY> entries(3, filledWith(0x77));
+    std::vector<IPMISELENTRY> entries(3, filledWith<IPMISELENTRY>(0x77));
     EXPECT_EQ(log.GetAllIpmiSelEntry(entries), 0);
     ASSERT_EQ(entries.size(), 8u);
-    EXPECT_TRUE(sameBytes(entries[2], filledWith(0x77)));
+    EXPECT_TRUE(sameBytes(entries[2], filledWith<IPMISELENTRY>(0x77)));
     for (std::size_t i = 0; i < 5; ++i) {
         EXPECT_EQ(std::memcmp(&entries[3 + i], bmc.selRecords()[i].data(), 16), 0) << i;
     }
@@ -372,7 +368,7 @@ TEST_F(IpmiEventLogTest, ClearAfterTheClientThrowsIsInternalFailure) {
 
 TEST_F(IpmiEventLogTest, AddSendsTheCallersBytesAndPassesTheResultOn) {
     IpmiEventLog log(lanConnection());
-    const IPMISELENTRY entry = filledWith(0x5A);
+    const IPMISELENTRY entry = filledWith<IPMISELENTRY>(0x5A);
     EXPECT_EQ(log.AddSelEntry(entry), 0);
     EXPECT_EQ(bench.requests(),
               (std::vector<RecordedRequest>{{0x0A, 0x44, std::vector<unsigned char>(16, 0x5A)}}));

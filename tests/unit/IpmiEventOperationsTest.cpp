@@ -7,25 +7,16 @@
 #include <stdexcept>
 
 #include "BmcTest.h"
+#include "RecordBytes.h"
 
 namespace {
 
+using sim::bytesOf;
 using sim::Fault;
+using sim::filledWith;
 using sim::RecordedRequest;
 using sim::selRecord;
 using Tolmar::IpmiEventOperations;
-
-std::vector<unsigned char> bytesOf(const RawSelEntry& entry) {
-    std::vector<unsigned char> bytes(sizeof entry);
-    std::memcpy(bytes.data(), &entry, sizeof entry);
-    return bytes;
-}
-
-RawSelEntry filledWith(unsigned char value) {
-    RawSelEntry entry;
-    std::memset(&entry, value, sizeof entry);
-    return entry;
-}
 
 // The record bytes after the record ID of a temperature threshold event (upper critical going
 // high) from the BMC.
@@ -110,17 +101,17 @@ TEST_F(IpmiEventOperationsTest, GetSelEntryLaysOnlySixteenBitsOfTheRecordId) {
 
 TEST_F(IpmiEventOperationsTest, GetSelEntryOfMissingRecordIsInternalFailure) {
     bmc.storeSelRecord(selRecord(0x0001, kTemperatureEvent));
-    RawSelEntry entry = filledWith(0xEE);
+    RawSelEntry entry = filledWith<RawSelEntry>(0xEE);
     EXPECT_EQ(operations->getSelEntry(0x0777, entry), 6);
     // The BMC's error response held no data, so nothing was filled.
-    EXPECT_EQ(bytesOf(entry), bytesOf(filledWith(0xEE)));
+    EXPECT_EQ(bytesOf(entry), bytesOf(filledWith<RawSelEntry>(0xEE)));
 }
 
 TEST_F(IpmiEventOperationsTest, GetSelEntryFillsFromAnErrorResponseThatHoldsData) {
     std::vector<unsigned char> data = {0xFF, 0xFF};
     for (unsigned char i = 0; i < 16; ++i) data.push_back(i);
     bench.injectFault(1, Fault::completion(0xCB, data));
-    RawSelEntry entry = filledWith(0xEE);
+    RawSelEntry entry = filledWith<RawSelEntry>(0xEE);
     EXPECT_EQ(operations->getSelEntry(0x0001, entry), 6);
     EXPECT_EQ(bytesOf(entry), std::vector<unsigned char>(data.begin() + 2, data.end()));
 }
@@ -138,18 +129,18 @@ TEST_F(IpmiEventOperationsTest, GetSelEntryMapsCompletionCodes) {
 TEST_F(IpmiEventOperationsTest, GetSelEntryTransportFailureLeavesEntryUntouched) {
     bmc.storeSelRecord(selRecord(0x0001, kTemperatureEvent));
     bench.injectFault(1, Fault::transportFailure());
-    RawSelEntry entry = filledWith(0xEE);
+    RawSelEntry entry = filledWith<RawSelEntry>(0xEE);
     EXPECT_EQ(operations->getSelEntry(1, entry), 6);
-    EXPECT_EQ(bytesOf(entry), bytesOf(filledWith(0xEE)));
+    EXPECT_EQ(bytesOf(entry), bytesOf(filledWith<RawSelEntry>(0xEE)));
 }
 
 TEST_F(IpmiEventOperationsTest, GetSelEntryShortSuccessIsTreatedAsTransportFailure) {
     bmc.storeSelRecord(selRecord(0x0001, kTemperatureEvent));
     for (std::size_t keep : {0, 2, 17}) {
         bench.injectFault(bench.requests().size() + 1, Fault::truncate(keep));
-        RawSelEntry entry = filledWith(0xEE);
+        RawSelEntry entry = filledWith<RawSelEntry>(0xEE);
         EXPECT_EQ(operations->getSelEntry(1, entry), 6) << keep << " bytes";
-        EXPECT_EQ(bytesOf(entry), bytesOf(filledWith(0xEE))) << keep << " bytes";
+        EXPECT_EQ(bytesOf(entry), bytesOf(filledWith<RawSelEntry>(0xEE))) << keep << " bytes";
     }
 }
 
@@ -186,10 +177,10 @@ TEST_F(IpmiEventOperationsTest, WalksTheChainInBmcOrderUntilNextIdFFFF) {
 
 TEST_F(IpmiEventOperationsTest, WalkAppendsAfterWhatTheVectorHeld) {
     storeThreeRecords();
-    std::vector<RawSelEntry> entries(2, filledWith(0x77));
+    std::vector<RawSelEntry> entries(2, filledWith<RawSelEntry>(0x77));
     operations->getRawSelEntries(entries);
     ASSERT_EQ(entries.size(), 5u);
-    EXPECT_EQ(bytesOf(entries[1]), bytesOf(filledWith(0x77)));
+    EXPECT_EQ(bytesOf(entries[1]), bytesOf(filledWith<RawSelEntry>(0x77)));
     EXPECT_EQ(entries[2].recordId[0], 0x10);
 }
 

@@ -5,7 +5,12 @@
 #include <cstring>
 #include <vector>
 
+#include "RecordBytes.h"
+
 namespace {
+
+using sim::bytesOf;
+using sim::filledWith;
 
 // Get PEF Configuration Parameters, parameter 6 (event filter table), set selector 3.
 const std::vector<unsigned char> kResponse = {
@@ -24,12 +29,6 @@ const std::vector<unsigned char> kResponse = {
     0x00, 0x00, 0x00,  // event data 2 AND mask, compare 1, compare 2
     0x00, 0x00, 0x00,  // event data 3 AND mask, compare 1, compare 2
 };
-
-std::vector<unsigned char> bytesOf(const RawPETEntry& entry) {
-    std::vector<unsigned char> bytes(sizeof entry);
-    std::memcpy(bytes.data(), &entry, sizeof entry);
-    return bytes;
-}
 
 TEST(RawPETEntry, FillsTwentyFieldsFromResponseBytesTwoOn) {
     RawPETEntry entry{};
@@ -59,8 +58,7 @@ TEST(RawPETEntry, IgnoresRevisionAndSetSelector) {
 }
 
 TEST(RawPETEntry, ShortResponseFillsOnlyTheBytesItHolds) {
-    RawPETEntry entry;
-    std::memset(&entry, 0xEE, sizeof entry);
+    RawPETEntry entry = filledWith<RawPETEntry>(0xEE);
     entry.setValues({0x11, 0x01, 0x80, 0x01});
     std::vector<unsigned char> expected(20, 0xEE);
     expected[0] = 0x80;

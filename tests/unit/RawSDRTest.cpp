@@ -4,11 +4,11 @@
 
 #include <vector>
 
+#include "RecordBytes.h"
+
 namespace {
 
-std::vector<unsigned char> bytesOf(const RawSDR& sdr) {
-    return std::vector<unsigned char>(sdr.bytes, sdr.bytes + RawSDR::size);
-}
+using sim::bytesOf;
 
 // Get SDR response for the first part (offset 0, 10 bytes) of a full sensor record.
 const std::vector<unsigned char> kFirstPart = {

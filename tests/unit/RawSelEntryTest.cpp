@@ -5,7 +5,12 @@
 #include <cstring>
 #include <vector>
 
+#include "RecordBytes.h"
+
 namespace {
+
+using sim::bytesOf;
+using sim::filledWith;
 
 // A Get SEL Entry response: next record ID 0x0042, then a threshold event record.
 const std::vector<unsigned char> kResponse = {
@@ -22,12 +27,6 @@ const std::vector<unsigned char> kResponse = {
     0x5A,                    // event data 2: trigger reading
     0x50,                    // event data 3: trigger threshold
 };
-
-std::vector<unsigned char> bytesOf(const RawSelEntry& entry) {
-    std::vector<unsigned char> bytes(sizeof entry);
-    std::memcpy(bytes.data(), &entry, sizeof entry);
-    return bytes;
-}
 
 TEST(RawSelEntry, FillsEveryFieldFromResponseBytesTwoToSeventeen) {
     RawSelEntry entry{};
@@ -60,8 +59,7 @@ TEST(RawSelEntry, IgnoresTheNextRecordIdBytes) {
 }
 
 TEST(RawSelEntry, ShortResponseFillsOnlyTheBytesItHolds) {
-    RawSelEntry entry;
-    std::memset(&entry, 0xEE, sizeof entry);
+    RawSelEntry entry = filledWith<RawSelEntry>(0xEE);
     entry.setValues({0xFF, 0xFF, 0x01, 0x02, 0x03});
     EXPECT_EQ(bytesOf(entry),
               (std::vector<unsigned char>{0x01, 0x02, 0x03, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE,
@@ -69,8 +67,7 @@ TEST(RawSelEntry, ShortResponseFillsOnlyTheBytesItHolds) {
 }
 
 TEST(RawSelEntry, EmptyOrTwoByteResponseChangesNothing) {
-    RawSelEntry entry;
-    std::memset(&entry, 0xEE, sizeof entry);
+    RawSelEntry entry = filledWith<RawSelEntry>(0xEE);
     entry.setValues({});
     entry.setValues({0x01, 0x02});
     EXPECT_EQ(bytesOf(entry), std::vector<unsigned char>(16, 0xEE));
