@@ -6,12 +6,12 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
-#include <iostream>
-#include <sstream>
+#include <optional>
 #include <string>
 
 #include "ClientBench.h"
 #include "Log.h"
+#include "LogCapture.h"
 #include "SimulatedBmc.h"
 
 namespace sim {
@@ -21,16 +21,16 @@ protected:
     void SetUp() override {
         bench.reset(bmc);
         Log::SetMinLogLevel(1);
-        savedStderr_ = std::cerr.rdbuf(log_.rdbuf());
+        log_.emplace();
     }
 
     void TearDown() override {
-        std::cerr.rdbuf(savedStderr_);
+        log_.reset();
         bench.deleteLiveClients();
     }
 
     // Everything logged since the test started.
-    std::string logText() const { return log_.str(); }
+    std::string logText() const { return log_->text(); }
 
     static RecordedRequest request(unsigned char netFn, unsigned char command,
                                    std::initializer_list<unsigned char> data) {
@@ -41,8 +41,7 @@ protected:
     ClientBench& bench = ClientBench::instance();
 
 private:
-    std::ostringstream log_;
-    std::streambuf* savedStderr_ = nullptr;
+    std::optional<LogCapture> log_;
 };
 
 // A SEL record with the given record ID and the bytes after the ID (record type ... event data 3).

@@ -1,4 +1,4 @@
-// Captures what Log writes to standard error for the lifetime of the object.
+// Captures what the framework's Log writes to standard error for the lifetime of the object.
 #pragma once
 
 #include <iostream>
@@ -9,6 +9,9 @@ class LogCapture {
 public:
     LogCapture() : saved_(std::cerr.rdbuf(text_.rdbuf())) {}
     ~LogCapture() { std::cerr.rdbuf(saved_); }
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
     std::string text() const { return text_.str(); }
 
 private:

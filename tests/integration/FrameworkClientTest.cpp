@@ -1,0 +1,179 @@
+// The framework's FreeIPMI client against ipmi_sim over RMCP+, and against no BMC at all.
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "IpmiClient.h"
+#include "LanFixture.h"
+#include "LogCapture.h"
+
+namespace {
+
+using bmcsim::kAdministrator;
+using bmcsim::kViewer;
+using bmcsim::LanUser;
+using bmcsim::ScopedEnvironment;
+using Bytes = std::vector<unsigned char>;
+
+class FrameworkClientTest : public bmcsim::LanTest {
+protected:
+    IpmiClient client(const LanUser& user = kAdministrator, unsigned long cipherSuite = 3) const {
+        return IpmiClient(bmcsim::BmcSimulator::host(), user.name, user.password,
+                          std::to_string(bmc->port()), cipherSuite);
+    }
+
+    // Sends one request; returns the client's status.
+    static int send(IpmiClient& c, unsigned char netFn, unsigned char command, Bytes data,
+                    Bytes& response, unsigned char& completionCode) {
+        return c.sendCommand({command, std::move(data), netFn}, response, completionCode);
+    }
+};
+
+TEST_F(FrameworkClientTest, AnswersWithTheCompletionCodeAndTheDataAfterIt) {
+    IpmiClient c = client();
+    ASSERT_EQ(c.connect(), 0);
+    Bytes response;
+    unsigned char completionCode = 0xEE;
+    // Get Device ID (App network function 0x06, command 0x01).
+    ASSERT_EQ(send(c, 0x06, 0x01, {}, response, completionCode), 0);
+    EXPECT_EQ(completionCode, 0x00);
+    ASSERT_GE(response.size(), 11u);
+    EXPECT_EQ(response[0], 0x00);  // device ID, as the simulator was set up
+    EXPECT_EQ(response[6], 0x91);  // manufacturer ID 0x001291, least significant byte first
+    EXPECT_EQ(response[7], 0x12);
+    EXPECT_EQ(response[8], 0x00);
+}
+
+TEST_F(FrameworkClientTest, PassesNonZeroCompletionCodesOnAsAnsweredRequests) {
+    IpmiClient c = client();
+    ASSERT_EQ(c.connect(), 0);
+    Bytes response = {0x01};
+    unsigned char completionCode = 0;
+    // Get SEL Entry of a record the empty SEL does not have.
+    ASSERT_EQ(send(c, 0x0A, 0x43, {0, 0, 0x34, 0x12, 0, 0xFF}, response, completionCode), 0);
+    EXPECT_EQ(completionCode, 0xCB);
+    EXPECT_TRUE(response.empty());
+}
+
+TEST_F(FrameworkClientTest, EveryCipherSuiteTheSimulatorOffersOpensASession) {
+    for (unsigned long suite : {0ul, 1ul, 2ul, 3ul}) {
+        IpmiClient c = client(kAdministrator, suite);
+        EXPECT_EQ(c.connect(), 0) << "cipher suite " << suite;
+    }
+}
+
+TEST_F(FrameworkClientTest, CipherSuiteTheBmcDoesNotOfferIsAConnectionFailure) {
+    // ipmi_sim has no HMAC-SHA256, so no cipher suite 17.
+    LogCapture log;
+    IpmiClient c = client(kAdministrator, 17);
+    const int status = c.connect();
+    EXPECT_NE(status, 0);
+    EXPECT_NE(status, 2);
+    EXPECT_NE(log.text().find("with cipher suite 17"), std::string::npos) << log.text();
+}
+
+TEST_F(FrameworkClientTest, FallsBackToTheHighestPrivilegeTheUserHas) {
+    IpmiClient c = client(kViewer);
+    ASSERT_EQ(c.connect(), 0);
+    Bytes response;
+    unsigned char completionCode = 0;
+    ASSERT_EQ(send(c, 0x0A, 0x40, {}, response, completionCode), 0);  // Get SEL Info
+    EXPECT_EQ(completionCode, 0x00);
+    // Clear SEL needs operator privilege.
+    ASSERT_EQ(send(c, 0x0A, 0x47, {0, 0, 'C', 'L', 'R', 0xAA}, response, completionCode), 0);
+    EXPECT_EQ(completionCode, 0xD4);  // insufficient privilege
+}
+
+TEST_F(FrameworkClientTest, UnknownUserIsRefusedCredentials) {
+    LogCapture log;
+    IpmiClient c(bmcsim::BmcSimulator::host(), "nobody", "whatever", std::to_string(bmc->port()),
+                 3);
+    EXPECT_EQ(c.connect(), 2);
+    EXPECT_NE(log.text().find("user name"), std::string::npos) << log.text();
+}
+
+TEST_F(FrameworkClientTest, WrongPasswordIsRefusedCredentialsAndNeverLogged) {
+    ScopedEnvironment timeout("TOLMAR_IPMI_SESSION_TIMEOUT_MS", "2000");
+    LogCapture log;
+    IpmiClient c(bmcsim::BmcSimulator::host(), kAdministrator.name, "Wr0ng-secret-77",
+                 std::to_string(bmc->port()), 3);
+    EXPECT_EQ(c.connect(), 2);
+    EXPECT_NE(log.text().find("check the password"), std::string::npos) << log.text();
+    EXPECT_EQ(log.text().find("Wr0ng-secret-77"), std::string::npos);
+}
+
+TEST_F(FrameworkClientTest, NothingListeningFailsWithinTheSessionTimeout) {
+    ScopedEnvironment timeout("TOLMAR_IPMI_SESSION_TIMEOUT_MS", "1500");
+    bmc->stop();
+    LogCapture log;
+    IpmiClient c = client();
+    const auto start = std::chrono::steady_clock::now();
+    const int status = c.connect();
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    EXPECT_NE(status, 0);
+    EXPECT_NE(status, 2);
+    EXPECT_LT(elapsed, std::chrono::seconds(5));
+    EXPECT_NE(log.text().find("check the address and port"), std::string::npos) << log.text();
+    EXPECT_EQ(log.text().find(kAdministrator.password), std::string::npos);
+}
+
+TEST_F(FrameworkClientTest, PortThatIsNotANumberFailsAtOnce) {
+    LogCapture log;
+    IpmiClient c(bmcsim::BmcSimulator::host(), "admin", "pw", "62x3", 3);
+    const int status = c.connect();
+    EXPECT_NE(status, 0);
+    EXPECT_NE(status, 2);
+    EXPECT_NE(log.text().find("\"62x3\" is not a UDP port number"), std::string::npos);
+}
+
+TEST_F(FrameworkClientTest, SendingWithoutASessionFailsWithoutTouchingTheOutputs) {
+    LogCapture log;
+    IpmiClient never = client();
+    Bytes response = {0x01};
+    unsigned char completionCode = 0x00;
+    EXPECT_NE(send(never, 0x06, 0x01, {}, response, completionCode), 0);
+    IpmiClient closed = client();
+    ASSERT_EQ(closed.connect(), 0);
+    closed.disconnect();
+    closed.disconnect();
+    EXPECT_NE(send(closed, 0x06, 0x01, {}, response, completionCode), 0);
+    EXPECT_EQ(response, Bytes{0x01});
+    EXPECT_EQ(completionCode, 0x00);
+}
+
+TEST_F(FrameworkClientTest, ReconnectsAfterDisconnect) {
+    IpmiClient c = client();
+    ASSERT_EQ(c.connect(), 0);
+    c.disconnect();
+    ASSERT_EQ(c.connect(), 0);
+    Bytes response;
+    unsigned char completionCode = 0xEE;
+    EXPECT_EQ(send(c, 0x06, 0x01, {}, response, completionCode), 0);
+    EXPECT_EQ(completionCode, 0x00);
+}
+
+TEST_F(FrameworkClientTest, LostSessionIsATransportFailure) {
+    ScopedEnvironment timeout("TOLMAR_IPMI_SESSION_TIMEOUT_MS", "1500");
+    LogCapture log;
+    IpmiClient c = client();
+    ASSERT_EQ(c.connect(), 0);
+    bmc->stop();
+    Bytes response;
+    unsigned char completionCode = 0;
+    EXPECT_NE(send(c, 0x06, 0x01, {}, response, completionCode), 0);
+}
+
+TEST(FrameworkLocalClient, MachineWithoutBmcFailsWithAdvice) {
+    LogCapture log;
+    IpmiClient c(0ul);
+    const int status = c.connect();
+    EXPECT_NE(status, 0);
+    EXPECT_NE(status, 2);
+    EXPECT_NE(log.text().find("no local IPMI interface"), std::string::npos) << log.text();
+    EXPECT_NE(log.text().find("ipmi_devintf"), std::string::npos);
+    Bytes response;
+    unsigned char completionCode = 0;
+    EXPECT_NE(c.sendCommand({0x01, {}, 0x06}, response, completionCode), 0);
+}
+
+}  // namespace

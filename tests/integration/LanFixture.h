@@ -1,0 +1,59 @@
+// A fresh ipmi_sim BMC holding the sample server's SDR repository for every test, and the
+// connection records and environment settings the tests need.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include "BmcSimulator.h"
+#include "IpmiEventLog.h"
+#include "SampleServer.h"
+
+namespace bmcsim {
+
+// Sets an environment variable for the lifetime of the object.
+class ScopedEnvironment {
+public:
+    ScopedEnvironment(const char* name, const char* value) : name_(name) {
+        if (const char* old = std::getenv(name)) old_ = old, hadOld_ = true;
+        setenv(name, value, 1);
+    }
+    ~ScopedEnvironment() {
+        if (hadOld_) {
+            setenv(name_, old_.c_str(), 1);
+        } else {
+            unsetenv(name_);
+        }
+    }
+
+private:
+    const char* name_;
+    std::string old_;
+    bool hadOld_ = false;
+};
+
+class LanTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        bmc = std::make_unique<BmcSimulator>(sdrCommands(sampleSdrRepository()));
+    }
+
+    Tolmar::TolmarConnection::ConnectionInfo connection(const LanUser& user = kAdministrator,
+                                                        unsigned short cipherSuite = 3) const {
+        Tolmar::TolmarConnection::ConnectionInfo info;
+        info.ip = BmcSimulator::host();
+        info.port = bmc->port();
+        info.user = user.name;
+        info.password = user.password;
+        info.cipherSuite = cipherSuite;
+        info.connectionType = 1;
+        return info;
+    }
+
+    std::unique_ptr<BmcSimulator> bmc;
+};
+
+}  // namespace bmcsim

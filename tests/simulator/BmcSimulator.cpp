@@ -1,0 +1,215 @@
+#include "BmcSimulator.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <thread>
+
+#include "IpmiClient.h"
+
+namespace bmcsim {
+
+const LanUser kAdministrator{"admin", "Adm1n-pass", "admin"};
+const LanUser kOperator{"operator", "0per-pass", "operator"};
+const LanUser kViewer{"viewer", "V1ew-pass", "user"};
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kStartTimeout = 10s;
+constexpr auto kStopTimeout = 3s;
+constexpr int kStartAttempts = 3;
+
+// A UDP socket bound to 127.0.0.1:port (0: any free port), or -1.
+int bindLoopbackUdp(unsigned short port) {
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (fd < 0) return -1;
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+unsigned short freeUdpPort() {
+    const int fd = bindLoopbackUdp(0);
+    if (fd < 0) throw std::runtime_error("no free UDP port on 127.0.0.1");
+    sockaddr_in address{};
+    socklen_t length = sizeof address;
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    close(fd);
+    return ntohs(address.sin_port);
+}
+
+// Whether something has bound the port: ipmi_sim opens its LAN port only after every command of
+// its emulation file succeeded.
+bool portInUse(unsigned short port) {
+    const int fd = bindLoopbackUdp(port);
+    if (fd >= 0) {
+        close(fd);
+        return false;
+    }
+    return errno == EADDRINUSE;
+}
+
+std::string lanConfiguration(unsigned short port) {
+    std::ostringstream out;
+    out << "name \"tolmar_bmc\"\n";
+    int number = 2;  // user 1 is the anonymous user
+    for (const LanUser* user : {&kAdministrator, &kOperator, &kViewer}) {
+        out << "user " << number++ << " true \"" << user->name << "\" \"" << user->password << "\" "
+            << user->privilege << " 10 none md2 md5 straight\n";
+    }
+    out << "startlan 1\n"
+        << "  addr 127.0.0.1 " << port << "\n"
+        << "  priv_limit admin\n"
+        << "  allowed_auths_callback none md2 md5 straight\n"
+        << "  allowed_auths_user none md2 md5 straight\n"
+        << "  allowed_auths_operator none md2 md5 straight\n"
+        << "  allowed_auths_admin none md2 md5 straight\n"
+        << "  guid a123456789abcdefa123456789abcdef\n"
+        << "endlan\n";
+    return out.str();
+}
+
+std::string emulationFile(const std::string& emulation) {
+    return "mc_setbmc 0x20\n"
+           "mc_add 0x20 0 no-device-sdrs 0x23 9 8 0x9f 0x1291 0xf02 persist_sdr\n"
+           "sel_enable 0x20 4000 0x0a\n" +
+           emulation + "\nmc_enable 0x20\n";
+}
+
+void writeFile(const std::string& path, const std::string& text) {
+    std::ofstream out(path);
+    out << text;
+    if (!out) throw std::runtime_error("cannot write " + path);
+}
+
+}  // namespace
+
+BmcSimulator::BmcSimulator(const std::string& emulation) {
+    char pattern[] = "/tmp/tolmar-bmc-XXXXXX";
+    if (mkdtemp(pattern) == nullptr) throw std::runtime_error("cannot create a directory in /tmp");
+    directory_ = pattern;
+    for (int attempt = 0; attempt < kStartAttempts; ++attempt) {
+        if (start(emulation)) return;
+    }
+    const std::string log = output();
+    stop();
+    std::filesystem::remove_all(directory_);
+    throw std::runtime_error("ipmi_sim did not open its LAN port; its output:\n" + log);
+}
+
+bool BmcSimulator::start(const std::string& emulation) {
+    // A fresh state directory each time: ipmi_sim keeps the SEL and users there across runs.
+    const std::string state = directory_ + "/state";
+    std::filesystem::remove_all(state);
+    std::filesystem::create_directories(state);
+    port_ = freeUdpPort();
+    writeFile(directory_ + "/lan.conf", lanConfiguration(port_));
+    writeFile(directory_ + "/bmc.emu", emulationFile(emulation));
+    const std::string log = directory_ + "/ipmi_sim.log";
+
+    const pid_t parent = getpid();
+    pid_ = fork();
+    if (pid_ < 0) throw std::runtime_error("cannot fork for ipmi_sim");
+    if (pid_ == 0) {
+        // The simulator must not outlive a test process that crashed or was killed.
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (getppid() != parent) _exit(1);
+        const int out = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        dup2(out, STDOUT_FILENO);
+        dup2(out, STDERR_FILENO);
+        const std::string config = directory_ + "/lan.conf";
+        const std::string commands = directory_ + "/bmc.emu";
+        execlp("ipmi_sim", "ipmi_sim", "-c", config.c_str(), "-f", commands.c_str(), "-s",
+               state.c_str(), "-n", static_cast<char*>(nullptr));
+        dprintf(out, "cannot run ipmi_sim (Debian package openipmi): %s\n", strerror(errno));
+        _exit(127);
+    }
+    const auto deadline = std::chrono::steady_clock::now() + kStartTimeout;
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (waitpid(pid_, nullptr, WNOHANG) == pid_) {
+            pid_ = -1;
+            return false;
+        }
+        if (portInUse(port_)) return true;
+        std::this_thread::sleep_for(20ms);
+    }
+    stop();
+    return false;
+}
+
+void BmcSimulator::stop() {
+    if (pid_ <= 0) return;
+    kill(pid_, SIGTERM);
+    const auto deadline = std::chrono::steady_clock::now() + kStopTimeout;
+    while (waitpid(pid_, nullptr, WNOHANG) == 0) {
+        if (std::chrono::steady_clock::now() >= deadline) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, nullptr, 0);
+            break;
+        }
+        std::this_thread::sleep_for(10ms);
+    }
+    pid_ = -1;
+}
+
+void BmcSimulator::addSelRecords(const std::vector<SelRecord>& records) const {
+    constexpr unsigned char storage = 0x0A;
+    constexpr unsigned char setSelTime = 0x49;
+    constexpr unsigned char addSelEntry = 0x44;
+    IpmiClient client(host(), kAdministrator.name, kAdministrator.password, std::to_string(port_),
+                      3);
+    if (client.connect() != 0) throw std::runtime_error("cannot open a session to ipmi_sim");
+    const auto send = [&client](unsigned char command, std::vector<unsigned char> data) {
+        std::vector<unsigned char> response;
+        unsigned char completionCode = 0;
+        if (client.sendCommand({command, std::move(data), storage}, response, completionCode) !=
+                0 ||
+            completionCode != 0) {
+            throw std::runtime_error("ipmi_sim refused storage command " + std::to_string(command) +
+                                     " with completion code " + std::to_string(completionCode));
+        }
+    };
+    for (const SelRecord& record : records) {
+        send(setSelTime, {record[3], record[4], record[5], record[6]});
+        send(addSelEntry, {record.begin(), record.end()});
+    }
+    client.disconnect();
+}
+
+std::string BmcSimulator::output() const {
+    std::ifstream in(directory_ + "/ipmi_sim.log");
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+BmcSimulator::~BmcSimulator() {
+    stop();
+    std::error_code ignored;
+    std::filesystem::remove_all(directory_, ignored);
+}
+
+}  // namespace bmcsim

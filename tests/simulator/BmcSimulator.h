@@ -1,0 +1,57 @@
+// Runs Debian's ipmi_sim (OpenIPMI's BMC simulator) for a test: a BMC at IPMB address 0x20 with
+// its SEL enabled, three LAN users (administrator, operator, user privilege), listening on a free
+// UDP port of 127.0.0.1, with a fresh state directory. The simulator is stopped by its PID when
+// the object goes, and dies with the process that started it if that process dies first.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+#include "SampleServer.h"
+
+namespace bmcsim {
+
+struct LanUser {
+    const char* name;
+    const char* password;
+    const char* privilege;  // as ipmi_sim names it
+};
+
+extern const LanUser kAdministrator;
+extern const LanUser kOperator;
+extern const LanUser kViewer;  // user privilege: may read, may not change
+
+class BmcSimulator {
+public:
+    // Starts the simulator and returns once its LAN port is open. `emulation` holds ipmi_sim
+    // commands (SDRs, SEL entries) run after the BMC is set up and before it is enabled. Throws
+    // std::runtime_error, with the simulator's own output, when it does not come up.
+    explicit BmcSimulator(const std::string& emulation = "");
+    ~BmcSimulator();
+    BmcSimulator(const BmcSimulator&) = delete;
+    BmcSimulator& operator=(const BmcSimulator&) = delete;
+
+    static const char* host() { return "127.0.0.1"; }
+    unsigned short port() const { return port_; }
+    pid_t pid() const { return pid_; }
+
+    // Adds the records to the SEL over the LAN with the standard commands, as the administrator:
+    // Set SEL Time to each record's time stamp, then Add SEL Entry (the BMC stamps added records
+    // with its own clock and assigns their IDs). Throws std::runtime_error when the BMC refuses.
+    void addSelRecords(const std::vector<SelRecord>& records) const;
+
+    // Stops the simulator now (SIGTERM, then SIGKILL); harmless when already stopped.
+    void stop();
+
+private:
+    bool start(const std::string& emulation);
+    std::string output() const;
+
+    std::string directory_;
+    unsigned short port_ = 0;
+    pid_t pid_ = -1;
+};
+
+}  // namespace bmcsim

@@ -1,0 +1,44 @@
+// Runs the sample server's BMC on a free loopback port for as long as a command runs:
+//   sample_bmc COMMAND [ARGS...]
+// The command finds the BMC in its environment: BMC_HOST, BMC_PORT, BMC_USER and IPMI_PASSWORD
+// (the administrator account). The simulator is stopped when the command ends; the command's exit
+// status is returned.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <string>
+
+#include "BmcSimulator.h"
+#include "SampleServer.h"
+
+int main(int argc, char** argv) {
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: sample_bmc COMMAND [ARGS...]\n");
+        return 2;
+    }
+    try {
+        bmcsim::BmcSimulator bmc(bmcsim::sdrCommands(bmcsim::sampleSdrRepository()));
+        bmc.addSelRecords(bmcsim::sampleEventLog());
+        std::fprintf(stderr, "sample BMC (ipmi_sim, pid %d) listening on %s:%u\n", bmc.pid(),
+                     bmcsim::BmcSimulator::host(), bmc.port());
+        const pid_t child = fork();
+        if (child == 0) {
+            setenv("BMC_HOST", bmcsim::BmcSimulator::host(), 1);
+            setenv("BMC_PORT", std::to_string(bmc.port()).c_str(), 1);
+            setenv("BMC_USER", bmcsim::kAdministrator.name, 1);
+            setenv("IPMI_PASSWORD", bmcsim::kAdministrator.password, 1);
+            execvp(argv[1], argv + 1);
+            std::perror(argv[1]);
+            _exit(127);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "sample_bmc: %s\n", e.what());
+        return 1;
+    }
+}
