@@ -1,5 +1,6 @@
 #include "SampleServer.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 
@@ -21,9 +22,14 @@ constexpr unsigned char kAsciiId = 0xC0;  // ID string type 8-bit ASCII; OR the 
 
 // Record header (ID, version, type, length of what follows) around the body.
 SdrRecord record(std::uint16_t id, unsigned char type, const SdrRecord& body) {
-    SdrRecord bytes = {static_cast<unsigned char>(id & 0xFF), static_cast<unsigned char>(id >> 8),
-                       kSdrVersion, type, static_cast<unsigned char>(body.size())};
-    bytes.insert(bytes.end(), body.begin(), body.end());
+    constexpr std::size_t headerLength = 5;
+    SdrRecord bytes(headerLength + body.size());
+    bytes[0] = id & 0xFF;
+    bytes[1] = id >> 8;
+    bytes[2] = kSdrVersion;
+    bytes[3] = type;
+    bytes[4] = static_cast<unsigned char>(body.size());
+    std::copy(body.begin(), body.end(), bytes.begin() + headerLength);
     return bytes;
 }
 
