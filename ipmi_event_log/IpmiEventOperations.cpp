@@ -1,5 +1,6 @@
 #include "IpmiEventOperations.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "CommandExchange.h"
@@ -18,6 +19,21 @@ constexpr unsigned char kGetSelEntry = 0x43;
 constexpr unsigned char kAddSelEntry = 0x44;
 constexpr unsigned char kDeleteSelEntry = 0x46;
 constexpr unsigned char kClearSel = 0x47;
+// Sensor/Event command (IPMI v2.0 section 30.4) and its parameters.
+constexpr unsigned char kGetPefParameters = 0x13;
+constexpr unsigned char kEventFilterCount = 5;
+constexpr unsigned char kEventFilterTable = 6;
+constexpr unsigned char kAlertPolicyCount = 8;
+constexpr unsigned char kAlertPolicyTable = 9;
+constexpr std::size_t kPefCountResponseLength = 2;  // parameter revision, count
+constexpr unsigned char kPefCountMask = 0x7F;
+constexpr std::size_t kPefEntryOffset = 2;  // after parameter revision and set selector
+
+constexpr unsigned char kFilterEnabled = 0x80;  // event filter configuration, bit 7
+constexpr unsigned char kAlertAction = 0x01;    // event filter action, bit 0
+constexpr unsigned char kAny = 0xFF;            // a filter field that matches every value
+constexpr int kNoMatch = -1;
+constexpr int kNoAlertPolicyYet = 1024;  // above any alert policy number byte
 
 constexpr unsigned long kFirstRecord = 0x0000;
 constexpr unsigned long kLastRecord = 0xFFFF;  // as a next record ID: the chain ends
@@ -39,6 +55,10 @@ unsigned long nextRecordId(const std::vector<unsigned char>& getSelEntryResponse
 void logListReadFailure(const char* prefix, unsigned char completionCode, int line) {
     if (Log::GetMinLogLevel() == 0) return;
     Log(1, kLogSource, line).Stream() << prefix << static_cast<char>(completionCode);
+}
+
+bool fieldMatches(unsigned char filter, unsigned char value) {
+    return filter == kAny || filter == value;
 }
 
 }  // namespace
@@ -109,6 +129,138 @@ int IpmiEventOperations::AddSelEntry(const IPMISELENTRY& entry) {
     const auto* bytes = reinterpret_cast<const unsigned char*>(&entry);
     std::vector<unsigned char> data(bytes, bytes + sizeof entry);
     return exchange(client_, kNetFnStorage, kAddSelEntry, std::move(data)).resultCode();
+}
+
+template <typename Entry, typename Keep>
+void IpmiEventOperations::readPefTable(unsigned char countParameter, unsigned char tableParameter,
+                                       const char* failureMessage, std::vector<Entry>& entries,
+                                       Keep keep) {
+    try {
+        const auto readParameter = [&](unsigned char parameter, unsigned char set,
+                                       std::size_t minLength) {
+            // Data: parameter selector, set selector, block selector.
+            CommandResponse response =
+                exchange(client_, kNetFnSensorEvent, kGetPefParameters, {parameter, set, 0x00});
+            if (!response.succeeded(minLength)) {
+                logListReadFailure(failureMessage, response.completionCode, __LINE__);
+                response.raise();
+            }
+            return response;
+        };
+        const unsigned count =
+            readParameter(countParameter, 0x00, kPefCountResponseLength).data[1] & kPefCountMask;
+        for (unsigned set = 1; set <= count; ++set) {
+            const CommandResponse response = readParameter(
+                tableParameter, static_cast<unsigned char>(set), kPefEntryOffset + sizeof(Entry));
+            Entry entry{};
+            entry.setValues(response.data);
+            if (keep(entry)) entries.push_back(entry);
+        }
+    } catch (const IpmiException&) {
+        // The read ends at its first failure; the entries read so far stay in `entries`.
+    }
+}
+
+void IpmiEventOperations::getRawPETEntries(std::vector<RawPETEntry>& entries) {
+    // Only enabled filters that raise an alert take part in matching, so an entry's position in
+    // `entries` is not its filter number.
+    readPefTable(kEventFilterCount, kEventFilterTable, "getRawPETEntries completionCode: ", entries,
+                 [](const RawPETEntry& filter) {
+                     return (filter.filterConfiguration & kFilterEnabled) &&
+                            (filter.eventFilterAction & kAlertAction);
+                 });
+}
+
+void IpmiEventOperations::getAlertPolicyTableEntries(
+    std::vector<RawAlertPolicyTableEntry>& entries) {
+    readPefTable(kAlertPolicyCount, kAlertPolicyTable,
+                 "getAlertPolicyTableEntries completionCode: ", entries,
+                 [](const RawAlertPolicyTableEntry&) { return true; });
+}
+
+bool IpmiEventOperations::matchSelPETEntry(const RawSelEntry& sel, const RawPETEntry& pet) {
+    // The trigger is compared with the whole event direction/type byte, so a deassertion (bit 7
+    // set) matches only a trigger of 0xFF or one carrying the same bit.
+    return fieldMatches(pet.generatorId[0], sel.generatorId[0]) &&
+           fieldMatches(pet.generatorId[1], sel.generatorId[1]) &&
+           fieldMatches(pet.sensorType, sel.sensorType) &&
+           fieldMatches(pet.sensorNumber, sel.sensorNum) &&
+           fieldMatches(pet.eventTrigger, sel.eventDirType) && matchSelPETEntryMasks(sel, pet);
+}
+
+bool IpmiEventOperations::matchSelPETEntryMasks(const RawSelEntry& sel, const RawPETEntry& pet) {
+    return matchSelPETEntryOffsetMask(sel, pet) && matchSelPETEntryOtherMasks(sel, pet);
+}
+
+bool IpmiEventOperations::matchSelPETEntryOffsetMask(const RawSelEntry& sel,
+                                                     const RawPETEntry& pet) {
+    // Unlike the IPMI standard's mask (bit n for offset n, 0-15), offsets 8-15 never match and
+    // both mask bytes are tested at offsets 0-7. Kept exactly so: it decides which filter, and so
+    // which severity, an event gets.
+    const unsigned offset = sel.eventData1 & 0x0F;
+    if (offset > 7) return false;
+    return ((pet.eventData1OffsetMask[0] >> offset) & 1) ||
+           ((pet.eventData1OffsetMask[1] >> offset) & 1);
+}
+
+bool IpmiEventOperations::matchSelPETEntryOtherMasks(const RawSelEntry& sel,
+                                                     const RawPETEntry& pet) {
+    return matchSelPETEntryEventDataMasks(sel.eventData1, pet.eventData1AndMask,
+                                          pet.eventData1Compare1, pet.eventData1Compare2) &&
+           matchSelPETEntryEventDataMasks(sel.eventData2, pet.eventData2AndMask,
+                                          pet.eventData2Compare1, pet.eventData2Compare2) &&
+           matchSelPETEntryEventDataMasks(sel.eventData3, pet.eventData3AndMask,
+                                          pet.eventData3Compare1, pet.eventData3Compare2);
+}
+
+bool IpmiEventOperations::matchSelPETEntryEventDataMasks(unsigned char data, unsigned char andMask,
+                                                         unsigned char compare1,
+                                                         unsigned char compare2) {
+    // The bits compare 1 selects must equal those of compare 2. Beyond that this is not the IPMI
+    // standard's rule for the other bits: with compare 1 neither 0x00 nor 0xFF and a non-zero
+    // compare 2 nothing matches, and with compare 1 = 0x00 only bit 0 is looked at. Kept so.
+    const unsigned char masked = data & andMask;
+    if ((masked ^ compare2) & compare1) return false;
+    if (compare1 == 0xFF) return true;
+    const bool lowBit = compare1 == 0x00 && (masked & 0x01);
+    if (compare2 == 0x00) return !lowBit;
+    return lowBit && (compare2 & 0x01);
+}
+
+int IpmiEventOperations::getPETEntryNumberForSelEntry(const RawSelEntry& sel,
+                                                      const std::vector<RawPETEntry>& pet) {
+    int best = kNoAlertPolicyYet;
+    int found = kNoMatch;
+    for (std::size_t i = 0; i < pet.size(); ++i) {
+        if (matchSelPETEntry(sel, pet[i]) && pet[i].alertPolicyNumber < best) {
+            best = pet[i].alertPolicyNumber;
+            found = static_cast<int>(i);
+        }
+    }
+    return found;
+}
+
+void IpmiEventOperations::getSelPETEntryNumberMap(const std::vector<RawSelEntry>& sel,
+                                                  const std::vector<RawPETEntry>& pet,
+                                                  std::map<int, int>& out) {
+    for (std::size_t i = 0; i < sel.size(); ++i) {
+        out[static_cast<int>(i)] = getPETEntryNumberForSelEntry(sel[i], pet);
+    }
+}
+
+void IpmiEventOperations::getSelSDRNumberMap(const std::vector<RawSelEntry>& sel,
+                                             const std::vector<RawSDR>& sdr,
+                                             std::map<int, int>& out) {
+    // Only the sensor number is compared, not the owner: with several controllers owning a sensor
+    // of the same number, the first SDR read wins.
+    constexpr std::size_t sensorNumberPosition = 7;
+    for (std::size_t i = 0; i < sel.size(); ++i) {
+        const auto found = std::find_if(sdr.begin(), sdr.end(), [&](const RawSDR& record) {
+            return record.bytes[sensorNumberPosition] == sel[i].sensorNum;
+        });
+        out[static_cast<int>(i)] =
+            found == sdr.end() ? kNoMatch : static_cast<int>(found - sdr.begin());
+    }
 }
 
 }  // namespace Tolmar

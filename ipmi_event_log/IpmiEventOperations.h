@@ -1,10 +1,14 @@
 // The SEL commands of the Storage network function, over one connected client.
 #pragma once
 
+#include <map>
 #include <vector>
 
 #include "IpmiClient.h"
 #include "IpmiEventLog.h"
+#include "RawAlertPolicyTableEntry.h"
+#include "RawPETEntry.h"
+#include "RawSDR.h"
 #include "RawSelEntry.h"
 
 namespace Tolmar {
@@ -33,7 +37,40 @@ public:
     // Add SEL Entry with the caller's 16 bytes as they stand.
     int AddSelEntry(const IPMISELENTRY& entry);
 
+    // Appends the PEF event filter table's enabled filters whose action includes an alert, in
+    // table order. A failure ends the read (and is logged); the entries read before it stay.
+    void getRawPETEntries(std::vector<RawPETEntry>& entries);
+    // Appends every entry of the PEF alert policy table, like getRawPETEntries.
+    void getAlertPolicyTableEntries(std::vector<RawAlertPolicyTableEntry>& entries);
+
+    // Whether the filter applies to the SEL record: generator, sensor type, sensor number and
+    // event trigger (0xFF: any), then the event data masks.
+    static bool matchSelPETEntry(const RawSelEntry& sel, const RawPETEntry& pet);
+    static bool matchSelPETEntryMasks(const RawSelEntry& sel, const RawPETEntry& pet);
+    static bool matchSelPETEntryOffsetMask(const RawSelEntry& sel, const RawPETEntry& pet);
+    static bool matchSelPETEntryOtherMasks(const RawSelEntry& sel, const RawPETEntry& pet);
+    static bool matchSelPETEntryEventDataMasks(unsigned char data, unsigned char andMask,
+                                               unsigned char compare1, unsigned char compare2);
+    // The matching filter with the lowest alert policy number byte (the first on a tie), as an
+    // index into `pet`, or -1.
+    static int getPETEntryNumberForSelEntry(const RawSelEntry& sel,
+                                            const std::vector<RawPETEntry>& pet);
+    // For every SEL position i: out[i] = its filter's index in `pet`, or -1.
+    static void getSelPETEntryNumberMap(const std::vector<RawSelEntry>& sel,
+                                        const std::vector<RawPETEntry>& pet,
+                                        std::map<int, int>& out);
+    // For every SEL position i: out[i] = the index of the first SDR with the record's sensor
+    // number, or -1.
+    static void getSelSDRNumberMap(const std::vector<RawSelEntry>& sel,
+                                   const std::vector<RawSDR>& sdr, std::map<int, int>& out);
+
 private:
+    // Reads one PEF table: its size from `countParameter`, then entries 1 to that size from
+    // `tableParameter`, appending those `keep` accepts.
+    template <typename Entry, typename Keep>
+    void readPefTable(unsigned char countParameter, unsigned char tableParameter,
+                      const char* failureMessage, std::vector<Entry>& entries, Keep keep);
+
     IpmiClient& client_;
 };
 

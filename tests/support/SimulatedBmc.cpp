@@ -63,6 +63,10 @@ const std::vector<SimulatedBmc::SelRecord>& SimulatedBmc::selRecords() const { r
 
 void SimulatedBmc::storeSdr(const std::vector<unsigned char>& record) { sdrs_.push_back(record); }
 
+void SimulatedBmc::limitSdrReads(unsigned char maxCount) { sdrReadLimit_ = maxCount; }
+
+void SimulatedBmc::setLastReservationId(std::uint16_t id) { lastReservation_ = id; }
+
 void SimulatedBmc::addEventFilter(const EventFilter& filter) { filters_.push_back(filter); }
 
 void SimulatedBmc::addAlertPolicy(const AlertPolicy& policy) { policies_.push_back(policy); }
@@ -208,6 +212,7 @@ BmcResponse SimulatedBmc::getSdr(const Bytes& data) const {
     if ((reservation != 0 || offset != 0) && !holds(reservation, sdrReservation_)) {
         return failure(kReservationCancelled);
     }
+    if (data[5] > sdrReadLimit_) return failure(kCannotReturnRequestedBytes);
     const long at = findSdr(word(data, 2));
     if (at < 0) return failure(kNotPresent);
     const std::size_t position = static_cast<std::size_t>(at);

@@ -20,6 +20,7 @@ constexpr unsigned char kInvalidCommand = 0xC1;
 constexpr unsigned char kReservationCancelled = 0xC5;
 constexpr unsigned char kRequestLengthInvalid = 0xC7;
 constexpr unsigned char kParameterOutOfRange = 0xC9;
+constexpr unsigned char kCannotReturnRequestedBytes = 0xCA;
 constexpr unsigned char kNotPresent = 0xCB;
 constexpr unsigned char kInvalidDataField = 0xCC;
 
@@ -35,6 +36,12 @@ public:
 
     // SDR repository records, whole, each carrying its record ID in bytes 0-1.
     void storeSdr(const std::vector<unsigned char>& record);
+    // Answers a Get SDR that asks for more than `maxCount` bytes (0xFF, "the rest", included) with
+    // 0xCA, as BMCs with small message buffers do.
+    void limitSdrReads(unsigned char maxCount);
+
+    // The reservation ID handed out last; the next reservation gets the one after it.
+    void setLastReservationId(std::uint16_t id);
 
     // PEF event filter table and alert policy table; set selectors count from 1.
     void addEventFilter(const EventFilter& filter);
@@ -76,6 +83,7 @@ private:
     std::uint16_t lastReservation_ = 0;
     std::uint16_t selReservation_ = 0;  // 0: none, or cancelled
     std::uint16_t sdrReservation_ = 0;
+    unsigned sdrReadLimit_ = 0xFF;
 };
 
 }  // namespace sim
