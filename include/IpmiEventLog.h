@@ -91,6 +91,15 @@ public:
     /// Takes new connection parameters, then probes them as GetConnectStatus does.
     int ResetConn(const TolmarConnection::ConnectionInfo& info);
 
+    /// Appends one decoded event per SEL record, in SEL order, to @p events. The SEL, the PEF
+    /// filters, the sensor records and the auxiliary log are all read in one session first.
+    /// After a connection, a failure part way keeps what was read and still returns EL_SUCCESS.
+    int GetAllIpmiEventLog(std::vector<TolmarAgentless::IPMIEVENT>& events);
+    /// Finds the decoded event of one SEL record and sets @p event's recordId, timeStamp,
+    /// message and severity (source and auxLog are left as they were); EL_NOT_FOUND when the SEL
+    /// has no such record.
+    int GetIpmiEventLogByRecordId(unsigned long recordId, TolmarAgentless::IPMIEVENT& event);
+
     /// Appends every SEL record, in SEL order, to @p entries.
     int GetAllIpmiSelEntry(std::vector<IPMISELENTRY>& entries);
     /// Reads one SEL record; @p entry is written only on EL_SUCCESS.

@@ -24,6 +24,15 @@ int IpmiEventLog::ResetConn(const TolmarConnection::ConnectionInfo& info) {
     return imp_ ? imp_->ResetConn(info) : kNoImplementation;
 }
 
+int IpmiEventLog::GetAllIpmiEventLog(std::vector<TolmarAgentless::IPMIEVENT>& events) {
+    return imp_ ? imp_->GetAllIpmiEventLog(events) : EL_INTERNAL_FAIL;
+}
+
+int IpmiEventLog::GetIpmiEventLogByRecordId(unsigned long recordId,
+                                            TolmarAgentless::IPMIEVENT& event) {
+    return imp_ ? imp_->GetIpmiEventLogByRecordId(recordId, event) : EL_INTERNAL_FAIL;
+}
+
 int IpmiEventLog::GetAllIpmiSelEntry(std::vector<IPMISELENTRY>& entries) {
     return imp_ ? imp_->GetAllIpmiSelEntry(entries) : EL_INTERNAL_FAIL;
 }

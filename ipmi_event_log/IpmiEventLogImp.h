@@ -7,6 +7,8 @@
 
 #include "IpmiClient.h"
 #include "IpmiEventLog.h"
+#include "IpmiEventOperations.h"
+#include "IpmiSDROperations.h"
 
 namespace Tolmar {
 
@@ -19,6 +21,8 @@ public:
     void RecostructParameters(const TolmarConnection::ConnectionInfo& info);
 
     int GetConnectStatus();
+    int GetAllIpmiEventLog(std::vector<TolmarAgentless::IPMIEVENT>& events);
+    int GetIpmiEventLogByRecordId(unsigned long recordId, TolmarAgentless::IPMIEVENT& event);
     int ResetConn(const TolmarConnection::ConnectionInfo& info);
     int GetAllIpmiSelEntry(std::vector<IPMISELENTRY>& entries);
     int GetIpmiSelEntryByRecordId(unsigned long recordId, IPMISELENTRY& entry);
@@ -32,6 +36,20 @@ private:
         int beforeConnected;
         int afterConnected;
     };
+
+    // Everything the decoded event log is made of, read in one session.
+    struct EventLogData {
+        std::vector<RawSelEntry> sel;
+        std::vector<RawPETEntry> pet;
+        std::vector<RawSDR> sdr;
+        std::map<int, int> entryMap;   // SEL position to filter position, or -1
+        std::map<int, int> selSDRMap;  // SEL position to SDR position, or -1
+        std::vector<IPMIExtendedSELDataEntry> auxEntries;
+    };
+    static void readEventLogData(IpmiEventOperations& events, IpmiSDROperations& sensors,
+                                 EventLogData& data);
+    static void appendDecodedEvents(EventLogData& data,
+                                    std::vector<TolmarAgentless::IPMIEVENT>& events);
 
     // A new client for the configured interface, or null when it cannot be allocated.
     IpmiClient* createClient() const;

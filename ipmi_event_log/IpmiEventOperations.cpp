@@ -1,11 +1,13 @@
 #include "IpmiEventOperations.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "CommandExchange.h"
 #include "IpmiException.h"
 #include "Log.h"
+#include "ResponseBytes.h"
 
 namespace Tolmar {
 
@@ -19,6 +21,15 @@ constexpr unsigned char kGetSelEntry = 0x43;
 constexpr unsigned char kAddSelEntry = 0x44;
 constexpr unsigned char kDeleteSelEntry = 0x46;
 constexpr unsigned char kClearSel = 0x47;
+constexpr unsigned char kGetAuxLogStatus = 0x5A;
+// OEM group command reading the maker's auxiliary log.
+constexpr unsigned char kReadAuxLog = 0x93;
+constexpr unsigned char kOem1LogType = 0x01;
+constexpr std::size_t kAuxLogStatusLength = 9;       // the entry count is in bytes 7 and 8
+constexpr std::size_t kAuxLengthResponseLength = 5;  // enterprise number, 16-bit length
+constexpr std::size_t kEnterpriseLength = 3;
+constexpr unsigned kLargestAuxRecord = 590;
+constexpr unsigned kAuxChunk = 25;
 // Sensor/Event command (IPMI v2.0 section 30.4) and its parameters.
 constexpr unsigned char kGetPefParameters = 0x13;
 constexpr unsigned char kEventFilterCount = 5;
@@ -55,6 +66,21 @@ unsigned long nextRecordId(const std::vector<unsigned char>& getSelEntryResponse
 void logListReadFailure(const char* prefix, unsigned char completionCode, int line) {
     if (Log::GetMinLogLevel() == 0) return;
     Log(1, kLogSource, line).Stream() << prefix << static_cast<char>(completionCode);
+}
+
+// An auxiliary-log read: the enterprise number, the entry number, the offset in one byte (larger
+// offsets wrap around; this is the form the BMC expects), 0x00, the length and 0x00. Length 0
+// asks for the entry's total length.
+std::vector<unsigned char> auxLogRequest(unsigned entry, unsigned offset, unsigned length) {
+    return {static_cast<unsigned char>(kAuxLogEnterpriseNumber & 0xFF),
+            static_cast<unsigned char>((kAuxLogEnterpriseNumber >> 8) & 0xFF),
+            static_cast<unsigned char>((kAuxLogEnterpriseNumber >> 16) & 0xFF),
+            static_cast<unsigned char>(entry & 0xFF),
+            static_cast<unsigned char>((entry >> 8) & 0xFF),
+            static_cast<unsigned char>(offset & 0xFF),
+            0x00,
+            static_cast<unsigned char>(length),
+            0x00};
 }
 
 bool fieldMatches(unsigned char filter, unsigned char value) {
@@ -261,6 +287,55 @@ void IpmiEventOperations::getSelSDRNumberMap(const std::vector<RawSelEntry>& sel
         out[static_cast<int>(i)] =
             found == sdr.end() ? kNoMatch : static_cast<int>(found - sdr.begin());
     }
+}
+
+int IpmiEventOperations::IPMIGetAuxLogStatus(unsigned int* count) {
+    *count = 0;
+    const CommandResponse response =
+        exchange(client_, kNetFnStorage, kGetAuxLogStatus, {kOem1LogType});
+    if (response.status != 0 || response.truncated(kAuxLogStatusLength)) {
+        return IpmiEventLog::EL_INTERNAL_FAIL;
+    }
+    if (response.completionCode == kCompletionOk) *count = response.data[7] | response.data[8] << 8;
+    return response.resultCode();
+}
+
+int IpmiEventOperations::IPMIReadExtendedData(s_AuxLog_entry* entries, unsigned int count) {
+    int result = IpmiEventLog::EL_SUCCESS;
+    for (unsigned number = 1; number <= count; ++number) {
+        s_AuxLog_entry& entry = entries[number - 1];
+        std::memset(entry.data, 0, sizeof entry.data);
+        const CommandResponse length =
+            exchange(client_, kNetFnOemGroup, kReadAuxLog, auxLogRequest(number, 0, 0));
+        // An entry whose length did not arrive stays zero; an error from the BMC ends the read.
+        if (length.status != 0 || length.truncated(kAuxLengthResponseLength)) continue;
+        if (length.completionCode != kCompletionOk) return IpmiEventLog::EL_INTERNAL_FAIL;
+        const unsigned total =
+            std::min<unsigned>(length.data[3] | length.data[4] << 8, kLargestAuxRecord);
+
+        // The first chunk is kept whole, starting with the echoed enterprise number; later chunks
+        // without it. The first asks for 25 bytes whatever the total. A chunk that fails leaves
+        // the entry as far as it was filled.
+        std::size_t written = 0;
+        unsigned chunk = kAuxChunk;
+        for (unsigned remaining = total; remaining > 0;) {
+            const CommandResponse response =
+                exchange(client_, kNetFnOemGroup, kReadAuxLog,
+                         auxLogRequest(number, total - remaining, chunk));
+            if (response.status != 0) break;
+            if (response.completionCode != kCompletionOk) {
+                result = IpmiEventLog::EL_INTERNAL_FAIL;
+                break;
+            }
+            const std::size_t skip = written == 0 ? 0 : kEnterpriseLength;
+            if (response.data.size() <= skip) break;
+            written += copyResponseBytes(response.data, skip, entry.data + written,
+                                         sizeof entry.data - written);
+            remaining = chunk < remaining ? remaining - chunk : 0;
+            chunk = std::min(kAuxChunk, remaining);
+        }
+    }
+    return result;
 }
 
 }  // namespace Tolmar

@@ -4,6 +4,7 @@
 #include <map>
 #include <vector>
 
+#include "IPMIAuxiliaryLog.h"
 #include "IpmiClient.h"
 #include "IpmiEventLog.h"
 #include "RawAlertPolicyTableEntry.h"
@@ -42,6 +43,14 @@ public:
     void getRawPETEntries(std::vector<RawPETEntry>& entries);
     // Appends every entry of the PEF alert policy table, like getRawPETEntries.
     void getAlertPolicyTableEntries(std::vector<RawAlertPolicyTableEntry>& entries);
+
+    // Get Auxiliary Log Status for the OEM log: sets *count to its number of entries (0 on any
+    // failure). The result codes are those of IpmiEventLog.
+    int IPMIGetAuxLogStatus(unsigned int* count);
+    // Reads auxiliary entries 1 to count into entries[0] to entries[count - 1], each zeroed first
+    // and read in chunks of up to 25 bytes. 0 when every read was answered; 6 when the BMC
+    // answered a request with an error (a length request's error ends the read).
+    int IPMIReadExtendedData(s_AuxLog_entry* entries, unsigned int count);
 
     // Whether the filter applies to the SEL record: generator, sensor type, sensor number and
     // event trigger (0xFF: any), then the event data masks.

@@ -246,6 +246,58 @@ std::vector<SelRecord> sampleEventLog() {
     return log;
 }
 
+std::vector<unsigned char> auxLogRecord(const AuxRecord& r) {
+    // Record bytes 0-1 size, 2-3 SEL record ID, 7 type, 10 severity, 11-12 operation, 13
+    // sub-class, 14 class, 15-18 FRU instance, 19-34 GUID, then the extended data.
+    constexpr std::size_t header = 35;
+    constexpr std::size_t sizeField = 28;  // the size counts the extended data from here
+    std::vector<unsigned char> bytes(header + r.extendedData.size(), 0x00);
+    const std::size_t size = sizeField + r.extendedData.size();
+    bytes[0] = size & 0xFF;
+    bytes[1] = size >> 8;
+    bytes[2] = r.selRecordId & 0xFF;
+    bytes[3] = r.selRecordId >> 8;
+    bytes[7] = r.type;
+    bytes[10] = r.severity;
+    bytes[11] = r.operation[0];
+    bytes[12] = r.operation[1];
+    bytes[13] = r.subclass;
+    bytes[14] = r.entryClass;
+    std::copy(r.fruInstance.begin(), r.fruInstance.end(), bytes.begin() + 15);
+    std::copy(r.guid.begin(), r.guid.end(), bytes.begin() + 19);
+    std::copy(r.extendedData.begin(), r.extendedData.end(), bytes.begin() + header);
+    return bytes;
+}
+
+std::vector<AuxRecord> sampleAuxiliaryLog() {
+    const std::array<unsigned char, 16> guid = {0x4F, 0x2B, 0x61, 0xA8, 0x03, 0x11, 0x9C, 0x4E,
+                                                0xB2, 0x5D, 0x00, 0x15, 0x5D, 0x01, 0x0A, 0x22};
+    return {
+        // Uncorrectable ECC (record 0x16): memory error from the DXE runtime, DIMM 3.
+        {0x16,
+         0x02,
+         0x90,
+         {0x00, 0x03},
+         5,
+         0,
+         {0x00, 0x00, 0x00, 0x03},
+         guid,
+         {0x01, 0x0C, 0x00, 0x03, 0x00, 0x00, 0x7F, 0x3A, 0x40, 0x00}},
+        // Processor IERR (record 0x18): host processor error, CPU 1.
+        {0x18,
+         0x02,
+         0xA0,
+         {0x00, 0x01},
+         1,
+         0,
+         {0x00, 0x00, 0x00, 0x01},
+         guid,
+         {0xBE, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x80}},
+        // Boot progress after the restart (record 0x1E): PEI core, no extended data.
+        {0x1E, 0x01, 0x40, {0x10, 0x00}, 2, 3, {0x00, 0x00, 0x00, 0x00}, guid, {}},
+    };
+}
+
 std::string sdrCommands(const std::vector<SdrRecord>& records) {
     std::string commands;
     for (const SdrRecord& r : records) {

@@ -17,6 +17,22 @@ std::vector<SdrRecord> sampleSdrRepository();
 // The sample server's events, record IDs from 1, time stamps from March 2015 on.
 std::vector<SelRecord> sampleEventLog();
 
+// One record of the OEM auxiliary log, as the BMC returns it after the enterprise number: its size
+// (the record less 7 bytes), the SEL record ID it belongs to, type, severity, operation, class and
+// sub-class, FRU instance, GUID and extended data.
+struct AuxRecord {
+    unsigned selRecordId;
+    unsigned char type, severity;
+    std::array<unsigned char, 2> operation;
+    unsigned char subclass, entryClass;
+    std::array<unsigned char, 4> fruInstance;
+    std::array<unsigned char, 16> guid;
+    std::vector<unsigned char> extendedData;
+};
+std::vector<unsigned char> auxLogRecord(const AuxRecord& record);
+// Firmware reports that go with some of the sample server's events.
+std::vector<AuxRecord> sampleAuxiliaryLog();
+
 // "main_sdr_add" commands that load the repository into the simulated BMC.
 std::string sdrCommands(const std::vector<SdrRecord>& records);
 
