@@ -72,9 +72,10 @@ bool portInUse(unsigned short port) {
     return errno == EADDRINUSE;
 }
 
-std::string lanConfiguration(unsigned short port) {
+std::string lanConfiguration(unsigned short port, const std::string& auxiliaryLogFile) {
     std::ostringstream out;
     out << "name \"tolmar_bmc\"\n";
+    out << "loadlib \"" << AUXLOG_PLUGIN << "\" \"" << auxiliaryLogFile << "\"\n";
     int number = 2;  // user 1 is the anonymous user
     for (const LanUser* user : {&kAdministrator, &kOperator, &kViewer}) {
         out << "user " << number++ << " true \"" << user->name << "\" \"" << user->password << "\" "
@@ -99,6 +100,17 @@ std::string emulationFile(const std::string& emulation) {
            emulation + "\nmc_enable 0x20\n";
 }
 
+// The auxiliary-log module's file: the enterprise number, then one record a line in hex.
+std::string auxiliaryLogFile(const std::vector<std::vector<unsigned char>>& records) {
+    std::ostringstream out;
+    out << IPMI_AUX_LOG_IANA << "\n" << std::hex;
+    for (const auto& record : records) {
+        for (unsigned char byte : record) out << unsigned{byte} << ' ';
+        out << "\n";
+    }
+    return out.str();
+}
+
 void writeFile(const std::string& path, const std::string& text) {
     std::ofstream out(path);
     out << text;
@@ -107,10 +119,12 @@ void writeFile(const std::string& path, const std::string& text) {
 
 }  // namespace
 
-BmcSimulator::BmcSimulator(const std::string& emulation) {
+BmcSimulator::BmcSimulator(const std::string& emulation,
+                           const std::vector<std::vector<unsigned char>>& auxiliaryLog) {
     char pattern[] = "/tmp/tolmar-bmc-XXXXXX";
     if (mkdtemp(pattern) == nullptr) throw std::runtime_error("cannot create a directory in /tmp");
     directory_ = pattern;
+    writeFile(directory_ + "/auxiliary.log", auxiliaryLogFile(auxiliaryLog));
     for (int attempt = 0; attempt < kStartAttempts; ++attempt) {
         if (start(emulation)) return;
     }
@@ -126,7 +140,7 @@ bool BmcSimulator::start(const std::string& emulation) {
     std::filesystem::remove_all(state);
     std::filesystem::create_directories(state);
     port_ = freeUdpPort();
-    writeFile(directory_ + "/lan.conf", lanConfiguration(port_));
+    writeFile(directory_ + "/lan.conf", lanConfiguration(port_, directory_ + "/auxiliary.log"));
     writeFile(directory_ + "/bmc.emu", emulationFile(emulation));
     const std::string log = directory_ + "/ipmi_sim.log";
 
@@ -179,22 +193,41 @@ void BmcSimulator::addSelRecords(const std::vector<SelRecord>& records) const {
     constexpr unsigned char storage = 0x0A;
     constexpr unsigned char setSelTime = 0x49;
     constexpr unsigned char addSelEntry = 0x44;
+    std::vector<Request> requests;
+    for (const SelRecord& record : records) {
+        requests.push_back({storage, setSelTime, {record[3], record[4], record[5], record[6]}});
+        requests.push_back({storage, addSelEntry, {record.begin(), record.end()}});
+    }
+    sendAll(requests);
+}
+
+void BmcSimulator::setEventFilters(const std::vector<EventFilter>& filters) const {
+    constexpr unsigned char sensorEvent = 0x04;
+    constexpr unsigned char setPefParameters = 0x12;
+    constexpr unsigned char eventFilterTable = 6;
+    std::vector<Request> requests;
+    unsigned char number = 0;
+    for (const EventFilter& filter : filters) {
+        std::vector<unsigned char> data = {eventFilterTable, ++number};
+        data.insert(data.end(), filter.begin(), filter.end());
+        requests.push_back({sensorEvent, setPefParameters, data});
+    }
+    sendAll(requests);
+}
+
+void BmcSimulator::sendAll(const std::vector<Request>& requests) const {
     IpmiClient client(host(), kAdministrator.name, kAdministrator.password, std::to_string(port_),
                       3);
     if (client.connect() != 0) throw std::runtime_error("cannot open a session to ipmi_sim");
-    const auto send = [&client](unsigned char command, std::vector<unsigned char> data) {
+    for (const Request& request : requests) {
         std::vector<unsigned char> response;
         unsigned char completionCode = 0;
-        if (client.sendCommand({command, std::move(data), storage}, response, completionCode) !=
-                0 ||
+        if (client.sendCommand({request.command, request.data, request.netFn}, response,
+                               completionCode) != 0 ||
             completionCode != 0) {
-            throw std::runtime_error("ipmi_sim refused storage command " + std::to_string(command) +
+            throw std::runtime_error("ipmi_sim refused command " + std::to_string(request.command) +
                                      " with completion code " + std::to_string(completionCode));
         }
-    };
-    for (const SelRecord& record : records) {
-        send(setSelTime, {record[3], record[4], record[5], record[6]});
-        send(addSelEntry, {record.begin(), record.end()});
     }
     client.disconnect();
 }

@@ -26,9 +26,12 @@ extern const LanUser kViewer;  // user privilege: may read, may not change
 class BmcSimulator {
 public:
     // Starts the simulator and returns once its LAN port is open. `emulation` holds ipmi_sim
-    // commands (SDRs, SEL entries) run after the BMC is set up and before it is enabled. Throws
-    // std::runtime_error, with the simulator's own output, when it does not come up.
-    explicit BmcSimulator(const std::string& emulation = "");
+    // commands (SDRs, SEL entries) run after the BMC is set up and before it is enabled;
+    // `auxiliaryLog` the records its OEM auxiliary log serves, under the enterprise number the
+    // library is built with. Throws std::runtime_error, with the simulator's own output, when it
+    // does not come up.
+    explicit BmcSimulator(const std::string& emulation = "",
+                          const std::vector<std::vector<unsigned char>>& auxiliaryLog = {});
     ~BmcSimulator();
     BmcSimulator(const BmcSimulator&) = delete;
     BmcSimulator& operator=(const BmcSimulator&) = delete;
@@ -41,6 +44,8 @@ public:
     // Set SEL Time to each record's time stamp, then Add SEL Entry (the BMC stamps added records
     // with its own clock and assigns their IDs). Throws std::runtime_error when the BMC refuses.
     void addSelRecords(const std::vector<SelRecord>& records) const;
+    // Writes the PEF event filter table from filter 1 on, with Set PEF Configuration Parameters.
+    void setEventFilters(const std::vector<EventFilter>& filters) const;
 
     // Stops the simulator now (SIGTERM, then SIGKILL); harmless when already stopped.
     void stop();
@@ -48,6 +53,13 @@ public:
 private:
     bool start(const std::string& emulation);
     std::string output() const;
+    // Sends each request over one administrator session; throws when one is refused.
+    struct Request {
+        unsigned char netFn;
+        unsigned char command;
+        std::vector<unsigned char> data;
+    };
+    void sendAll(const std::vector<Request>& requests) const;
 
     std::string directory_;
     unsigned short port_ = 0;

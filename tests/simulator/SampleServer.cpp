@@ -36,6 +36,7 @@ SdrRecord record(std::uint16_t id, unsigned char type, const SdrRecord& body) {
 void appendId(SdrRecord& body, const std::string& name) {
     body.push_back(static_cast<unsigned char>(kAsciiId | name.size()));
     body.insert(body.end(), name.begin(), name.end());
+    body.push_back(0x00);
 }
 
 // A linear analog sensor: value = M x raw x 10^R.
@@ -295,6 +296,26 @@ std::vector<AuxRecord> sampleAuxiliaryLog() {
          {0xBE, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x80}},
         // Boot progress after the restart (record 0x1E): PEI core, no extended data.
         {0x1E, 0x01, 0x40, {0x10, 0x00}, 2, 3, {0x00, 0x00, 0x00, 0x00}, guid, {}},
+    };
+}
+
+std::vector<EventFilter> sampleEventFilters() {
+    // Enabled, alert action, policy number, severity, any generator, a sensor type or any, any
+    // sensor, any trigger, every offset, event data don't-care. Policy numbers: the lowest wins.
+    const auto filter = [](unsigned char policy, unsigned char severity,
+                           unsigned char sensorType) -> EventFilter {
+        return {0x80, 0x01, policy, severity, 0xFF, 0xFF, sensorType, 0xFF, 0xFF, 0xFF,
+                0xFF, 0x00, 0x00,   0x00,     0x00, 0x00, 0x00,       0x00, 0x00, 0x00};
+    };
+    return {
+        filter(0x11, 0x10, 0x08),  // power supply: critical
+        filter(0x12, 0x10, 0x0C),  // memory: critical
+        filter(0x13, 0x10, 0x07),  // processor: critical
+        filter(0x14, 0x20, 0x20),  // OS stop: non-recoverable
+        filter(0x21, 0x08, 0x01),  // temperature: non-critical
+        filter(0x22, 0x08, 0x02),  // voltage: non-critical
+        filter(0x23, 0x08, 0x04),  // fan: non-critical
+        filter(0x7F, 0x02, 0xFF),  // anything else: information
     };
 }
 

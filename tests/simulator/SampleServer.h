@@ -12,7 +12,9 @@ namespace bmcsim {
 using SdrRecord = std::vector<unsigned char>;
 using SelRecord = std::array<unsigned char, 16>;
 
-// Every record of the repository, in repository order, record IDs from 1.
+// Every record of the repository, in repository order, record IDs from 1. Each ID string is
+// followed by a zero byte inside the record, so that bytes a BMC sends past a record's end (as
+// ipmi_sim does) do not run into the name.
 std::vector<SdrRecord> sampleSdrRepository();
 // The sample server's events, record IDs from 1, time stamps from March 2015 on.
 std::vector<SelRecord> sampleEventLog();
@@ -32,6 +34,10 @@ struct AuxRecord {
 std::vector<unsigned char> auxLogRecord(const AuxRecord& record);
 // Firmware reports that go with some of the sample server's events.
 std::vector<AuxRecord> sampleAuxiliaryLog();
+
+// The sample server's PEF event filter table (IPMI v2.0 table 17-2), all enabled with alerts.
+using EventFilter = std::array<unsigned char, 20>;
+std::vector<EventFilter> sampleEventFilters();
 
 // "main_sdr_add" commands that load the repository into the simulated BMC.
 std::string sdrCommands(const std::vector<SdrRecord>& records);
