@@ -1,4 +1,5 @@
-// Runs the sample server's BMC on a free loopback port for as long as a command runs:
+// Runs the sample server's BMC (sensors, PEF filters, auxiliary log and event log) on a free
+// loopback port for as long as a command runs:
 //   sample_bmc COMMAND [ARGS...]
 // The command finds the BMC in its environment: BMC_HOST, BMC_PORT, BMC_USER and IPMI_PASSWORD
 // (the administrator account). The simulator is stopped when the command ends; the command's exit
@@ -20,7 +21,12 @@ int main(int argc, char** argv) {
         return 2;
     }
     try {
-        bmcsim::BmcSimulator bmc(bmcsim::sdrCommands(bmcsim::sampleSdrRepository()));
+        std::vector<std::vector<unsigned char>> auxiliaryLog;
+        for (const bmcsim::AuxRecord& record : bmcsim::sampleAuxiliaryLog()) {
+            auxiliaryLog.push_back(bmcsim::auxLogRecord(record));
+        }
+        bmcsim::BmcSimulator bmc(bmcsim::sdrCommands(bmcsim::sampleSdrRepository()), auxiliaryLog);
+        bmc.setEventFilters(bmcsim::sampleEventFilters());
         bmc.addSelRecords(bmcsim::sampleEventLog());
         std::fprintf(stderr, "sample BMC (ipmi_sim, pid %d) listening on %s:%u\n", bmc.pid(),
                      bmcsim::BmcSimulator::host(), bmc.port());
