@@ -1,16 +1,20 @@
-// Prints a BMC's decoded event log through Tolmar::IpmiEventLog.
+// Prints a BMC's event log through Tolmar::IpmiEventLog: decoded, or with --raw as the 16 bytes of
+// each SEL record.
 //
-//   print_event_log                        the local BMC, through the in-band interface
-//   print_event_log HOST [PORT [USER]]     a BMC over the LAN (IPMI v2.0, RMCP+); the password
-//                                          comes from the environment variable IPMI_PASSWORD
+//   print_event_log [--raw]                        the local BMC, through the in-band interface
+//   print_event_log [--raw] HOST [PORT [USER]]     a BMC over the LAN (IPMI v2.0, RMCP+); the
+//                                                  password comes from IPMI_PASSWORD
 #include <IpmiEventLog.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
 namespace {
+
+using Tolmar::IpmiEventLog;
 
 const char* severityWord(int severity) {
     switch (severity) {
@@ -38,24 +42,10 @@ std::string printable(const std::string& text) {
     return out;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    Tolmar::TolmarConnection::ConnectionInfo info;
-    if (argc > 1) {
-        info.connectionType = 1;
-        info.ip = argv[1];
-        info.port = static_cast<std::uint16_t>(argc > 2 ? std::atoi(argv[2]) : 623);
-        info.user = argc > 3 ? argv[3] : "admin";
-        if (const char* password = std::getenv("IPMI_PASSWORD")) info.password = password;
-    }
-    Tolmar::IpmiEventLog log(info);
+int printDecoded(IpmiEventLog& log) {
     std::vector<Tolmar::TolmarAgentless::IPMIEVENT> events;
     const int result = log.GetAllIpmiEventLog(events);
-    if (result != Tolmar::IpmiEventLog::EL_SUCCESS) {
-        std::fprintf(stderr, "print_event_log: cannot read the event log (result %d)\n", result);
-        return 1;
-    }
+    if (result != IpmiEventLog::EL_SUCCESS) return result;
     for (const auto& event : events) {
         std::printf("0x%04lx  %-19s  %-8s  %s\n", event.recordId, event.timeStamp.c_str(),
                     severityWord(event.severity), printable(event.source).c_str());
@@ -65,5 +55,41 @@ int main(int argc, char** argv) {
         }
     }
     std::printf("%zu events\n", events.size());
+    return result;
+}
+
+int printRaw(IpmiEventLog& log) {
+    std::vector<Tolmar::IPMISELENTRY> entries;
+    const int result = log.GetAllIpmiSelEntry(entries);
+    if (result != IpmiEventLog::EL_SUCCESS) return result;
+    for (const Tolmar::IPMISELENTRY& entry : entries) {
+        const auto* bytes = reinterpret_cast<const unsigned char*>(&entry);
+        std::printf("0x%04x ", entry.recordId[0] | entry.recordId[1] << 8);
+        for (std::size_t i = 0; i < sizeof entry; ++i) std::printf(" %02x", bytes[i]);
+        std::printf("\n");
+    }
+    std::printf("%zu SEL entries\n", entries.size());
+    return result;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const bool raw = argc > 1 && std::strcmp(argv[1], "--raw") == 0;
+    const int first = raw ? 2 : 1;
+    Tolmar::TolmarConnection::ConnectionInfo info;
+    if (argc > first) {
+        info.connectionType = 1;
+        info.ip = argv[first];
+        info.port = static_cast<std::uint16_t>(argc > first + 1 ? std::atoi(argv[first + 1]) : 623);
+        info.user = argc > first + 2 ? argv[first + 2] : "admin";
+        if (const char* password = std::getenv("IPMI_PASSWORD")) info.password = password;
+    }
+    IpmiEventLog log(info);
+    const int result = raw ? printRaw(log) : printDecoded(log);
+    if (result != IpmiEventLog::EL_SUCCESS) {
+        std::fprintf(stderr, "print_event_log: cannot read the event log (result %d)\n", result);
+        return 1;
+    }
     return 0;
 }

@@ -6,10 +6,13 @@
 #include <gtest/gtest.h>
 
 #include <initializer_list>
+#include <memory>
 #include <optional>
 #include <string>
 
 #include "ClientBench.h"
+#include "IpmiEventLog.h"
+#include "IpmiEventOperations.h"
 #include "Log.h"
 #include "LogCapture.h"
 #include "SimulatedBmc.h"
@@ -43,6 +46,39 @@ protected:
 private:
     std::optional<LogCapture> log_;
 };
+
+// A fixture with a connected client and the SEL operations on it.
+class OperationsTest : public BmcTest {
+protected:
+    void SetUp() override {
+        BmcTest::SetUp();
+        client_ = std::make_unique<IpmiClient>(0ul);
+        ASSERT_EQ(client_->connect(), 0);
+        operations = std::make_unique<Tolmar::IpmiEventOperations>(*client_);
+    }
+    void TearDown() override {
+        operations.reset();
+        client_.reset();
+        BmcTest::TearDown();
+    }
+
+    std::unique_ptr<Tolmar::IpmiEventOperations> operations;
+
+private:
+    std::unique_ptr<IpmiClient> client_;
+};
+
+// A LAN connection to a BMC on port 623, with cipher suite 17.
+inline Tolmar::TolmarConnection::ConnectionInfo lanConnection() {
+    Tolmar::TolmarConnection::ConnectionInfo info;
+    info.ip = "bmc1.example.test";
+    info.port = 623;
+    info.user = "admin";
+    info.password = "s3cret";
+    info.cipherSuite = 17;
+    info.connectionType = 1;
+    return info;
+}
 
 // A SEL record with the given record ID and the bytes after the ID (record type ... event data 3).
 inline SimulatedBmc::SelRecord selRecord(unsigned id, std::initializer_list<unsigned char> rest) {

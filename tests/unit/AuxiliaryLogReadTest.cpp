@@ -30,19 +30,11 @@ Bytes countingRecord(std::size_t length) {
     return record;
 }
 
-class AuxiliaryLogReadTest : public sim::BmcTest {
+class AuxiliaryLogReadTest : public sim::OperationsTest {
 protected:
     void SetUp() override {
-        BmcTest::SetUp();
+        OperationsTest::SetUp();
         bmc.setAuxLogEnterprise(kAuxLogEnterpriseNumber);
-        client_ = std::make_unique<IpmiClient>(0ul);
-        ASSERT_EQ(client_->connect(), 0);
-        operations = std::make_unique<IpmiEventOperations>(*client_);
-    }
-    void TearDown() override {
-        operations.reset();
-        client_.reset();
-        BmcTest::TearDown();
     }
 
     static RecordedRequest read(unsigned entry, unsigned char offset, unsigned char length) {
@@ -57,11 +49,6 @@ protected:
         EXPECT_EQ(operations->IPMIReadExtendedData(entries.data(), count), expectedResult);
         return entries;
     }
-
-    std::unique_ptr<IpmiEventOperations> operations;
-
-private:
-    std::unique_ptr<IpmiClient> client_;
 };
 
 // --- status ---

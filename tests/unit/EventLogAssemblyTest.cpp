@@ -25,16 +25,6 @@ constexpr unsigned char kIana0 = kAuxLogEnterpriseNumber & 0xFF;
 constexpr unsigned char kIana1 = (kAuxLogEnterpriseNumber >> 8) & 0xFF;
 constexpr unsigned char kIana2 = (kAuxLogEnterpriseNumber >> 16) & 0xFF;
 
-ConnectionInfo lan() {
-    ConnectionInfo info;
-    info.ip = "bmc1.example.test";
-    info.port = 623;
-    info.user = "admin";
-    info.password = "s3cret";
-    info.connectionType = 1;
-    return info;
-}
-
 // "CPU1 Temp", a full record (ID 0x0001): sensor 0x30, processor 1, degrees C, M = 1.
 const Bytes kCpuTemp = {0x01, 0x00, 0x51, 0x01, 0x34, 0x20, 0x00, 0x30, 0x03, 0x01, 0x7F, 0x68,
                         0x01, 0x01, 0x95, 0x0A, 0x95, 0x0A, 0x3F, 0x3F, 0x00, 0x01, 0x00, 0x00,
@@ -102,7 +92,7 @@ protected:
     }
 
     std::vector<IPMIEVENT> readAll(int expected = 0) {
-        IpmiEventLog log(lan());
+        IpmiEventLog log(sim::lanConnection());
         std::vector<IPMIEVENT> events;
         EXPECT_EQ(log.GetAllIpmiEventLog(events), expected);
         return events;
@@ -181,7 +171,7 @@ TEST_F(EventLogAssemblyTest, ReadsEverythingInOneSessionInThisOrder) {
 
 TEST_F(EventLogAssemblyTest, AppendsAfterTheCallersEvents) {
     smallBmc();
-    IpmiEventLog log(lan());
+    IpmiEventLog log(sim::lanConnection());
     std::vector<IPMIEVENT> events(2);
     events[0].message = "kept";
     EXPECT_EQ(log.GetAllIpmiEventLog(events), 0);
@@ -312,7 +302,7 @@ TEST_F(EventLogAssemblyTest, IpmiExceptionFromDisconnectKeepsTheReadButRendersNo
 TEST_F(EventLogAssemblyTest, OtherExceptionsReachTheCallerAndLeaveTheClient) {
     smallBmc();
     bench.injectFault(13, Fault::otherException());
-    IpmiEventLog log(lan());
+    IpmiEventLog log(sim::lanConnection());
     std::vector<IPMIEVENT> events;
     EXPECT_THROW(log.GetAllIpmiEventLog(events), std::runtime_error);
     EXPECT_EQ(bench.liveClients(), 1u);
@@ -358,7 +348,7 @@ TEST_F(EventLogAssemblyTest, TracesTheClientTheRecordsTheSdrsTheMapsAndEachBuild
         EXPECT_NE(log.find(line + "\n"), std::string::npos) << line << "\nin:\n" << log;
     };
     has("[4] ipmi_event_log/IpmiEventLogImp:81 vkmip:bmc1.example.test user:admin port:623 "
-        "ciphersuite_:3");
+        "ciphersuite_:17");
     has("[4] ipmi_event_log/IpmiEventLogImp:134 RawSelEntry[2]: index=1, recordType=02, "
         "generatorId[0]=20, generatorId[1]=00, evMRev=04, sensorType=08, sensorNum=60, "
         "eventDirType=6f, eventData1=01, eventData2=ff, eventData3=ff, generatorId=32");
@@ -382,7 +372,7 @@ TEST_F(EventLogAssemblyTest, NoTraceOfTheClientForTheLocalInterface) {
 
 TEST_F(EventLogAssemblyTest, ByRecordIdSetsFourFieldsAndLeavesSourceAndAuxLog) {
     smallBmc();
-    IpmiEventLog log(lan());
+    IpmiEventLog log(sim::lanConnection());
     IPMIEVENT event;
     event.source = "caller's source";
     event.auxLog = "caller's aux";
@@ -398,7 +388,7 @@ TEST_F(EventLogAssemblyTest, ByRecordIdSetsFourFieldsAndLeavesSourceAndAuxLog) {
 
 TEST_F(EventLogAssemblyTest, ByRecordIdOfAnAbsentRecordIsNotFound) {
     smallBmc();
-    IpmiEventLog log(lan());
+    IpmiEventLog log(sim::lanConnection());
     IPMIEVENT event;
     event.message = "untouched";
     EXPECT_EQ(log.GetIpmiEventLogByRecordId(0x77, event), 5);
@@ -415,7 +405,7 @@ TEST_F(EventLogAssemblyTest, ByRecordIdTakesTheLastMatch) {
     bench.injectFault(
         2, Fault::completion(0x00, {0xFF, 0xFF, 0x05, 0x00, 0x02, 0x00, 0x00, 0x00, 0x55, 0x20,
                                     0x00, 0x04, 0x07, 0x99, 0x6F, 0x01, 0xFF, 0xFF}));
-    IpmiEventLog log(lan());
+    IpmiEventLog log(sim::lanConnection());
     IPMIEVENT event;
     EXPECT_EQ(log.GetIpmiEventLogByRecordId(5, event), 0);
     EXPECT_EQ(event.message, " (Processor - ): Assertion: Thermal Trip");
@@ -423,7 +413,7 @@ TEST_F(EventLogAssemblyTest, ByRecordIdTakesTheLastMatch) {
 
 TEST_F(EventLogAssemblyTest, ByRecordIdPassesFailuresOn) {
     bench.setConnectStatus(2);
-    IpmiEventLog log(lan());
+    IpmiEventLog log(sim::lanConnection());
     IPMIEVENT event;
     EXPECT_EQ(log.GetIpmiEventLogByRecordId(1, event), 4);
 }

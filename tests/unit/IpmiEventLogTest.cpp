@@ -15,22 +15,12 @@ using sim::ClientCall;
 using sim::ClientEvent;
 using sim::Fault;
 using sim::filledWith;
+using sim::lanConnection;
 using sim::RecordedRequest;
 using sim::selRecord;
 using Tolmar::IpmiEventLog;
 using Tolmar::IPMISELENTRY;
 using Tolmar::TolmarConnection::ConnectionInfo;
-
-ConnectionInfo lanConnection() {
-    ConnectionInfo info;
-    info.ip = "bmc1.example.test";
-    info.port = 623;
-    info.user = "admin";
-    info.password = "s3cret";
-    info.cipherSuite = 17;
-    info.connectionType = 1;
-    return info;
-}
 
 bool sameBytes(const IPMISELENTRY& a, const IPMISELENTRY& b) {
     return std::memcmp(&a, &b, sizeof a) == 0;

@@ -36,20 +36,8 @@ std::string selWalkFailure(unsigned char completionCode) {
            "\n";
 }
 
-class IpmiEventOperationsTest : public sim::BmcTest {
+class IpmiEventOperationsTest : public sim::OperationsTest {
 protected:
-    void SetUp() override {
-        BmcTest::SetUp();
-        client_ = std::make_unique<IpmiClient>(0);
-        ASSERT_EQ(client_->connect(), 0);
-        operations = std::make_unique<IpmiEventOperations>(*client_);
-    }
-    void TearDown() override {
-        operations.reset();
-        client_.reset();
-        BmcTest::TearDown();
-    }
-
     void storeThreeRecords() {
         bmc.storeSelRecord(selRecord(0x0010, kTemperatureEvent));
         bmc.storeSelRecord(selRecord(0x0020, kTemperatureEvent));
@@ -59,11 +47,6 @@ protected:
     static RecordedRequest getSelEntry(unsigned char low, unsigned char high) {
         return request(0x0A, 0x43, {0x00, 0x00, low, high, 0x00, 0xFF});
     }
-
-    std::unique_ptr<IpmiEventOperations> operations;
-
-private:
-    std::unique_ptr<IpmiClient> client_;
 };
 
 TEST(WriteDWORD, WritesSixteenBitsLeastSignificantFirstAndNothingElse) {

@@ -36,28 +36,11 @@ std::string failureLine(const char* operation, unsigned char completionCode) {
     return std::string(operation) + " completionCode: " + static_cast<char>(completionCode) + "\n";
 }
 
-class PefTableTest : public sim::BmcTest {
+class PefTableTest : public sim::OperationsTest {
 protected:
-    void SetUp() override {
-        BmcTest::SetUp();
-        client_ = std::make_unique<IpmiClient>(0ul);
-        ASSERT_EQ(client_->connect(), 0);
-        operations = std::make_unique<IpmiEventOperations>(*client_);
-    }
-    void TearDown() override {
-        operations.reset();
-        client_.reset();
-        BmcTest::TearDown();
-    }
-
     static RecordedRequest getPef(unsigned char parameter, unsigned char set) {
         return request(0x04, 0x13, {parameter, set, 0x00});
     }
-
-    std::unique_ptr<IpmiEventOperations> operations;
-
-private:
-    std::unique_ptr<IpmiClient> client_;
 };
 
 TEST_F(PefTableTest, NoFiltersIsOneRequestAndAnEmptyList) {

@@ -18,14 +18,6 @@ using Tolmar::TolmarConnection::ConnectionInfo;
 const char* const kBuilder = "ipmi_event_log/IpmiEventBuilder";
 const char* const kEventLog = "ipmi_event_log/IpmiEventLogImp";
 
-ConnectionInfo lan() {
-    ConnectionInfo info;
-    info.ip = "bmc1.example.test";
-    info.port = 623;
-    info.connectionType = 1;
-    return info;
-}
-
 std::vector<ClientEvent> session(std::initializer_list<ClientCall> calls) {
     std::vector<ClientEvent> events;
     for (ClientCall call : calls) events.push_back({call, 1});
@@ -46,7 +38,7 @@ protected:
     }
 
     int readAll(std::vector<IPMIEVENT>& events) {
-        IpmiEventLog log(lan());
+        IpmiEventLog log(sim::lanConnection());
         return log.GetAllIpmiEventLog(events);
     }
 };
