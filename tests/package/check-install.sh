@@ -1,0 +1,49 @@
+#!/usr/bin/env bash
+# Installs a build into a scratch prefix, builds a consumer against it with find_package and with
+# pkg-config, runs both against the sample BMC, then builds the Debian package and checks its files.
+#   check-install.sh BUILD_DIR SOURCE_DIR SAMPLE_BMC
+set -euo pipefail
+build=$1
+source=$2
+sample_bmc=$3
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+cmake --install "$build" --prefix "$work/prefix" >/dev/null
+libdir=$(dirname "$(find "$work/prefix" -name 'libipmi_event_log.so' | head -n 1)")
+# A prefix outside the loader's paths, as for any library installed there.
+export LD_LIBRARY_PATH="$libdir"
+
+echo "== find_package"
+cmake -S "$source/tests/package/consumer" -B "$work/consumer" -G Ninja \
+    -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
+cmake --build "$work/consumer" >/dev/null
+"$sample_bmc" "$work/consumer/consumer"
+
+echo "== pkg-config"
+export PKG_CONFIG_PATH="$libdir/pkgconfig"
+# shellcheck disable=SC2046
+g++ -std=c++17 "$source/tests/package/consumer/consumer.cpp" -o "$work/consumer-pc" \
+    $(pkg-config --cflags --libs ipmi_event_log)
+"$sample_bmc" "$work/consumer-pc"
+
+echo "== Debian package"
+(cd "$build" && cpack -G DEB -B "$work/deb" >/dev/null)
+package=$(find "$work/deb" -maxdepth 1 -name '*.deb' | head -n 1)
+dpkg-deb --info "$package" | grep -E '^ (Package|Version|Depends):'
+dpkg-deb --contents "$package" | awk '{print $6 ($7 ? " " $7 " " $8 : "")}' > "$work/files"
+missing=0
+for file in lib/libipmi_event_log.so.0.1.0 "lib/libipmi_event_log.so.0 -> libipmi_event_log.so.0.1.0" \
+            lib/libtolmar_framework.so.0.1.0 include/ipmi_event_log/IpmiEventLog.h \
+            include/tolmar_framework/IpmiClient.h lib/cmake/IpmiEventLog/IpmiEventLogConfig.cmake \
+            lib/pkgconfig/ipmi_event_log.pc; do
+    if ! grep -q "^\./usr/.*$file\$" "$work/files"; then
+        echo "missing from the package: $file"
+        missing=1
+    fi
+done
+# A scratch root stands in for the machine: the package's files unpack and the library loads.
+dpkg-deb --extract "$package" "$work/root"
+installed=$(find "$work/root" -name 'libipmi_event_log.so.0' | head -n 1)
+LD_LIBRARY_PATH=$(dirname "$installed") ldd "$installed" | grep -q 'libtolmar_framework.so.0 =>'
+exit $missing
