@@ -10,7 +10,8 @@ int main() {
     Tolmar::TolmarConnection::ConnectionInfo info;
     info.connectionType = 1;
     info.ip = std::getenv("BMC_HOST") ? std::getenv("BMC_HOST") : "";
-    info.port = static_cast<std::uint16_t>(std::atoi(std::getenv("BMC_PORT") ? std::getenv("BMC_PORT") : "623"));
+    info.port = static_cast<std::uint16_t>(
+        std::atoi(std::getenv("BMC_PORT") ? std::getenv("BMC_PORT") : "623"));
     info.user = std::getenv("BMC_USER") ? std::getenv("BMC_USER") : "";
     info.password = std::getenv("IPMI_PASSWORD") ? std::getenv("IPMI_PASSWORD") : "";
     Tolmar::IpmiEventLog log(info);

@@ -1,0 +1,238 @@
+#include "Options.h"
+
+#include <termios.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <map>
+
+namespace tool {
+
+const char* const kUsage =
+    "usage: ipmi-event-log [options] COMMAND [ARGS]\n"
+    "\n"
+    "commands:\n"
+    "  list              the decoded event log\n"
+    "  show ID           one decoded event\n"
+    "  raw               every SEL entry as 16 hexadecimal bytes\n"
+    "  get ID            one SEL entry\n"
+    "  delete ID...      delete SEL entries\n"
+    "  clear             clear the SEL\n"
+    "  add HEX16         add a SEL entry of 16 bytes\n"
+    "  status            probe the connection\n"
+    "\n"
+    "connection:\n"
+    "  -H, --host LIST   BMCs over the LAN (RMCP+): names, addresses, ranges (bmc[01-40].lab),\n"
+    "                    comma-separated; without it, this machine's BMC in band\n"
+    "  -p, --port N      UDP port (623)\n"
+    "  -U, --user NAME   user name\n"
+    "  -E                password from the environment variable IPMI_PASSWORD\n"
+    "  -f FILE           password from the first line of FILE\n"
+    "  -P PASSWORD       password on the command line (visible to other users)\n"
+    "  -C, --cipher-suite N   cipher suite ID (3)\n"
+    "  --fanout N        hosts read at once (8)\n"
+    "\n"
+    "output:\n"
+    "  --format F        table, json, jsonl or csv (table)\n"
+    "  --wide            full texts in the table, with the auxiliary log\n"
+    "  --localtime       time stamps in local time (the BMC's are UTC)\n"
+    "  -v                trace the IPMI exchange on standard error\n"
+    "\n"
+    "filters (list):\n"
+    "  --severity MIN    info, warning or critical\n"
+    "  --since T, --until T   YYYY-MM-DD[ HH:MM[:SS]] in UTC\n"
+    "  --id A-B          record IDs A to B (or one ID)\n"
+    "  --last N          the last N events\n";
+
+namespace {
+
+unsigned long parseNumber(const std::string& text, unsigned long max, const std::string& what) {
+    char* end = nullptr;
+    const int base = text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0 ? 16 : 10;
+    const unsigned long value = std::strtoul(text.c_str(), &end, base);
+    if (text.empty() || *end != '\0' || value > max || text[0] == '-') {
+        throw UsageError(what + " \"" + text + "\" is not a number from 0 to " +
+                         std::to_string(max));
+    }
+    return value;
+}
+
+int parseSeverity(const std::string& text) {
+    static const std::map<std::string, int> severities = {
+        {"info", 0}, {"warning", 1}, {"critical", 2}, {"0", 0}, {"1", 1}, {"2", 2}};
+    const auto found = severities.find(text);
+    if (found == severities.end()) {
+        throw UsageError("severity \"" + text + "\" is not info, warning or critical");
+    }
+    return found->second;
+}
+
+Format parseFormat(const std::string& text) {
+    static const std::map<std::string, Format> formats = {{"table", Format::Table},
+                                                          {"json", Format::Json},
+                                                          {"jsonl", Format::Jsonl},
+                                                          {"csv", Format::Csv}};
+    const auto found = formats.find(text);
+    if (found == formats.end())
+        throw UsageError("format \"" + text + "\" is not table, json, jsonl or csv");
+    return found->second;
+}
+
+std::string passwordFromFile(const std::string& path) {
+    std::ifstream in(path);
+    std::string line;
+    if (!in || !std::getline(in, line)) throw UsageError("cannot read a password from " + path);
+    return line;
+}
+
+std::string promptForPassword(const std::string& host) {
+    std::cerr << "Password for " << host << ": " << std::flush;
+    termios saved{};
+    tcgetattr(STDIN_FILENO, &saved);
+    termios quiet = saved;
+    quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
+    std::string password;
+    std::getline(std::cin, password);
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
+    std::cerr << "\n";
+    return password;
+}
+
+}  // namespace
+
+std::vector<std::string> expandHosts(const std::string& list) {
+    std::vector<std::string> hosts;
+    std::size_t start = 0;
+    while (start <= list.size()) {
+        // Commas inside brackets belong to no list here: ranges have none.
+        const std::size_t comma = list.find(',', start);
+        const std::string item =
+            list.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
+        start = comma == std::string::npos ? list.size() + 1 : comma + 1;
+        if (item.empty()) continue;
+        const std::size_t open = item.find('[');
+        if (open == std::string::npos) {
+            hosts.push_back(item);
+            continue;
+        }
+        const std::size_t dash = item.find('-', open);
+        const std::size_t close = item.find(']', open);
+        if (dash == std::string::npos || close == std::string::npos || dash > close) {
+            throw UsageError("host range \"" + item + "\" is not like name[01-40]");
+        }
+        const std::string from = item.substr(open + 1, dash - open - 1);
+        const std::string to = item.substr(dash + 1, close - dash - 1);
+        const unsigned long first = parseNumber(from, 999999, "range start");
+        const unsigned long last = parseNumber(to, 999999, "range end");
+        if (first > last) throw UsageError("host range \"" + item + "\" runs backwards");
+        for (unsigned long n = first; n <= last; ++n) {
+            std::string number = std::to_string(n);
+            if (number.size() < from.size()) number.insert(0, from.size() - number.size(), '0');
+            hosts.push_back(item.substr(0, open) + number + item.substr(close + 1));
+        }
+    }
+    return hosts;
+}
+
+unsigned long parseRecordId(const std::string& text) {
+    return parseNumber(text, 0xFFFF, "record ID");
+}
+
+std::vector<unsigned char> parseHexBytes(const std::string& text) {
+    std::string digits;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '0' && i + 1 < text.size() && (text[i + 1] == 'x' || text[i + 1] == 'X')) {
+            ++i;  // a 0x prefix
+        } else if (std::isxdigit(static_cast<unsigned char>(c))) {
+            digits += c;
+        } else if (c != ' ' && c != ',' && c != ':') {
+            throw UsageError("\"" + text + "\" is not hexadecimal bytes");
+        }
+    }
+    if (digits.size() != 32) throw UsageError("a SEL entry is 16 bytes (32 hexadecimal digits)");
+    std::vector<unsigned char> bytes;
+    for (std::size_t i = 0; i < digits.size(); i += 2) {
+        bytes.push_back(static_cast<unsigned char>(std::stoul(digits.substr(i, 2), nullptr, 16)));
+    }
+    return bytes;
+}
+
+Options parseOptions(const std::vector<std::string>& args) {
+    Options options;
+    bool passwordGiven = false;
+    const auto value = [&args](std::size_t& i) -> const std::string& {
+        if (i + 1 >= args.size()) throw UsageError(args[i] + " needs a value");
+        return args[++i];
+    };
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        const std::string& arg = args[i];
+        if (arg == "-H" || arg == "--host") {
+            options.hosts = expandHosts(value(i));
+        } else if (arg == "-p" || arg == "--port") {
+            options.port = static_cast<unsigned short>(parseNumber(value(i), 65535, "port"));
+        } else if (arg == "-U" || arg == "--user") {
+            options.user = value(i);
+        } else if (arg == "-P") {
+            options.password = value(i);
+            passwordGiven = true;
+        } else if (arg == "-E") {
+            const char* password = std::getenv("IPMI_PASSWORD");
+            if (password == nullptr) throw UsageError("-E: IPMI_PASSWORD is not set");
+            options.password = password;
+            passwordGiven = true;
+        } else if (arg == "-f") {
+            options.password = passwordFromFile(value(i));
+            passwordGiven = true;
+        } else if (arg == "-C" || arg == "--cipher-suite") {
+            options.cipherSuite =
+                static_cast<unsigned short>(parseNumber(value(i), 255, "cipher suite"));
+        } else if (arg == "--format") {
+            options.format = parseFormat(value(i));
+        } else if (arg == "--wide") {
+            options.wide = true;
+        } else if (arg == "--localtime") {
+            options.localTime = true;
+        } else if (arg == "-v") {
+            options.verbose = true;
+        } else if (arg == "--severity") {
+            options.minimumSeverity = parseSeverity(value(i));
+        } else if (arg == "--since") {
+            options.since = value(i);
+        } else if (arg == "--until") {
+            options.until = value(i);
+        } else if (arg == "--id") {
+            const std::string& range = value(i);
+            const std::size_t dash = range.find('-');
+            options.firstId = parseRecordId(range.substr(0, dash));
+            options.lastId =
+                dash == std::string::npos ? options.firstId : parseRecordId(range.substr(dash + 1));
+        } else if (arg == "--last") {
+            options.last = parseNumber(value(i), 1000000, "--last");
+        } else if (arg == "--fanout") {
+            options.fanout = static_cast<unsigned>(parseNumber(value(i), 256, "--fanout"));
+            if (options.fanout == 0) throw UsageError("--fanout must be at least 1");
+        } else if (arg == "-h" || arg == "--help") {
+            options.command = "help";
+            return options;
+        } else if (!arg.empty() && arg[0] == '-' && options.command.empty()) {
+            throw UsageError("unknown option " + arg);
+        } else if (options.command.empty()) {
+            options.command = arg;
+        } else {
+            options.arguments.push_back(arg);
+        }
+    }
+    if (options.command.empty()) throw UsageError("no command given");
+    if (!options.hosts.empty() && !passwordGiven && isatty(STDIN_FILENO)) {
+        options.password =
+            promptForPassword(options.hosts.size() == 1 ? options.hosts[0] : "the BMCs");
+    }
+    return options;
+}
+
+}  // namespace tool

@@ -1,0 +1,53 @@
+// Command line of ipmi-event-log: the subcommand, its arguments, the connection and the output.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+// A command line that cannot be followed; the text says why.
+struct UsageError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+enum class Format { Table, Json, Jsonl, Csv };
+
+struct Options {
+    std::string command;                 // list, show, raw, get, delete, clear, add, status
+    std::vector<std::string> arguments;  // the subcommand's own
+    std::vector<std::string> hosts;      // empty: the local in-band interface
+    unsigned short port = 623;
+    std::string user;
+    std::string password;
+    unsigned short cipherSuite = 3;
+    Format format = Format::Table;
+    bool wide = false;
+    bool localTime = false;
+    bool verbose = false;
+    int minimumSeverity = 0;
+    std::string since;  // "YYYY-MM-DD[ HH:MM[:SS]]", UTC; empty: no bound
+    std::string until;
+    unsigned long firstId = 0;
+    unsigned long lastId = 0xFFFF;
+    std::size_t last = 0;  // 0: every event
+    unsigned fanout = 8;
+};
+
+// Parses the command line (without the program name). The password comes from -P, -E
+// (IPMI_PASSWORD), -f FILE, or a prompt when standard input is a terminal.
+Options parseOptions(const std::vector<std::string>& args);
+
+// "bmc[01-03].example,other" -> bmc01.example, bmc02.example, bmc03.example, other.
+std::vector<std::string> expandHosts(const std::string& list);
+
+// A record ID in decimal or 0x-hexadecimal, 0 to 65535.
+unsigned long parseRecordId(const std::string& text);
+
+// Sixteen bytes in hexadecimal: "02 00 00 ..." or "0x02,0x00,..." or "0200...".
+std::vector<unsigned char> parseHexBytes(const std::string& text);
+
+extern const char* const kUsage;
+
+}  // namespace tool

@@ -1,0 +1,233 @@
+#include "Output.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace tool {
+
+namespace {
+
+std::string hexBytes(const Tolmar::IPMISELENTRY& entry, const char* separator) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(&entry);
+    std::string text;
+    for (std::size_t i = 0; i < sizeof entry; ++i) {
+        char pair[3];
+        std::snprintf(pair, sizeof pair, "%02x", bytes[i]);
+        if (i != 0) text += separator;
+        text += pair;
+    }
+    return text;
+}
+
+std::string recordIdText(unsigned long id) {
+    char text[8];
+    std::snprintf(text, sizeof text, "0x%04lx", id);
+    return text;
+}
+
+unsigned long recordIdOf(const Tolmar::IPMISELENTRY& entry) {
+    return entry.recordId[0] | entry.recordId[1] << 8;
+}
+
+std::string cut(const std::string& text, std::size_t width) {
+    if (width == 0 || text.size() <= width) return text;
+    return width <= 3 ? text.substr(0, width) : text.substr(0, width - 3) + "...";
+}
+
+std::string padded(const std::string& text, std::size_t width) {
+    return text.size() >= width ? text : text + std::string(width - text.size(), ' ');
+}
+
+std::string coloured(const std::string& word, int severity, bool colour) {
+    if (!colour || severity == 0) return word;
+    return (severity == 2 ? "\033[31m" : "\033[33m") + word + "\033[0m";
+}
+
+// An aligned table: column widths from the rows; the last text column is cut to the terminal.
+void writeTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows,
+                std::size_t cutColumn, const std::vector<int>& severities,
+                std::size_t severityColumn, const Style& style) {
+    if (rows.empty()) return;
+    std::vector<std::size_t> widths(rows[0].size(), 0);
+    for (const auto& row : rows) {
+        for (std::size_t c = 0; c < row.size(); ++c) widths[c] = std::max(widths[c], row[c].size());
+    }
+    if (!style.wide && style.width != 0) {
+        std::size_t others = 0;
+        for (std::size_t c = 0; c < widths.size(); ++c)
+            others += c == cutColumn ? 0 : widths[c] + 2;
+        widths[cutColumn] =
+            std::min(widths[cutColumn],
+                     std::max<std::size_t>(20, style.width - std::min(style.width, others)));
+    }
+    for (std::size_t r = 0; r < rows.size(); ++r) {
+        std::string line;
+        for (std::size_t c = 0; c < rows[r].size(); ++c) {
+            const std::string cell = cut(rows[r][c], widths[c]);
+            const bool last = c + 1 == rows[r].size();
+            std::string shown = last ? cell : padded(cell, widths[c]);
+            if (c == severityColumn && r > 0)
+                shown = coloured(shown, severities[r - 1], style.colour);
+            line += shown;
+            if (!last) line += "  ";
+        }
+        while (!line.empty() && line.back() == ' ') line.pop_back();
+        out << line << "\n";
+    }
+}
+
+}  // namespace
+
+const char* severityWord(int severity) {
+    switch (severity) {
+        case 1:
+            return "warning";
+        case 2:
+            return "critical";
+        default:
+            return "info";
+    }
+}
+
+std::string displayText(const std::string& text) {
+    std::string out;
+    for (unsigned char c : text) {
+        if (c == '\\') {
+            out += "\\\\";
+        } else if (c < 0x20 || c > 0x7E) {
+            char escaped[5];
+            std::snprintf(escaped, sizeof escaped, "\\x%02X", c);
+            out += escaped;
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out;
+}
+
+std::string jsonString(const std::string& text) {
+    std::string out = "\"";
+    for (unsigned char c : text) {
+        switch (c) {
+            case '"':
+                out += "\\\"";
+                break;
+            case '\\':
+                out += "\\\\";
+                break;
+            case '\n':
+                out += "\\n";
+                break;
+            case '\r':
+                out += "\\r";
+                break;
+            case '\t':
+                out += "\\t";
+                break;
+            default:
+                if (c < 0x20 || c > 0x7E) {
+                    char escaped[7];
+                    std::snprintf(escaped, sizeof escaped, "\\u%04X", c);
+                    out += escaped;
+                } else {
+                    out += static_cast<char>(c);
+                }
+        }
+    }
+    return out + "\"";
+}
+
+std::string csvField(const std::string& text) {
+    const std::string shown = displayText(text);
+    if (shown.find_first_of(",\"") == std::string::npos) return shown;
+    std::string quoted = "\"";
+    for (char c : shown) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
+    return quoted + "\"";
+}
+
+void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Style& style) {
+    const auto json = [](const EventRow& row) {
+        const auto& e = row.event;
+        return "{\"host\":" + jsonString(row.host) + ",\"recordId\":" + std::to_string(e.recordId) +
+               ",\"timeStamp\":" + jsonString(e.timeStamp) +
+               ",\"severity\":" + jsonString(severityWord(e.severity)) +
+               ",\"message\":" + jsonString(e.message) + ",\"source\":" + jsonString(e.source) +
+               ",\"auxLog\":" + jsonString(e.auxLog) + "}";
+    };
+    switch (style.format) {
+        case Format::Json:
+            out << "[";
+            for (std::size_t i = 0; i < rows.size(); ++i)
+                out << (i ? ",\n " : "\n ") << json(rows[i]);
+            out << (rows.empty() ? "]\n" : "\n]\n");
+            return;
+        case Format::Jsonl:
+            for (const EventRow& row : rows) out << json(row) << "\n";
+            return;
+        case Format::Csv:
+            out << "host,recordId,timeStamp,severity,message,source,auxLog\r\n";
+            for (const EventRow& row : rows) {
+                const auto& e = row.event;
+                out << csvField(row.host) << "," << recordIdText(e.recordId) << ","
+                    << csvField(e.timeStamp) << "," << severityWord(e.severity) << ","
+                    << csvField(e.message) << "," << csvField(e.source) << "," << csvField(e.auxLog)
+                    << "\r\n";
+            }
+            return;
+        case Format::Table:
+            break;
+    }
+    std::vector<std::vector<std::string>> table;
+    std::vector<int> severities;
+    std::vector<std::string> header = {"ID", "TIME", "SEVERITY", "SOURCE", "MESSAGE"};
+    if (style.wide) header.push_back("AUXILIARY LOG");
+    if (style.showHost) header.insert(header.begin(), "HOST");
+    table.push_back(header);
+    for (const EventRow& row : rows) {
+        const auto& e = row.event;
+        std::vector<std::string> cells = {recordIdText(e.recordId), e.timeStamp,
+                                          severityWord(e.severity), displayText(e.source),
+                                          displayText(e.message)};
+        if (style.wide) cells.push_back(displayText(e.auxLog));
+        if (style.showHost) cells.insert(cells.begin(), row.host);
+        table.push_back(cells);
+        severities.push_back(e.severity);
+    }
+    const std::size_t offset = style.showHost ? 1 : 0;
+    writeTable(out, table, offset + 4, severities, offset + 2, style);
+}
+
+void writeEntries(std::ostream& out, const std::vector<EntryRow>& rows, const Style& style) {
+    switch (style.format) {
+        case Format::Json:
+        case Format::Jsonl: {
+            const bool array = style.format == Format::Json;
+            if (array) out << "[";
+            for (std::size_t i = 0; i < rows.size(); ++i) {
+                if (array) out << (i ? ",\n " : "\n ");
+                out << "{\"host\":" << jsonString(rows[i].host)
+                    << ",\"recordId\":" << recordIdOf(rows[i].entry) << ",\"bytes\":\""
+                    << hexBytes(rows[i].entry, "") << "\"}";
+                if (!array) out << "\n";
+            }
+            if (array) out << (rows.empty() ? "]\n" : "\n]\n");
+            return;
+        }
+        case Format::Csv:
+            out << "host,recordId,bytes\r\n";
+            for (const EntryRow& row : rows) {
+                out << csvField(row.host) << "," << recordIdText(recordIdOf(row.entry)) << ","
+                    << hexBytes(row.entry, " ") << "\r\n";
+            }
+            return;
+        case Format::Table:
+            for (const EntryRow& row : rows) {
+                if (style.showHost) out << row.host << "  ";
+                out << recordIdText(recordIdOf(row.entry)) << "  " << hexBytes(row.entry, " ")
+                    << "\n";
+            }
+            return;
+    }
+}
+
+}  // namespace tool

@@ -1,0 +1,45 @@
+// Writing what the library returned: decoded events and raw SEL entries, as an aligned table,
+// JSON, JSON lines or CSV (RFC 4180). Every byte is shown faithfully and safely: control bytes and
+// bytes above 0x7E are escaped, never written raw.
+#pragma once
+
+#include <IpmiEventLog.h>
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "Options.h"
+
+namespace tool {
+
+struct EventRow {
+    std::string host;
+    Tolmar::TolmarAgentless::IPMIEVENT event;
+};
+
+struct EntryRow {
+    std::string host;
+    Tolmar::IPMISELENTRY entry;
+};
+
+struct Style {
+    Format format = Format::Table;
+    bool wide = false;
+    bool showHost = false;
+    bool colour = false;
+    std::size_t width = 0;  // of the terminal; 0: no limit
+};
+
+void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Style& style);
+void writeEntries(std::ostream& out, const std::vector<EntryRow>& rows, const Style& style);
+
+const char* severityWord(int severity);
+// Control bytes, bytes above 0x7E and the backslash as \xNN and \\.
+std::string displayText(const std::string& text);
+// A JSON string literal; bytes above 0x7E become \u00NN, keeping their value.
+std::string jsonString(const std::string& text);
+// A CSV field, quoted when it holds a comma or a quotation mark.
+std::string csvField(const std::string& text);
+
+}  // namespace tool

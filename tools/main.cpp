@@ -1,0 +1,254 @@
+// ipmi-event-log: reads, filters and exports BMC event logs, and changes the SEL, through
+// Tolmar::IpmiEventLog. Argument parsing, library calls, formatting; no IPMI of its own.
+#include <IpmiEventLog.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <thread>
+
+#include "Log.h"
+#include "Options.h"
+#include "Output.h"
+#include "TimeStamps.h"
+
+namespace {
+
+using Tolmar::IpmiEventLog;
+using Tolmar::TolmarAgentless::IPMIEVENT;
+using tool::EntryRow;
+using tool::EventRow;
+using tool::Options;
+
+constexpr int kUsageStatus = 2;
+// Exit statuses: 0 success, 2 a command line that cannot be followed, 10 + the library's result
+// code for a failed request (11 not supported ... 16 internal failure); the worst of a fleet.
+int exitStatus(int result) { return result == IpmiEventLog::EL_SUCCESS ? 0 : 10 + result; }
+
+struct HostResult {
+    int result = IpmiEventLog::EL_SUCCESS;
+    std::vector<EventRow> events;
+    std::vector<EntryRow> entries;
+    std::string note;  // printed on success (status, changes)
+};
+
+Tolmar::TolmarConnection::ConnectionInfo connection(const Options& options,
+                                                    const std::string& host) {
+    Tolmar::TolmarConnection::ConnectionInfo info;
+    if (host.empty()) return info;  // the local in-band interface
+    info.connectionType = 1;
+    info.ip = host;
+    info.port = options.port;
+    info.user = options.user;
+    info.password = options.password;
+    info.cipherSuite = options.cipherSuite;
+    return info;
+}
+
+std::string hostName(const std::string& host) { return host.empty() ? "the local BMC" : host; }
+
+// One line naming the host, the cause and what to check.
+std::string failureText(const std::string& host, int result) {
+    const std::string name = hostName(host);
+    switch (result) {
+        case IpmiEventLog::EL_NOT_SUPPORTED:
+            return name + " does not support this request";
+        case IpmiEventLog::EL_BUSY:
+            return name + " is busy (the SEL could not be reserved or is being erased): try again";
+        case IpmiEventLog::EL_CONNECTION_FAIL:
+            return host.empty()
+                       ? "no local BMC interface: check the ipmi_si and ipmi_devintf kernel "
+                         "modules "
+                         "and /dev/ipmi0 (run with -v for details)"
+                       : "cannot connect to " + name +
+                             ": check the address, the port and that IPMI over LAN is enabled";
+        case IpmiEventLog::EL_AUTHTICATION_FAIL:
+            return "authentication refused by " + name + ": check user, password and privilege";
+        case IpmiEventLog::EL_NOT_FOUND:
+            return name + " has no SEL record with that ID";
+        default:
+            return "the request to " + name +
+                   " failed (an error from the BMC or a lost session; run with -v for details)";
+    }
+}
+
+bool keep(const IPMIEVENT& event, const Options& options) {
+    if (event.severity < options.minimumSeverity) return false;
+    if (event.recordId < options.firstId || event.recordId > options.lastId) return false;
+    if (options.since.empty() && options.until.empty()) return true;
+    const auto moment = tool::parseEventTime(event.timeStamp);
+    if (!moment) return false;  // an unspecified time is in no range
+    if (!options.since.empty() && *moment < tool::parseUserTime(options.since)) return false;
+    return options.until.empty() || *moment <= tool::parseUserTime(options.until);
+}
+
+void addEvents(HostResult& out, const std::string& host, std::vector<IPMIEVENT> events,
+               const Options& options) {
+    events.erase(std::remove_if(events.begin(), events.end(),
+                                [&](const IPMIEVENT& e) { return !keep(e, options); }),
+                 events.end());
+    const std::size_t first =
+        options.last != 0 && events.size() > options.last ? events.size() - options.last : 0;
+    for (std::size_t i = first; i < events.size(); ++i) {
+        if (options.localTime) {
+            if (const auto moment = tool::parseEventTime(events[i].timeStamp)) {
+                events[i].timeStamp = tool::localTimeText(*moment);
+            }
+        }
+        out.events.push_back({host, events[i]});
+    }
+}
+
+HostResult run(const Options& options, const std::string& host) {
+    IpmiEventLog log(connection(options, host));
+    HostResult out;
+    const std::string& command = options.command;
+    if (command == "list" || command == "show") {
+        std::vector<IPMIEVENT> events;
+        out.result = log.GetAllIpmiEventLog(events);
+        if (command == "show") {
+            // The whole event, source and auxiliary log included, of the record asked for.
+            const unsigned long id = tool::parseRecordId(options.arguments.at(0));
+            events.erase(std::remove_if(events.begin(), events.end(),
+                                        [id](const IPMIEVENT& e) { return e.recordId != id; }),
+                         events.end());
+            if (out.result == IpmiEventLog::EL_SUCCESS && events.empty()) {
+                out.result = IpmiEventLog::EL_NOT_FOUND;
+            }
+            if (events.size() > 1) events.erase(events.begin(), events.end() - 1);
+        }
+        addEvents(out, host, std::move(events), options);
+    } else if (command == "raw") {
+        std::vector<Tolmar::IPMISELENTRY> entries;
+        out.result = log.GetAllIpmiSelEntry(entries);
+        for (const auto& entry : entries) out.entries.push_back({host, entry});
+    } else if (command == "get") {
+        Tolmar::IPMISELENTRY entry{};
+        out.result =
+            log.GetIpmiSelEntryByRecordId(tool::parseRecordId(options.arguments.at(0)), entry);
+        if (out.result == IpmiEventLog::EL_SUCCESS) out.entries.push_back({host, entry});
+    } else if (command == "delete") {
+        for (const std::string& id : options.arguments) {
+            const int result = log.DeleteEventLog(tool::parseRecordId(id));
+            out.result = std::max(out.result, result);
+            if (result == IpmiEventLog::EL_SUCCESS)
+                out.note += hostName(host) + ": deleted " + id + "\n";
+        }
+    } else if (command == "clear") {
+        out.result = log.DeleteAllEventLog();
+        out.note = hostName(host) + ": SEL clear started\n";
+    } else if (command == "add") {
+        Tolmar::IPMISELENTRY entry;
+        const std::vector<unsigned char> bytes = tool::parseHexBytes(options.arguments.at(0));
+        std::memcpy(&entry, bytes.data(), sizeof entry);
+        out.result = log.AddSelEntry(entry);
+        out.note = hostName(host) + ": entry added\n";
+    } else if (command == "status") {
+        const int status = log.GetConnectStatus();
+        out.result = status == 0   ? IpmiEventLog::EL_SUCCESS
+                     : status == 2 ? IpmiEventLog::EL_AUTHTICATION_FAIL
+                                   : IpmiEventLog::EL_CONNECTION_FAIL;
+        out.note = hostName(host) + ": connected\n";
+    }
+    return out;
+}
+
+void checkArguments(const Options& options) {
+    static const std::vector<std::pair<std::string, std::size_t>> counts = {
+        {"list", 0}, {"show", 1}, {"raw", 0}, {"get", 1}, {"clear", 0}, {"add", 1}, {"status", 0}};
+    if (options.command == "delete") {
+        if (options.arguments.empty()) throw tool::UsageError("delete needs record IDs");
+        for (const std::string& id : options.arguments) tool::parseRecordId(id);
+        return;
+    }
+    const auto found = std::find_if(counts.begin(), counts.end(),
+                                    [&](const auto& c) { return c.first == options.command; });
+    if (found == counts.end()) throw tool::UsageError("unknown command " + options.command);
+    if (options.arguments.size() != found->second) {
+        throw tool::UsageError(options.command + " takes " + std::to_string(found->second) +
+                               " argument(s)");
+    }
+    if (options.command == "show" || options.command == "get")
+        tool::parseRecordId(options.arguments[0]);
+    if (options.command == "add") tool::parseHexBytes(options.arguments[0]);
+    if (!options.since.empty()) tool::parseUserTime(options.since);
+    if (!options.until.empty()) tool::parseUserTime(options.until);
+}
+
+// Reads every host, `fanout` at a time; results keep the hosts' order.
+std::vector<HostResult> runAll(const Options& options) {
+    const std::vector<std::string> hosts =
+        options.hosts.empty() ? std::vector<std::string>{""} : options.hosts;
+    std::vector<HostResult> results(hosts.size());
+    std::atomic<std::size_t> next{0};
+    const auto worker = [&] {
+        for (std::size_t i = next++; i < hosts.size(); i = next++)
+            results[i] = run(options, hosts[i]);
+    };
+    std::vector<std::thread> workers;
+    const std::size_t count = std::min<std::size_t>(options.fanout, hosts.size());
+    for (std::size_t i = 1; i < count; ++i) workers.emplace_back(worker);
+    worker();
+    for (std::thread& t : workers) t.join();
+    return results;
+}
+
+tool::Style outputStyle(const Options& options) {
+    tool::Style style;
+    style.format = options.format;
+    style.wide = options.wide;
+    style.showHost = options.hosts.size() > 1;
+    const bool terminal = isatty(STDOUT_FILENO);
+    style.colour = terminal && std::getenv("NO_COLOR") == nullptr;
+    winsize size{};
+    if (terminal && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0) style.width = size.ws_col;
+    return style;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    try {
+        options = tool::parseOptions(std::vector<std::string>(argv + 1, argv + argc));
+        if (options.command == "help") {
+            std::cout << tool::kUsage;
+            return 0;
+        }
+        checkArguments(options);
+    } catch (const tool::UsageError& e) {
+        std::cerr << "ipmi-event-log: " << e.what() << "\n(ipmi-event-log --help for the usage)\n";
+        return kUsageStatus;
+    }
+    // The framework's own failure lines stay quiet: each failure gets one line below.
+    Log::SetMinLogLevel(options.verbose ? 4 : 0);
+
+    const std::vector<HostResult> results = runAll(options);
+    std::vector<EventRow> events;
+    std::vector<EntryRow> entries;
+    int status = 0;
+    const std::vector<std::string> hosts =
+        options.hosts.empty() ? std::vector<std::string>{""} : options.hosts;
+    for (std::size_t i = 0; i < results.size(); ++i) {
+        const HostResult& r = results[i];
+        events.insert(events.end(), r.events.begin(), r.events.end());
+        entries.insert(entries.end(), r.entries.begin(), r.entries.end());
+        if (r.result != IpmiEventLog::EL_SUCCESS) {
+            std::cerr << "ipmi-event-log: " << failureText(hosts[i], r.result) << "\n";
+        } else {
+            std::cout << r.note;
+        }
+        status = std::max(status, exitStatus(r.result));
+    }
+    const tool::Style style = outputStyle(options);
+    if (options.command == "list" || options.command == "show") {
+        tool::writeEvents(std::cout, events, style);
+    } else if (options.command == "raw" || options.command == "get") {
+        tool::writeEntries(std::cout, entries, style);
+    }
+    return status;
+}
