@@ -176,8 +176,11 @@ int IpmiClient::Session::openLan() {
     }
     const unsigned timeoutMs =
         millisecondsFromEnvironment("TOLMAR_IPMI_SESSION_TIMEOUT_MS", kDefaultSessionTimeoutMs);
-    const unsigned retransmissionMs = millisecondsFromEnvironment(
-        "TOLMAR_IPMI_RETRANSMISSION_TIMEOUT_MS", kDefaultRetransmissionTimeoutMs);
+    // FreeIPMI needs the retransmission interval shorter than the session timeout.
+    const unsigned retransmissionMs =
+        std::min(millisecondsFromEnvironment("TOLMAR_IPMI_RETRANSMISSION_TIMEOUT_MS",
+                                             kDefaultRetransmissionTimeoutMs),
+                 std::max(1u, timeoutMs / 2));
 
     // Highest level first; a level the BMC refuses to this user sends us one lower.
     unsigned char ceiling = IPMI_PRIVILEGE_LEVEL_ADMIN;
@@ -185,8 +188,7 @@ int IpmiClient::Session::openLan() {
     for (unsigned char privilege : kPrivilegeLevels) {
         if (privilege > ceiling) continue;
         bool usedWorkaround = false;
-        errnum =
-            openLanAt(privilege, timeoutMs, std::min(retransmissionMs, timeoutMs), usedWorkaround);
+        errnum = openLanAt(privilege, timeoutMs, retransmissionMs, usedWorkaround);
         if (errnum == IPMI_ERR_SUCCESS) {
             const unsigned char limit = usedWorkaround ? userPrivilegeLimit(privilege) : privilege;
             if (limit >= privilege) return kConnected;

@@ -26,7 +26,7 @@ const char* const kUsage =
     "\n"
     "connection:\n"
     "  -H, --host LIST   BMCs over the LAN (RMCP+): names, addresses, ranges (bmc[01-40].lab),\n"
-    "                    comma-separated; without it, this machine's BMC in band\n"
+    "                    host:port, comma-separated; without it, this machine's BMC in band\n"
     "  -p, --port N      UDP port (623)\n"
     "  -U, --user NAME   user name\n"
     "  -E                password from the environment variable IPMI_PASSWORD\n"
@@ -47,8 +47,6 @@ const char* const kUsage =
     "  --id A-B          record IDs A to B (or one ID)\n"
     "  --last N          the last N events\n";
 
-namespace {
-
 unsigned long parseNumber(const std::string& text, unsigned long max, const std::string& what) {
     char* end = nullptr;
     const int base = text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0 ? 16 : 10;
@@ -59,6 +57,8 @@ unsigned long parseNumber(const std::string& text, unsigned long max, const std:
     }
     return value;
 }
+
+namespace {
 
 int parseSeverity(const std::string& text) {
     static const std::map<std::string, int> severities = {

@@ -42,6 +42,9 @@ Options parseOptions(const std::vector<std::string>& args);
 // "bmc[01-03].example,other" -> bmc01.example, bmc02.example, bmc03.example, other.
 std::vector<std::string> expandHosts(const std::string& list);
 
+// A number in decimal or 0x-hexadecimal, at most `max`; `what` names it in the error.
+unsigned long parseNumber(const std::string& text, unsigned long max, const std::string& what);
+
 // A record ID in decimal or 0x-hexadecimal, 0 to 65535.
 unsigned long parseRecordId(const std::string& text);
 

@@ -43,6 +43,13 @@ Tolmar::TolmarConnection::ConnectionInfo connection(const Options& options,
     info.connectionType = 1;
     info.ip = host;
     info.port = options.port;
+    // host:port names its own port (a name with more than one colon is an IPv6 address).
+    const std::size_t colon = host.rfind(':');
+    if (colon != std::string::npos && host.find(':') == colon) {
+        info.ip = host.substr(0, colon);
+        info.port =
+            static_cast<unsigned short>(tool::parseNumber(host.substr(colon + 1), 65535, "port"));
+    }
     info.user = options.user;
     info.password = options.password;
     info.cipherSuite = options.cipherSuite;

@@ -117,6 +117,15 @@ TEST_F(FrameworkClientTest, NothingListeningFailsWithinTheSessionTimeout) {
     EXPECT_EQ(log.text().find(kAdministrator.password), std::string::npos);
 }
 
+TEST_F(FrameworkClientTest, SessionTimeoutsOfOneSecondOrLessWork) {
+    // The retransmission interval (1 s by default) is kept below the session timeout.
+    for (const char* timeout : {"1000", "400"}) {
+        ScopedEnvironment environment("TOLMAR_IPMI_SESSION_TIMEOUT_MS", timeout);
+        IpmiClient c = client();
+        EXPECT_EQ(c.connect(), 0) << timeout;
+    }
+}
+
 TEST_F(FrameworkClientTest, PortThatIsNotANumberFailsAtOnce) {
     LogCapture log;
     IpmiClient c(bmcsim::BmcSimulator::host(), "admin", "pw", "62x3", 3);

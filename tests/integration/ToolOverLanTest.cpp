@@ -1,0 +1,184 @@
+// ipmi-event-log against ipmi_sim: every subcommand, format and filter, and a fleet with a BMC
+// down.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
+#include "LanFixture.h"
+
+namespace {
+
+struct ToolRun {
+    std::string out;
+    std::string err;
+    int status;
+};
+
+std::size_t lines(const std::string& text) { return std::count(text.begin(), text.end(), '\n'); }
+
+class ToolOverLanTest : public ::testing::Test {
+protected:
+    static std::vector<std::vector<unsigned char>> auxiliaryRecords() {
+        std::vector<std::vector<unsigned char>> records;
+        for (const auto& record : bmcsim::sampleAuxiliaryLog()) {
+            records.push_back(bmcsim::auxLogRecord(record));
+        }
+        return records;
+    }
+
+    static std::unique_ptr<bmcsim::BmcSimulator> sampleBmc() {
+        auto bmc = std::make_unique<bmcsim::BmcSimulator>(
+            bmcsim::sdrCommands(bmcsim::sampleSdrRepository()), auxiliaryRecords());
+        bmc->setEventFilters(bmcsim::sampleEventFilters());
+        bmc->addSelRecords(bmcsim::sampleEventLog());
+        return bmc;
+    }
+
+    void SetUp() override { bmc = sampleBmc(); }
+
+    static std::string hostOf(const bmcsim::BmcSimulator& b) {
+        return std::string(bmcsim::BmcSimulator::host()) + ":" + std::to_string(b.port());
+    }
+
+    // Runs the tool as the administrator of `hosts` (this test's BMC by default).
+    ToolRun tool(const std::string& arguments, const std::string& hosts = "") const {
+        const std::string errors = testing::TempDir() + "tool-stderr";
+        const std::string command =
+            "IPMI_PASSWORD='" + std::string(bmcsim::kAdministrator.password) +
+            "' TOLMAR_IPMI_SESSION_TIMEOUT_MS=1000 TZ=Etc/GMT-2 " TOOL_PATH " -H " +
+            (hosts.empty() ? hostOf(*bmc) : hosts) + " -U " + bmcsim::kAdministrator.name + " -E " +
+            arguments + " 2>" + errors + " </dev/null";
+        ToolRun run{"", "", 0};
+        FILE* pipe = popen(command.c_str(), "r");
+        char buffer[4096];
+        for (std::size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+            run.out.append(buffer, n);
+        const int status = pclose(pipe);
+        run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        std::ifstream in(errors);
+        std::ostringstream text;
+        text << in.rdbuf();
+        run.err = text.str();
+        return run;
+    }
+
+    std::unique_ptr<bmcsim::BmcSimulator> bmc;
+};
+
+TEST_F(ToolOverLanTest, ListsTheDecodedLogInEveryFormat) {
+    const ToolRun table = tool("list");
+    EXPECT_EQ(table.status, 0) << table.err;
+    EXPECT_EQ(lines(table.out), 1u + 35u);  // header and one row an event
+    EXPECT_EQ(table.out.rfind("ID      TIME                 SEVERITY  SOURCE", 0), 0u);
+    EXPECT_NE(table.out.find("0x0016  03/12/2015 15:56:18  critical"), std::string::npos);
+
+    const ToolRun json = tool("--format json list");
+    EXPECT_EQ(json.out.front(), '[');
+    EXPECT_EQ(lines(json.out), 37u);  // "[", 35 objects, "]"
+    EXPECT_NE(json.out.find("\"recordId\":22,\"timeStamp\":\"03/12/2015 15:56:18\",\"severity\":"
+                            "\"critical\",\"message\":\"Memory Device 1 (Memory - DIMM Status): "
+                            "Assertion: Uncorrectable ECC / other uncorrectable memory error  \""),
+              std::string::npos);
+
+    EXPECT_EQ(lines(tool("--format jsonl list").out), 35u);
+    const ToolRun csv = tool("--format csv list");
+    EXPECT_EQ(lines(csv.out), 36u);
+    EXPECT_EQ(csv.out.rfind("host,recordId,timeStamp,severity,message,source,auxLog\r\n", 0), 0u);
+}
+
+TEST_F(ToolOverLanTest, FiltersTheDecodedLog) {
+    EXPECT_EQ(lines(tool("--format jsonl --severity critical list").out), 12u);
+    EXPECT_EQ(lines(tool("--format jsonl --id 0x10-0x13 list").out), 4u);
+    const ToolRun last = tool("--format csv --last 2 list");
+    EXPECT_EQ(lines(last.out), 3u);
+    EXPECT_NE(last.out.find(",0x0023,"), std::string::npos);
+    // 03/12/2015 from 16:57:54 (record 0x1C) to 16:59:49 (record 0x1F).
+    const ToolRun window =
+        tool("--format csv --since '2015-03-12 16:57:54' --until '2015-03-12 16:59:49' list");
+    EXPECT_EQ(lines(window.out), 1u + 4u) << window.out;
+    EXPECT_EQ(tool("--since 2015-03-13 list --format jsonl").out, "");
+}
+
+TEST_F(ToolOverLanTest, ShowsLocalTimeOnRequest) {
+    // TZ is two hours east of UTC here.
+    const ToolRun run = tool("--localtime --format csv --id 1 list");
+    EXPECT_NE(run.out.find(",03/11/2015 10:42:40,"), std::string::npos) << run.out;
+}
+
+TEST_F(ToolOverLanTest, ShowsOneEventWithEveryField) {
+    const ToolRun run = tool("--format jsonl show 0x16");
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(lines(run.out), 1u);
+    EXPECT_NE(run.out.find("\"auxLog\":\"Type: ERROR_CODE Sev: ORV_ERROR_FATAL"),
+              std::string::npos);
+    const ToolRun absent = tool("show 999");
+    EXPECT_EQ(absent.status, 15);
+    EXPECT_NE(absent.err.find("has no SEL record with that ID"), std::string::npos);
+}
+
+TEST_F(ToolOverLanTest, ReadsRawEntries) {
+    const ToolRun raw = tool("raw");
+    EXPECT_EQ(lines(raw.out), 35u);
+    EXPECT_EQ(raw.out.rfind("0x0001  01 00 02 00 00 00 55 20 00 04 10 74 6f 02 ff ff\n", 0), 0u);
+    EXPECT_EQ(tool("get 4").out, "0x0004  04 00 02 e8 03 00 55 20 00 04 01 30 01 57 56 55\n");
+    EXPECT_EQ(tool("--format jsonl get 0x0004").out,
+              "{\"host\":\"" + hostOf(*bmc) +
+                  "\",\"recordId\":4,\"bytes\":\"040002e8030055200004013001575655\"}\n");
+    EXPECT_EQ(tool("get 0x999").status, 16);  // the BMC answers 0xCB
+}
+
+TEST_F(ToolOverLanTest, AddsDeletesAndClears) {
+    EXPECT_EQ(tool("add '00 00 02 00 00 00 56 20 00 04 01 30 01 57 56 55'").status, 0);
+    EXPECT_EQ(lines(tool("raw").out), 36u);
+    const ToolRun deleted = tool("delete 1 0x2");
+    EXPECT_EQ(deleted.status, 0) << deleted.err;
+    EXPECT_EQ(lines(tool("raw").out), 34u);
+    EXPECT_EQ(tool("delete 1").status, 16);  // already gone
+    EXPECT_EQ(tool("clear").status, 0);
+    EXPECT_EQ(tool("raw").out, "");
+}
+
+TEST_F(ToolOverLanTest, ReportsStatusAndRefusals) {
+    const ToolRun ok = tool("status");
+    EXPECT_EQ(ok.status, 0);
+    EXPECT_EQ(ok.out, hostOf(*bmc) + ": connected\n");
+    const std::string command =
+        std::string(TOOL_PATH) + " -H " + hostOf(*bmc) + " -U nobody -P wrong status 2>&1";
+    FILE* pipe = popen(command.c_str(), "r");
+    char buffer[512] = {};
+    const std::size_t n = fread(buffer, 1, sizeof buffer - 1, pipe);
+    const int status = pclose(pipe);
+    EXPECT_EQ(WEXITSTATUS(status), 14);
+    EXPECT_EQ(std::string(buffer, n), "ipmi-event-log: authentication refused by " + hostOf(*bmc) +
+                                          ": check user, password and privilege\n");
+}
+
+TEST_F(ToolOverLanTest, BadCommandLinesExitWithTwo) {
+    EXPECT_EQ(tool("frobnicate").status, 2);
+    EXPECT_EQ(tool("get").status, 2);
+    EXPECT_EQ(tool("--format xml list").status, 2);
+    EXPECT_EQ(tool("add 'zz'").status, 2);
+}
+
+TEST_F(ToolOverLanTest, ReadsAFleetInParallelAndReportsTheHostThatIsDown) {
+    const auto second = sampleBmc();
+    auto down = std::make_unique<bmcsim::BmcSimulator>();
+    const std::string hosts = hostOf(*bmc) + "," + hostOf(*down) + "," + hostOf(*second);
+    down->stop();
+    const ToolRun run = tool("--fanout 3 --format csv list", hosts);
+    EXPECT_EQ(run.status, 13);  // the worst: cannot connect
+    EXPECT_EQ(lines(run.out), 1u + 70u);
+    EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 71);
+    EXPECT_NE(run.out.find("\r\n" + hostOf(*second) + ",0x0023,"), std::string::npos);
+    EXPECT_EQ(run.err, "ipmi-event-log: cannot connect to " + hostOf(*down) +
+                           ": check the address, the port and that IPMI over LAN is enabled\n");
+    const ToolRun table = tool("list", hosts);
+    EXPECT_EQ(table.out.rfind("HOST", 0), 0u);
+}
+
+}  // namespace

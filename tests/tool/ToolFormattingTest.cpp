@@ -1,0 +1,150 @@
+// The tool's command line and output, without a BMC.
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "Options.h"
+#include "Output.h"
+#include "TimeStamps.h"
+
+namespace {
+
+using tool::EventRow;
+using tool::Format;
+
+Tolmar::TolmarAgentless::IPMIEVENT osStop() {
+    // An OS stop message carries raw bytes of the record, a zero byte among them.
+    return {0x1C,
+            "03/12/2015 16:57:54",
+            std::string("(OS Stop / Shutdown - K\0!\x90): Stop", 33),
+            2,
+            "System Mgt Software. Channel 0. ",
+            "No Extended Data"};
+}
+
+std::string write(const std::vector<EventRow>& rows, Format format, bool showHost = false) {
+    std::ostringstream out;
+    tool::Style style;
+    style.format = format;
+    style.showHost = showHost;
+    tool::writeEvents(out, rows, style);
+    return out.str();
+}
+
+TEST(ToolOptions, HostRangesKeepTheirWidth) {
+    EXPECT_EQ(
+        tool::expandHosts("bmc[08-11].lab,other"),
+        (std::vector<std::string>{"bmc08.lab", "bmc09.lab", "bmc10.lab", "bmc11.lab", "other"}));
+    EXPECT_EQ(tool::expandHosts("n[1-2]"), (std::vector<std::string>{"n1", "n2"}));
+    EXPECT_THROW(tool::expandHosts("n[3-1]"), tool::UsageError);
+    EXPECT_THROW(tool::expandHosts("n[a-b]"), tool::UsageError);
+}
+
+TEST(ToolOptions, RecordIdsInDecimalOrHex) {
+    EXPECT_EQ(tool::parseRecordId("28"), 28ul);
+    EXPECT_EQ(tool::parseRecordId("0x1c"), 28ul);
+    EXPECT_EQ(tool::parseRecordId("0XFFFF"), 65535ul);
+    EXPECT_THROW(tool::parseRecordId("65536"), tool::UsageError);
+    EXPECT_THROW(tool::parseRecordId("-1"), tool::UsageError);
+    EXPECT_THROW(tool::parseRecordId("12a"), tool::UsageError);
+}
+
+TEST(ToolOptions, SixteenHexBytesInAnyCommonForm) {
+    const std::vector<unsigned char> expected = {0x00, 0x00, 0x02, 0x00, 0x00, 0x00, 0x55, 0x20,
+                                                 0x00, 0x04, 0x01, 0x30, 0x01, 0x57, 0x56, 0x55};
+    EXPECT_EQ(tool::parseHexBytes("00 00 02 00 00 00 55 20 00 04 01 30 01 57 56 55"), expected);
+    EXPECT_EQ(tool::parseHexBytes("0x00,0x00,0x02,0x00,0x00,0x00,0x55,0x20,0x00,0x04,0x01,0x30,"
+                                  "0x01,0x57,0x56,0x55"),
+              expected);
+    EXPECT_EQ(tool::parseHexBytes("00000200000055200004013001575655"), expected);
+    EXPECT_THROW(tool::parseHexBytes("00 01"), tool::UsageError);
+    EXPECT_THROW(tool::parseHexBytes("zz"), tool::UsageError);
+}
+
+TEST(ToolOptions, ParsesConnectionOutputAndFilters) {
+    setenv("IPMI_PASSWORD", "from-env", 1);
+    const tool::Options o = tool::parseOptions(
+        {"-H",        "a,b",    "-p",       "9623",     "-U",         "admin",   "-E",
+         "-C",        "17",     "--format", "csv",      "--severity", "warning", "--id",
+         "0x10-0x20", "--last", "5",        "--fanout", "3",          "list"});
+    EXPECT_EQ(o.command, "list");
+    EXPECT_EQ(o.hosts, (std::vector<std::string>{"a", "b"}));
+    EXPECT_EQ(o.port, 9623);
+    EXPECT_EQ(o.password, "from-env");
+    EXPECT_EQ(o.cipherSuite, 17);
+    EXPECT_EQ(o.format, Format::Csv);
+    EXPECT_EQ(o.minimumSeverity, 1);
+    EXPECT_EQ(o.firstId, 0x10ul);
+    EXPECT_EQ(o.lastId, 0x20ul);
+    EXPECT_EQ(o.last, 5u);
+    EXPECT_EQ(o.fanout, 3u);
+    EXPECT_THROW(tool::parseOptions({"--format", "xml", "list"}), tool::UsageError);
+    EXPECT_THROW(tool::parseOptions({"--bogus", "list"}), tool::UsageError);
+    EXPECT_THROW(tool::parseOptions({}), tool::UsageError);
+}
+
+TEST(ToolOutput, EscapesEveryByteThatIsNotPrintable) {
+    EXPECT_EQ(tool::displayText(std::string("a\0b\x90\\c\n", 7)), "a\\x00b\\x90\\\\c\\x0A");
+    EXPECT_EQ(tool::jsonString(std::string("q\"\0\x7f\xc3", 5)), "\"q\\\"\\u0000\\u007F\\u00C3\"");
+}
+
+TEST(ToolOutput, CsvQuotesCommasAndQuotationMarks) {
+    EXPECT_EQ(tool::csvField("plain"), "plain");
+    EXPECT_EQ(tool::csvField("a, b"), "\"a, b\"");
+    EXPECT_EQ(tool::csvField("say \"hi\""), "\"say \"\"hi\"\"\"");
+}
+
+TEST(ToolOutput, JsonIsOneArrayAndJsonlOneObjectALine) {
+    const std::vector<EventRow> rows = {{"bmc1", osStop()}, {"bmc2", osStop()}};
+    const std::string object =
+        "{\"host\":\"bmc1\",\"recordId\":28,\"timeStamp\":\"03/12/2015 16:57:54\",\"severity\":"
+        "\"critical\",\"message\":\"(OS Stop / Shutdown - K\\u0000!\\u0090): Stop\",\"source\":"
+        "\"System Mgt Software. Channel 0. \",\"auxLog\":\"No Extended Data\"}";
+    EXPECT_EQ(write(rows, Format::Json).rfind("[\n " + object + ",\n {\"host\":\"bmc2\"", 0), 0u);
+    EXPECT_EQ(write({}, Format::Json), "[]\n");
+    EXPECT_EQ(write({rows[0]}, Format::Jsonl), object + "\n");
+}
+
+TEST(ToolOutput, CsvHasAHeaderAndCrLfLines) {
+    EXPECT_EQ(write({{"bmc1", osStop()}}, Format::Csv),
+              "host,recordId,timeStamp,severity,message,source,auxLog\r\n"
+              "bmc1,0x001c,03/12/2015 16:57:54,critical,(OS Stop / Shutdown - K\\x00!\\x90): "
+              "Stop,System Mgt Software. Channel 0. ,No Extended Data\r\n");
+}
+
+TEST(ToolOutput, TableAlignsColumnsAndNamesHostsOfAFleet) {
+    const std::string table = write({{"bmc1", osStop()}}, Format::Table, true);
+    EXPECT_EQ(table,
+              "HOST  ID      TIME                 SEVERITY  SOURCE                            "
+              "MESSAGE\n"
+              "bmc1  0x001c  03/12/2015 16:57:54  critical  System Mgt Software. Channel 0.   "
+              "(OS Stop / Shutdown - K\\x00!\\x90): Stop\n");
+}
+
+TEST(ToolOutput, TableFitsTheTerminalUnlessWide) {
+    Tolmar::TolmarAgentless::IPMIEVENT event = osStop();
+    event.message = std::string(200, 'm');
+    std::ostringstream narrow;
+    tool::Style style;
+    style.width = 100;
+    tool::writeEvents(narrow, {{"", event}}, style);
+    std::istringstream lines(narrow.str());
+    for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 100u) << line;
+    std::ostringstream wide;
+    style.wide = true;
+    tool::writeEvents(wide, {{"", event}}, style);
+    EXPECT_NE(wide.str().find(std::string(200, 'm')), std::string::npos);
+}
+
+TEST(ToolTime, ConvertsBetweenTheLibrarysTextAndMoments) {
+    EXPECT_EQ(tool::parseEventTime("03/11/2015 08:42:40"), std::optional<std::time_t>(0x55000000));
+    EXPECT_EQ(tool::parseEventTime("Unspecified"), std::nullopt);
+    EXPECT_EQ(tool::parseUserTime("2015-03-11 08:42:40"), 0x55000000);
+    EXPECT_EQ(tool::parseUserTime("2015-03-11"), 0x55000000 - (8 * 3600 + 42 * 60 + 40));
+    EXPECT_THROW(tool::parseUserTime("yesterday"), tool::UsageError);
+    setenv("TZ", "UTC", 1);
+    tzset();
+    EXPECT_EQ(tool::localTimeText(0x55000000), "03/11/2015 08:42:40");
+}
+
+}  // namespace
