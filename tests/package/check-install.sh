@@ -36,7 +36,7 @@ missing=0
 for file in lib/libipmi_event_log.so.0.1.0 "lib/libipmi_event_log.so.0 -> libipmi_event_log.so.0.1.0" \
             lib/libtolmar_framework.so.0.1.0 include/ipmi_event_log/IpmiEventLog.h \
             include/tolmar_framework/IpmiClient.h lib/cmake/IpmiEventLog/IpmiEventLogConfig.cmake \
-            lib/pkgconfig/ipmi_event_log.pc; do
+            lib/pkgconfig/ipmi_event_log.pc bin/ipmi-event-log share/man/man1/ipmi-event-log.1; do
     if ! grep -q "^\./usr/.*$file\$" "$work/files"; then
         echo "missing from the package: $file"
         missing=1
@@ -46,4 +46,6 @@ done
 dpkg-deb --extract "$package" "$work/root"
 installed=$(find "$work/root" -name 'libipmi_event_log.so.0' | head -n 1)
 LD_LIBRARY_PATH=$(dirname "$installed") ldd "$installed" | grep -q 'libtolmar_framework.so.0 =>'
+tool=$(find "$work/root" -name ipmi-event-log -type f | head -n 1)
+LD_LIBRARY_PATH=$(dirname "$installed") "$tool" --help | grep -q '^usage: ipmi-event-log'
 exit $missing
