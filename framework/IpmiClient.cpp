@@ -5,10 +5,12 @@
 #include <freeipmi/freeipmi.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <string>
 
+#include "IpmiClientActivity.h"
 #include "Log.h"
 
 namespace {
@@ -35,6 +37,9 @@ constexpr unsigned char kPrivilegeLevels[] = {
 
 // Largest IPMI response over any interface, with the command and completion code bytes.
 constexpr unsigned kResponseCapacity = 1024;
+
+std::atomic<unsigned long> requestsSent{0};
+std::atomic<unsigned long> selEntriesRead{0};
 
 unsigned millisecondsFromEnvironment(const char* name, unsigned fallback) {
     const char* text = std::getenv(name);
@@ -322,6 +327,10 @@ int IpmiClient::sendCommand(const IpmiCommandRequest& request,
             << " to " << session_->target() << ": not connected";
         return kTransportFailure;
     }
+    constexpr unsigned char storage = 0x0A;
+    constexpr unsigned char getSelEntry = 0x43;
+    ++requestsSent;
+    if (request.netFn == storage && request.command == getSelEntry) ++selEntriesRead;
     unsigned char response[kResponseCapacity];
     const int length = session_->exchange(request.netFn, request.command, request.data, response);
     if (length < 2) {
@@ -337,3 +346,5 @@ int IpmiClient::sendCommand(const IpmiCommandRequest& request,
 }
 
 IpmiClient::~IpmiClient() { session_->close(); }
+
+IpmiClientActivity ipmiClientActivity() { return {requestsSent.load(), selEntriesRead.load()}; }

@@ -6,11 +6,15 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <mutex>
 #include <thread>
 
+#include "IpmiClientActivity.h"
 #include "Log.h"
 #include "Options.h"
 #include "Output.h"
@@ -186,15 +190,58 @@ void checkArguments(const Options& options) {
     if (!options.until.empty()) tool::parseUserTime(options.until);
 }
 
+// On a terminal, a line on standard error while the hosts are read: requests sent, SEL entries
+// read, hosts done. The library does not ask a BMC for its SEL's size, so there is no total.
+class Progress {
+public:
+    explicit Progress(std::size_t hosts) : hosts_(hosts), shown_(isatty(STDERR_FILENO)) {
+        if (shown_) thread_ = std::thread([this] { run(); });
+    }
+    ~Progress() {
+        if (!shown_) return;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            finished_ = true;
+        }
+        wake_.notify_one();
+        thread_.join();
+        std::cerr << "\r\033[K" << std::flush;
+    }
+    void hostDone() { ++done_; }
+
+private:
+    void run() {
+        std::unique_lock<std::mutex> lock(mutex_);
+        while (
+            !wake_.wait_for(lock, std::chrono::milliseconds(250), [this] { return finished_; })) {
+            const IpmiClientActivity activity = ipmiClientActivity();
+            std::cerr << "\rreading: " << activity.requests << " requests, " << activity.selEntries
+                      << " SEL entries, " << done_ << " of " << hosts_ << " hosts done"
+                      << std::flush;
+        }
+    }
+
+    const std::size_t hosts_;
+    const bool shown_;
+    std::atomic<std::size_t> done_{0};
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    bool finished_ = false;
+    std::thread thread_;
+};
+
 // Reads every host, `fanout` at a time; results keep the hosts' order.
 std::vector<HostResult> runAll(const Options& options) {
     const std::vector<std::string> hosts =
         options.hosts.empty() ? std::vector<std::string>{""} : options.hosts;
     std::vector<HostResult> results(hosts.size());
+    Progress progress(hosts.size());
     std::atomic<std::size_t> next{0};
     const auto worker = [&] {
-        for (std::size_t i = next++; i < hosts.size(); i = next++)
+        for (std::size_t i = next++; i < hosts.size(); i = next++) {
             results[i] = run(options, hosts[i]);
+            progress.hostDone();
+        }
     };
     std::vector<std::thread> workers;
     const std::size_t count = std::min<std::size_t>(options.fanout, hosts.size());

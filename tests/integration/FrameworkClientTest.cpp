@@ -4,6 +4,7 @@
 #include <chrono>
 
 #include "IpmiClient.h"
+#include "IpmiClientActivity.h"
 #include "LanFixture.h"
 #include "LogCapture.h"
 
@@ -42,6 +43,19 @@ TEST_F(FrameworkClientTest, AnswersWithTheCompletionCodeAndTheDataAfterIt) {
     EXPECT_EQ(response[6], 0x91);  // manufacturer ID 0x001291, least significant byte first
     EXPECT_EQ(response[7], 0x12);
     EXPECT_EQ(response[8], 0x00);
+}
+
+TEST_F(FrameworkClientTest, CountsRequestsAndSelEntriesForProgress) {
+    IpmiClient c = client();
+    ASSERT_EQ(c.connect(), 0);
+    const IpmiClientActivity before = ipmiClientActivity();
+    Bytes response;
+    unsigned char completionCode = 0;
+    send(c, 0x06, 0x01, {}, response, completionCode);                     // Get Device ID
+    send(c, 0x0A, 0x43, {0, 0, 0, 0, 0, 0xFF}, response, completionCode);  // Get SEL Entry
+    const IpmiClientActivity after = ipmiClientActivity();
+    EXPECT_EQ(after.requests - before.requests, 2ul);
+    EXPECT_EQ(after.selEntries - before.selEntries, 1ul);
 }
 
 TEST_F(FrameworkClientTest, PassesNonZeroCompletionCodesOnAsAnsweredRequests) {
