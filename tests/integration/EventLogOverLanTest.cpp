@@ -63,7 +63,9 @@ const char* const kBmc = "16 (address). IPMB device LUN 0. Channel 0. ";
 // Worked out by hand from the sample server's records, filters and auxiliary entries. Filters:
 // power supply, memory and processor critical (0x10), OS stop non-recoverable (0x20),
 // temperature non-critical (0x08), anything else information (0x02); no filter matches an
-// offset above 7, and the lowest policy number wins.
+// offset above 7, and the lowest policy number wins. A disabled filter and one without the alert
+// action carry the lowest policy number and critical severity: were they used, every temperature
+// event would be critical.
 const Expected kExpected[] = {
     // A BIOS record (generator 0x01) on sensor 0x00, which has no sensor record: the catch-all
     // filter, information.

@@ -302,12 +302,17 @@ std::vector<AuxRecord> sampleAuxiliaryLog() {
 std::vector<EventFilter> sampleEventFilters() {
     // Enabled, alert action, policy number, severity, any generator, a sensor type or any, any
     // sensor, any trigger, every offset, event data don't-care. Policy numbers: the lowest wins.
-    const auto filter = [](unsigned char policy, unsigned char severity,
-                           unsigned char sensorType) -> EventFilter {
-        return {0x80, 0x01, policy, severity, 0xFF, 0xFF, sensorType, 0xFF, 0xFF, 0xFF,
-                0xFF, 0x00, 0x00,   0x00,     0x00, 0x00, 0x00,       0x00, 0x00, 0x00};
+    const auto filter = [](unsigned char policy, unsigned char severity, unsigned char sensorType,
+                           unsigned char configuration = 0x80,
+                           unsigned char action = 0x01) -> EventFilter {
+        return {configuration, action, policy, severity, 0xFF, 0xFF, sensorType, 0xFF, 0xFF, 0xFF,
+                0xFF,          0x00,   0x00,   0x00,     0x00, 0x00, 0x00,       0x00, 0x00, 0x00};
     };
     return {
+        // Two filters that take no part in matching, though their policy number is the lowest:
+        // one disabled, one enabled that only powers the server off.
+        filter(0x01, 0x10, 0x01, 0x00, 0x01),
+        filter(0x01, 0x10, 0x01, 0x80, 0x02),
         filter(0x11, 0x10, 0x08),  // power supply: critical
         filter(0x12, 0x10, 0x0C),  // memory: critical
         filter(0x13, 0x10, 0x07),  // processor: critical

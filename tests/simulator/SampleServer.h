@@ -35,7 +35,8 @@ std::vector<unsigned char> auxLogRecord(const AuxRecord& record);
 // Firmware reports that go with some of the sample server's events.
 std::vector<AuxRecord> sampleAuxiliaryLog();
 
-// The sample server's PEF event filter table (IPMI v2.0 table 17-2), all enabled with alerts.
+// The sample server's PEF event filter table (IPMI v2.0 table 17-2): alerting filters by sensor
+// type, and two that must be ignored (one disabled, one without the alert action).
 using EventFilter = std::array<unsigned char, 20>;
 std::vector<EventFilter> sampleEventFilters();
 
