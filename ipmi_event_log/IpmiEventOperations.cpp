@@ -1,7 +1,9 @@
 #include "IpmiEventOperations.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
+#include <set>
 #include <utility>
 
 #include "CommandExchange.h"
@@ -89,6 +91,14 @@ bool fieldMatches(unsigned char filter, unsigned char value) {
 
 }  // namespace
 
+void logRepeatedRecordId(const char* walk, unsigned long recordId, int line) {
+    if (Log::GetMinLogLevel() == 0) return;
+    char id[8];
+    std::snprintf(id, sizeof id, "0x%04lX", recordId);
+    Log(1, kLogSource, line).Stream() << walk << ": the next record chain comes back to record ID "
+                                      << id << "; the walk ends there";
+}
+
 IpmiEventOperations::IpmiEventOperations(IpmiClient& client) : client_(client) {}
 
 void IpmiEventOperations::WriteDWORD(unsigned char* bytes, unsigned long value) {
@@ -113,8 +123,16 @@ int IpmiEventOperations::getSelEntry(unsigned long recordId, RawSelEntry& entry)
 
 void IpmiEventOperations::getRawSelEntries(std::vector<RawSelEntry>& entries) {
     try {
+        // A BMC whose next-record chain comes back to an ID already requested would make the walk
+        // loop forever; it ends there instead, as if the chain had. A chain that ends never
+        // repeats an ID, so nothing changes for it.
+        std::set<unsigned long> requested;
         unsigned long recordId = kFirstRecord;
         while (recordId != kLastRecord) {
+            if (!requested.insert(recordId).second) {
+                logRepeatedRecordId("getRawSelEntries", recordId, __LINE__);
+                break;
+            }
             const CommandResponse response =
                 exchange(client_, kNetFnStorage, kGetSelEntry, getSelEntryRequest(recordId));
             if (!response.succeeded(kSelEntryResponseLength)) {

@@ -83,4 +83,7 @@ private:
     IpmiClient& client_;
 };
 
+// Logs, at level 1, that a walk of records met a record ID it had already requested.
+void logRepeatedRecordId(const char* walk, unsigned long recordId, int line);
+
 }  // namespace Tolmar

@@ -1,7 +1,9 @@
 #include "IpmiSDROperations.h"
 
 #include <algorithm>
+#include <set>
 
+#include "IpmiEventOperations.h"
 #include "IpmiException.h"
 
 namespace Tolmar {
@@ -140,7 +142,14 @@ void IpmiSDROperations::getTypeOneAndTwoPartialRawSDRs(std::vector<RawSDR>& sdrs
     if (!reservationSDR(reservationLow, reservationHigh)) return;
     unsigned char recordIdLow = 0x00;  // record ID 0x0000: the first record
     unsigned char recordIdHigh = 0x00;
+    // A chain that comes back to an ID already requested ends there (see getRawSelEntries).
+    std::set<unsigned> requested;
     do {
+        if (!requested.insert(recordIdLow | recordIdHigh << 8).second) {
+            logRepeatedRecordId("getTypeOneAndTwoPartialRawSDRs", recordIdLow | recordIdHigh << 8,
+                                __LINE__);
+            return;
+        }
         RawSDR sdr;
         unsigned char nextLow = 0;
         unsigned char nextHigh = 0;

@@ -221,6 +221,35 @@ TEST_F(IpmiEventOperationsTest, WalkLetsOtherExceptionsThrough) {
     EXPECT_EQ(entries.size(), 1u);
 }
 
+TEST_F(IpmiEventOperationsTest, WalkEndsWhereTheChainComesBackToARequestedId) {
+    // Two records with ID 5: the chain leads from the first to ID 5, which names the first again,
+    // whose next ID is 5 once more.
+    bmc.storeSelRecord(selRecord(0x0005, kTemperatureEvent));
+    bmc.storeSelRecord(selRecord(0x0005, kTemperatureEvent));
+    std::vector<RawSelEntry> entries;
+    operations->getRawSelEntries(entries);
+    EXPECT_EQ(entries.size(), 2u);
+    EXPECT_EQ(bench.requests(),
+              (std::vector<RecordedRequest>{getSelEntry(0x00, 0x00), getSelEntry(0x05, 0x00)}));
+    EXPECT_NE(logText().find("getRawSelEntries: the next record chain comes back to record ID "
+                             "0x0005; the walk ends there\n"),
+              std::string::npos)
+        << logText();
+}
+
+TEST_F(IpmiEventOperationsTest, WalkEndsOnALongerLoopToo) {
+    // 0x0000 -> record 1 (next 2) -> record 2 (next 1, answered in its place) -> record 1 -> 2.
+    bmc.storeSelRecord(selRecord(0x0001, kTemperatureEvent));
+    bmc.storeSelRecord(selRecord(0x0002, kTemperatureEvent));
+    std::vector<unsigned char> loopBack = {0x01, 0x00, 0x02, 0x00};
+    loopBack.insert(loopBack.end(), kTemperatureEvent);
+    bench.injectFault(2, Fault::completion(0x00, loopBack));
+    std::vector<RawSelEntry> entries;
+    operations->getRawSelEntries(entries);
+    EXPECT_EQ(entries.size(), 3u);
+    EXPECT_EQ(bench.requests().size(), 3u);  // 0x0000, 0x0002, 0x0001; then 0x0002 again: stop
+}
+
 // --- deleteSEL ---
 
 TEST_F(IpmiEventOperationsTest, DeleteReservesThenDeletesWithTheReservation) {

@@ -296,6 +296,17 @@ TEST_F(IpmiSDROperationsTest, GetOneSdrPartialFailingLateKeepsWhatItRead) {
     EXPECT_EQ(bench.requests().size(), 3u);
 }
 
+TEST_F(IpmiSDROperationsTest, WalkEndsWhereTheChainComesBackToARequestedId) {
+    bmc.storeSdr(withId(kFullSensor, 7));
+    bmc.storeSdr(withId(kCompactSensor, 7));  // the chain points at ID 7, which names the first
+    const std::vector<RawSDR> sdrs = walk();
+    EXPECT_EQ(sdrs.size(), 2u);  // the first record, read as 0x0000 and as 0x0007
+    EXPECT_EQ(bench.requests().size(), 1u + 3u + 3u);
+    EXPECT_NE(logText().find("getTypeOneAndTwoPartialRawSDRs: the next record chain comes back "
+                             "to record ID 0x0007; the walk ends there"),
+              std::string::npos);
+}
+
 TEST_F(IpmiSDROperationsTest, OtherExceptionsReachTheCaller) {
     bmc.storeSdr(kFullSensor);
     IpmiClient client(0ul);
