@@ -1,0 +1,107 @@
+// The decoded event log over a poor network path and from a BMC that dies part way: datagrams lost
+// and delayed by a forwarder of the test's own, and the simulator killed in the middle of a read.
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "IpmiEventLog.h"
+#include "LanFixture.h"
+#include "LossyLink.h"
+
+namespace {
+
+using Tolmar::IpmiEventLog;
+using Tolmar::TolmarAgentless::IPMIEVENT;
+using namespace std::chrono_literals;
+
+std::unique_ptr<bmcsim::BmcSimulator> sampleBmc() {
+    std::vector<std::vector<unsigned char>> auxiliary;
+    for (const auto& record : bmcsim::sampleAuxiliaryLog()) {
+        auxiliary.push_back(bmcsim::auxLogRecord(record));
+    }
+    auto bmc = std::make_unique<bmcsim::BmcSimulator>(
+        bmcsim::sdrCommands(bmcsim::sampleSdrRepository()), auxiliary);
+    bmc->setEventFilters(bmcsim::sampleEventFilters());
+    bmc->addSelRecords(bmcsim::sampleEventLog());
+    return bmc;
+}
+
+std::vector<IPMIEVENT> readLog(unsigned short port, int expectedResult = 0) {
+    Tolmar::TolmarConnection::ConnectionInfo info;
+    info.ip = bmcsim::BmcSimulator::host();
+    info.port = port;
+    info.user = bmcsim::kAdministrator.name;
+    info.password = bmcsim::kAdministrator.password;
+    info.connectionType = 1;
+    IpmiEventLog log(info);
+    std::vector<IPMIEVENT> events;
+    EXPECT_EQ(log.GetAllIpmiEventLog(events), expectedResult);
+    return events;
+}
+
+void expectSameEvents(const std::vector<IPMIEVENT>& actual,
+                      const std::vector<IPMIEVENT>& expected) {
+    ASSERT_LE(actual.size(), expected.size());
+    for (std::size_t i = 0; i < actual.size(); ++i) {
+        EXPECT_EQ(actual[i].recordId, expected[i].recordId) << i;
+        EXPECT_EQ(actual[i].timeStamp, expected[i].timeStamp) << i;
+        EXPECT_EQ(actual[i].message, expected[i].message) << i;
+        EXPECT_EQ(actual[i].severity, expected[i].severity) << i;
+        EXPECT_EQ(actual[i].source, expected[i].source) << i;
+        EXPECT_EQ(actual[i].auxLog, expected[i].auxLog) << i;
+    }
+}
+
+class NetworkFaultTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        bmc = sampleBmc();
+        cleanRead = readLog(bmc->port());
+        ASSERT_EQ(cleanRead.size(), bmcsim::sampleEventLog().size());
+    }
+
+    // Lost datagrams are sent again after the retransmission interval.
+    bmcsim::ScopedEnvironment retransmission{"TOLMAR_IPMI_RETRANSMISSION_TIMEOUT_MS", "200"};
+    bmcsim::ScopedEnvironment timeout{"TOLMAR_IPMI_SESSION_TIMEOUT_MS", "2000"};
+    std::unique_ptr<bmcsim::BmcSimulator> bmc;
+    std::vector<IPMIEVENT> cleanRead;
+};
+
+TEST_F(NetworkFaultTest, OnePercentLossAndOneMillisecondGiveTheSameEvents) {
+    bmcsim::LossyLink link(bmc->port(), 0.01, 1ms);
+    const std::vector<IPMIEVENT> events = readLog(link.port());
+    EXPECT_EQ(events.size(), cleanRead.size());
+    expectSameEvents(events, cleanRead);
+}
+
+TEST_F(NetworkFaultTest, TenPercentLossGivesTheSameEvents) {
+    bmcsim::LossyLink link(bmc->port(), 0.10, 1ms);
+    const std::vector<IPMIEVENT> events = readLog(link.port());
+    EXPECT_GT(link.dropped(), 0ul);
+    EXPECT_EQ(events.size(), cleanRead.size());
+    expectSameEvents(events, cleanRead);
+}
+
+TEST_F(NetworkFaultTest, BmcKilledPartWayKeepsTheEventsReadAndARestartedOneIsReadAgain) {
+    bmcsim::LossyLink link(bmc->port(), 0.0, 0us);
+    // The session takes its first datagrams; 30 lands in the middle of the SEL.
+    link.afterClientDatagrams(30, [this] { bmc->stop(); });
+    const auto start = std::chrono::steady_clock::now();
+    const std::vector<IPMIEVENT> events = readLog(link.port());
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    // Each of the reads after the SEL (filters, SDRs, auxiliary log) gives up after the 2 s
+    // session timeout.
+    EXPECT_LT(elapsed, 15s);
+    EXPECT_GT(events.size(), 0u);
+    EXPECT_LT(events.size(), cleanRead.size());
+    for (const IPMIEVENT& event : events) EXPECT_EQ(event.severity, 0);  // the filters were lost
+    for (std::size_t i = 0; i < events.size(); ++i) {
+        EXPECT_EQ(events[i].recordId, cleanRead[i].recordId);
+        EXPECT_EQ(events[i].timeStamp, cleanRead[i].timeStamp);
+    }
+
+    bmc = sampleBmc();
+    EXPECT_EQ(readLog(bmc->port()).size(), cleanRead.size());
+}
+
+}  // namespace

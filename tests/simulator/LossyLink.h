@@ -1,0 +1,40 @@
+// A UDP forwarder between an IPMI client and a BMC on loopback that loses and delays datagrams,
+// standing in for a poor network path (this machine's kernel has no netem). The client talks to
+// port(); datagrams in both directions are dropped with the given probability and delayed.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <thread>
+
+namespace bmcsim {
+
+class LossyLink {
+public:
+    LossyLink(unsigned short bmcPort, double lossProbability, std::chrono::microseconds delay);
+    ~LossyLink();
+    LossyLink(const LossyLink&) = delete;
+    LossyLink& operator=(const LossyLink&) = delete;
+
+    unsigned short port() const { return port_; }
+    // Calls `action` (once) when the client has sent its `count`-th datagram through the link.
+    void afterClientDatagrams(unsigned long count, std::function<void()> action);
+    unsigned long clientDatagrams() const { return clientDatagrams_; }
+    unsigned long dropped() const { return dropped_; }
+
+private:
+    void run(double lossProbability, std::chrono::microseconds delay);
+
+    int clientSide_ = -1;  // bound to port_, where the client sends
+    int bmcSide_ = -1;     // connected to the BMC
+    unsigned short port_ = 0;
+    std::atomic<bool> stopping_{false};
+    std::atomic<unsigned long> clientDatagrams_{0};
+    std::atomic<unsigned long> dropped_{0};
+    unsigned long actionAt_ = 0;
+    std::function<void()> action_;
+    std::thread thread_;
+};
+
+}  // namespace bmcsim
