@@ -8,6 +8,9 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <map>
+#include <mutex>
+#include <optional>
 #include <string>
 
 #include "IpmiClientActivity.h"
@@ -37,6 +40,39 @@ constexpr unsigned char kPrivilegeLevels[] = {
 
 // Largest IPMI response over any interface, with the command and completion code bytes.
 constexpr unsigned kResponseCapacity = 1024;
+
+// How a session to a BMC was opened: the privilege level and FreeIPMI's workaround flags.
+struct Recipe {
+    unsigned char privilege;
+    unsigned workaround;
+};
+
+// Every failed attempt to open a session can leave a half-open session on the BMC until it times
+// out, and BMCs have few of them (OpenIPMI's simulator refuses new ones after about 60). So what
+// worked for a BMC, user and cipher suite is remembered for the life of the process and tried
+// first; only the first connection searches.
+class Recipes {
+public:
+    std::optional<Recipe> find(const std::string& key) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        const auto found = recipes_.find(key);
+        if (found == recipes_.end()) return std::nullopt;
+        return found->second;
+    }
+    void remember(const std::string& key, const Recipe& recipe) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        recipes_[key] = recipe;
+    }
+
+private:
+    std::mutex mutex_;
+    std::map<std::string, Recipe> recipes_;
+};
+
+Recipes& recipes() {
+    static Recipes instance;
+    return instance;
+}
 
 std::atomic<unsigned long> requestsSent{0};
 std::atomic<unsigned long> selEntriesRead{0};
@@ -141,10 +177,18 @@ struct IpmiClient::Session {
     std::string target() const { return lan ? address + ":" + port : "the local BMC"; }
     int openLan();
     int openInband();
+    // Logs why no session could be opened and gives connect()'s status.
+    int openFailed(int errnum) const;
+    // One attempt to open a session with a privilege level and FreeIPMI workaround flags.
+    int openOnce(const Recipe& recipe, unsigned timeoutMs, unsigned retransmissionMs);
     // Tries one privilege level, without and then with the open-session-privilege workaround;
-    // `usedWorkaround` tells which one opened the session.
+    // `usedWorkaround` tells which flags opened the session.
     int openLanAt(unsigned char privilege, unsigned timeoutMs, unsigned retransmissionMs,
-                  bool& usedWorkaround);
+                  unsigned& usedWorkaround);
+    // What opened a session to this BMC, as this user with this cipher suite, before.
+    std::string recipeKey() const {
+        return target() + "|" + user + "|" + std::to_string(cipherSuite);
+    }
     unsigned char userPrivilegeLimit(unsigned char granted);
     // One raw exchange: returns the response length (command byte and completion code included),
     // or -1 when no response arrived.
@@ -187,16 +231,29 @@ int IpmiClient::Session::openLan() {
                                              kDefaultRetransmissionTimeoutMs),
                  std::max(1u, timeoutMs / 2));
 
+    const std::string key = recipeKey();
+    if (const std::optional<Recipe> known = recipes().find(key)) {
+        const int errnum = openOnce(*known, timeoutMs, retransmissionMs);
+        if (errnum == IPMI_ERR_SUCCESS) return kConnected;
+        // Refused credentials stay refused at every level: no search (each try could wait out
+        // the session timeout).
+        if (classify(errnum) == OpenFailure::CredentialsRefused) return openFailed(errnum);
+    }
     // Highest level first; a level the BMC refuses to this user sends us one lower.
     unsigned char ceiling = IPMI_PRIVILEGE_LEVEL_ADMIN;
     int errnum = IPMI_ERR_SUCCESS;
     for (unsigned char privilege : kPrivilegeLevels) {
         if (privilege > ceiling) continue;
-        bool usedWorkaround = false;
-        errnum = openLanAt(privilege, timeoutMs, retransmissionMs, usedWorkaround);
+        unsigned workaround = IPMI_WORKAROUND_FLAGS_DEFAULT;
+        errnum = openLanAt(privilege, timeoutMs, retransmissionMs, workaround);
         if (errnum == IPMI_ERR_SUCCESS) {
-            const unsigned char limit = usedWorkaround ? userPrivilegeLimit(privilege) : privilege;
-            if (limit >= privilege) return kConnected;
+            const unsigned char limit = workaround != IPMI_WORKAROUND_FLAGS_DEFAULT
+                                            ? userPrivilegeLimit(privilege)
+                                            : privilege;
+            if (limit >= privilege) {
+                recipes().remember(key, {privilege, workaround});
+                return kConnected;
+            }
             close();
             ceiling = limit;
             errnum = IPMI_ERR_PRIVILEGE_LEVEL_CANNOT_BE_OBTAINED;
@@ -204,6 +261,10 @@ int IpmiClient::Session::openLan() {
         }
         if (classify(errnum) != OpenFailure::PrivilegeRefused) break;
     }
+    return openFailed(errnum);
+}
+
+int IpmiClient::Session::openFailed(int errnum) const {
     // The password is never part of the message, and FreeIPMI's texts do not carry it either.
     Log(1, kLogSource, __LINE__).Stream()
         << "cannot open an IPMI v2.0 session to " << target() << " as user \"" << user
@@ -215,28 +276,37 @@ int IpmiClient::Session::openLan() {
                : kFailed;
 }
 
+int IpmiClient::Session::openOnce(const Recipe& recipe, unsigned timeoutMs,
+                                  unsigned retransmissionMs) {
+    context = ipmi_ctx_create();
+    if (context == nullptr) return IPMI_ERR_OUT_OF_MEMORY;
+    const std::string host = target();
+    if (ipmi_ctx_open_outofband_2_0(context, host.c_str(), user.c_str(), password.c_str(), nullptr,
+                                    0, recipe.privilege, static_cast<unsigned char>(cipherSuite),
+                                    timeoutMs, retransmissionMs, recipe.workaround,
+                                    IPMI_FLAGS_DEFAULT) == 0) {
+        return IPMI_ERR_SUCCESS;
+    }
+    const int errnum = ipmi_ctx_errnum(context);
+    ipmi_ctx_destroy(context);
+    context = nullptr;
+    return errnum;
+}
+
 int IpmiClient::Session::openLanAt(unsigned char privilege, unsigned timeoutMs,
-                                   unsigned retransmissionMs, bool& usedWorkaround) {
+                                   unsigned retransmissionMs, unsigned& usedWorkaround) {
     // Some BMCs (OpenIPMI's simulator among them) answer the RMCP+ Open Session request in a way
     // FreeIPMI accepts only with its open-session-privilege workaround; without it FreeIPMI reports
     // that the privilege level cannot be obtained, or an unexpected answer.
     const unsigned workarounds[] = {IPMI_WORKAROUND_FLAGS_DEFAULT,
                                     IPMI_WORKAROUND_FLAGS_OUTOFBAND_2_0_OPEN_SESSION_PRIVILEGE};
-    const std::string host = target();
     int errnum = IPMI_ERR_SUCCESS;
     for (unsigned workaround : workarounds) {
-        context = ipmi_ctx_create();
-        if (context == nullptr) return IPMI_ERR_OUT_OF_MEMORY;
-        if (ipmi_ctx_open_outofband_2_0(context, host.c_str(), user.c_str(), password.c_str(),
-                                        nullptr, 0, privilege,
-                                        static_cast<unsigned char>(cipherSuite), timeoutMs,
-                                        retransmissionMs, workaround, IPMI_FLAGS_DEFAULT) == 0) {
-            usedWorkaround = workaround != IPMI_WORKAROUND_FLAGS_DEFAULT;
-            return IPMI_ERR_SUCCESS;
+        errnum = openOnce({privilege, workaround}, timeoutMs, retransmissionMs);
+        if (errnum == IPMI_ERR_SUCCESS) {
+            usedWorkaround = workaround;
+            return errnum;
         }
-        errnum = ipmi_ctx_errnum(context);
-        ipmi_ctx_destroy(context);
-        context = nullptr;
         const OpenFailure failure = classify(errnum);
         if (failure != OpenFailure::Other && failure != OpenFailure::PrivilegeRefused) break;
     }

@@ -179,6 +179,8 @@ const Operation kOperations[] = {
     {"AddSelEntry", [](IpmiEventLog& log) { return log.AddSelEntry(IPMISELENTRY{}); }, 6, 6},
 };
 
+void PrintTo(const Operation& operation, std::ostream* out) { *out << operation.name; }
+
 class EveryOperationTest : public IpmiEventLogTest,
                            public ::testing::WithParamInterface<Operation> {
 protected:

@@ -26,6 +26,8 @@ const Reservation kSdr{"ReserveSdrRepository", 0x22,
                            return Tolmar::IpmiSDROperations(c).reservationSDR(lo, hi);
                        }};
 
+void PrintTo(const Reservation& reservation, std::ostream* out) { *out << reservation.name; }
+
 class ReservationTest : public sim::BmcTest, public ::testing::WithParamInterface<Reservation> {
 protected:
     void SetUp() override {
