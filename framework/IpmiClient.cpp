@@ -8,6 +8,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -89,6 +90,40 @@ unsigned millisecondsFromEnvironment(const char* name, unsigned fallback) {
         return fallback;
     }
     return static_cast<unsigned>(value);
+}
+
+// TOLMAR_IPMI_PRIVILEGE (admin, operator, user): the one level to ask for; otherwise the highest
+// granted, from administrator down.
+std::vector<unsigned char> privilegeLevels() {
+    const char* text = std::getenv("TOLMAR_IPMI_PRIVILEGE");
+    const std::string level = text != nullptr ? text : "";
+    if (level == "admin") return {IPMI_PRIVILEGE_LEVEL_ADMIN};
+    if (level == "operator") return {IPMI_PRIVILEGE_LEVEL_OPERATOR};
+    if (level == "user") return {IPMI_PRIVILEGE_LEVEL_USER};
+    if (!level.empty()) {
+        Log(1, kLogSource, __LINE__).Stream()
+            << "ignoring TOLMAR_IPMI_PRIVILEGE=\"" << level << "\": not admin, operator or user";
+    }
+    return {std::begin(kPrivilegeLevels), std::end(kPrivilegeLevels)};
+}
+
+// TOLMAR_IPMI_WORKAROUND (none, opensesspriv): the one way to open sessions; otherwise without
+// FreeIPMI's open-session-privilege workaround first, then with it. Some BMCs (OpenIPMI's simulator
+// among them) answer the RMCP+ Open Session request in a way FreeIPMI accepts only with it; without
+// it FreeIPMI reports that the privilege level cannot be obtained, or an unexpected answer.
+std::vector<unsigned> workaroundFlags() {
+    const char* text = std::getenv("TOLMAR_IPMI_WORKAROUND");
+    const std::string workaround = text != nullptr ? text : "";
+    if (workaround == "none") return {IPMI_WORKAROUND_FLAGS_DEFAULT};
+    if (workaround == "opensesspriv") {
+        return {IPMI_WORKAROUND_FLAGS_OUTOFBAND_2_0_OPEN_SESSION_PRIVILEGE};
+    }
+    if (!workaround.empty()) {
+        Log(1, kLogSource, __LINE__).Stream()
+            << "ignoring TOLMAR_IPMI_WORKAROUND=\"" << workaround << "\": not none or opensesspriv";
+    }
+    return {IPMI_WORKAROUND_FLAGS_DEFAULT,
+            IPMI_WORKAROUND_FLAGS_OUTOFBAND_2_0_OPEN_SESSION_PRIVILEGE};
 }
 
 // How an attempt to open a LAN session ended.
@@ -181,10 +216,10 @@ struct IpmiClient::Session {
     int openFailed(int errnum) const;
     // One attempt to open a session with a privilege level and FreeIPMI workaround flags.
     int openOnce(const Recipe& recipe, unsigned timeoutMs, unsigned retransmissionMs);
-    // Tries one privilege level, without and then with the open-session-privilege workaround;
-    // `usedWorkaround` tells which flags opened the session.
-    int openLanAt(unsigned char privilege, unsigned timeoutMs, unsigned retransmissionMs,
-                  unsigned& usedWorkaround);
+    // Tries one privilege level with each of the workaround flags in turn; `usedWorkaround` tells
+    // which opened the session.
+    int openLanAt(unsigned char privilege, const std::vector<unsigned>& workarounds,
+                  unsigned timeoutMs, unsigned retransmissionMs, unsigned& usedWorkaround);
     // What opened a session to this BMC, as this user with this cipher suite, before.
     std::string recipeKey() const {
         return target() + "|" + user + "|" + std::to_string(cipherSuite);
@@ -231,23 +266,30 @@ int IpmiClient::Session::openLan() {
                                              kDefaultRetransmissionTimeoutMs),
                  std::max(1u, timeoutMs / 2));
 
+    // A level or workaround the caller chose; otherwise the search below, highest level first: a
+    // level the BMC refuses to this user sends us one lower. A level the caller chose is not
+    // checked against the user's limit.
+    const std::vector<unsigned char> levels = privilegeLevels();
+    const std::vector<unsigned> workarounds = workaroundFlags();
     const std::string key = recipeKey();
-    if (const std::optional<Recipe> known = recipes().find(key)) {
+    const std::optional<Recipe> known = recipes().find(key);
+    if (known && std::count(levels.begin(), levels.end(), known->privilege) &&
+        std::count(workarounds.begin(), workarounds.end(), known->workaround)) {
         const int errnum = openOnce(*known, timeoutMs, retransmissionMs);
         if (errnum == IPMI_ERR_SUCCESS) return kConnected;
         // Refused credentials stay refused at every level: no search (each try could wait out
         // the session timeout).
         if (classify(errnum) == OpenFailure::CredentialsRefused) return openFailed(errnum);
     }
-    // Highest level first; a level the BMC refuses to this user sends us one lower.
+    const bool searching = levels.size() > 1;
     unsigned char ceiling = IPMI_PRIVILEGE_LEVEL_ADMIN;
     int errnum = IPMI_ERR_SUCCESS;
-    for (unsigned char privilege : kPrivilegeLevels) {
+    for (unsigned char privilege : levels) {
         if (privilege > ceiling) continue;
         unsigned workaround = IPMI_WORKAROUND_FLAGS_DEFAULT;
-        errnum = openLanAt(privilege, timeoutMs, retransmissionMs, workaround);
+        errnum = openLanAt(privilege, workarounds, timeoutMs, retransmissionMs, workaround);
         if (errnum == IPMI_ERR_SUCCESS) {
-            const unsigned char limit = workaround != IPMI_WORKAROUND_FLAGS_DEFAULT
+            const unsigned char limit = searching && workaround != IPMI_WORKAROUND_FLAGS_DEFAULT
                                             ? userPrivilegeLimit(privilege)
                                             : privilege;
             if (limit >= privilege) {
@@ -293,13 +335,9 @@ int IpmiClient::Session::openOnce(const Recipe& recipe, unsigned timeoutMs,
     return errnum;
 }
 
-int IpmiClient::Session::openLanAt(unsigned char privilege, unsigned timeoutMs,
+int IpmiClient::Session::openLanAt(unsigned char privilege,
+                                   const std::vector<unsigned>& workarounds, unsigned timeoutMs,
                                    unsigned retransmissionMs, unsigned& usedWorkaround) {
-    // Some BMCs (OpenIPMI's simulator among them) answer the RMCP+ Open Session request in a way
-    // FreeIPMI accepts only with its open-session-privilege workaround; without it FreeIPMI reports
-    // that the privilege level cannot be obtained, or an unexpected answer.
-    const unsigned workarounds[] = {IPMI_WORKAROUND_FLAGS_DEFAULT,
-                                    IPMI_WORKAROUND_FLAGS_OUTOFBAND_2_0_OPEN_SESSION_PRIVILEGE};
     int errnum = IPMI_ERR_SUCCESS;
     for (unsigned workaround : workarounds) {
         errnum = openOnce({privilege, workaround}, timeoutMs, retransmissionMs);

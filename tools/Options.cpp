@@ -33,6 +33,8 @@ const char* const kUsage =
     "  -f FILE           password from the first line of FILE\n"
     "  -P PASSWORD       password on the command line (visible to other users)\n"
     "  -C, --cipher-suite N   cipher suite ID (3)\n"
+    "  -L, --privilege L      admin, operator or user (the highest the BMC grants)\n"
+    "  -W, --workaround W     opensesspriv or none (tried as needed)\n"
     "  --fanout N        hosts read at once (8)\n"
     "\n"
     "output:\n"
@@ -68,6 +70,16 @@ int parseSeverity(const std::string& text) {
         throw UsageError("severity \"" + text + "\" is not info, warning or critical");
     }
     return found->second;
+}
+
+// ipmitool's and FreeIPMI's names too: ADMINISTRATOR, OPERATOR, USER, in any case.
+std::string parsePrivilege(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (text == "administrator") text = "admin";
+    if (text != "admin" && text != "operator" && text != "user") {
+        throw UsageError("privilege \"" + text + "\" is not admin, operator or user");
+    }
+    return text;
 }
 
 Format parseFormat(const std::string& text) {
@@ -191,6 +203,14 @@ Options parseOptions(const std::vector<std::string>& args) {
         } else if (arg == "-C" || arg == "--cipher-suite") {
             options.cipherSuite =
                 static_cast<unsigned short>(parseNumber(value(i), 255, "cipher suite"));
+        } else if (arg == "-L" || arg == "--privilege") {
+            options.privilege = parsePrivilege(value(i));
+        } else if (arg == "-W" || arg == "--workaround") {
+            options.workaround = value(i);
+            if (options.workaround != "opensesspriv" && options.workaround != "none") {
+                throw UsageError("workaround \"" + options.workaround +
+                                 "\" is not opensesspriv or none");
+            }
         } else if (arg == "--format") {
             options.format = parseFormat(value(i));
         } else if (arg == "--wide") {

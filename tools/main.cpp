@@ -280,6 +280,10 @@ int main(int argc, char** argv) {
     }
     // The framework's own failure lines stay quiet: each failure gets one line below.
     Log::SetMinLogLevel(options.verbose ? 4 : 0);
+    // How sessions are opened is the framework client's setting.
+    if (!options.privilege.empty()) setenv("TOLMAR_IPMI_PRIVILEGE", options.privilege.c_str(), 1);
+    if (!options.workaround.empty())
+        setenv("TOLMAR_IPMI_WORKAROUND", options.workaround.c_str(), 1);
 
     const std::vector<HostResult> results = runAll(options);
     std::vector<EventRow> events;

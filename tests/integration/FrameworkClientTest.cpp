@@ -7,6 +7,7 @@
 #include "IpmiClientActivity.h"
 #include "LanFixture.h"
 #include "LogCapture.h"
+#include "LossyLink.h"
 
 namespace {
 
@@ -96,6 +97,28 @@ TEST_F(FrameworkClientTest, FallsBackToTheHighestPrivilegeTheUserHas) {
     // Clear SEL needs operator privilege.
     ASSERT_EQ(send(c, 0x0A, 0x47, {0, 0, 'C', 'L', 'R', 0xAA}, response, completionCode), 0);
     EXPECT_EQ(completionCode, 0xD4);  // insufficient privilege
+}
+
+TEST_F(FrameworkClientTest, ChosenPrivilegeAndWorkaroundOpenASessionInOneAttempt) {
+    // Through a link of its own each client is a new BMC to the process: nothing remembered.
+    const auto datagramsToConnect = [this](const LanUser& user) {
+        bmcsim::LossyLink link(bmc->port(), 0.0, std::chrono::microseconds(0));
+        IpmiClient c(bmcsim::BmcSimulator::host(), user.name, user.password,
+                     std::to_string(link.port()), 3);
+        EXPECT_EQ(c.connect(), 0);
+        return link.clientDatagrams();
+    };
+    const unsigned long searching = datagramsToConnect(kAdministrator);
+    ScopedEnvironment privilege("TOLMAR_IPMI_PRIVILEGE", "user");
+    ScopedEnvironment workaround("TOLMAR_IPMI_WORKAROUND", "opensesspriv");
+    EXPECT_LT(datagramsToConnect(kAdministrator), searching);
+
+    IpmiClient c = client(kAdministrator);
+    ASSERT_EQ(c.connect(), 0);
+    Bytes response;
+    unsigned char completionCode = 0;
+    ASSERT_EQ(send(c, 0x0A, 0x47, {0, 0, 'C', 'L', 'R', 0xAA}, response, completionCode), 0);
+    EXPECT_EQ(completionCode, 0xD4);  // a user-level session may not clear the SEL
 }
 
 TEST_F(FrameworkClientTest, UnknownUserIsRefusedCredentials) {

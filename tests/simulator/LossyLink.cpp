@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <deque>
 #include <random>
 #include <stdexcept>
@@ -14,6 +15,8 @@
 namespace bmcsim {
 
 namespace {
+
+using namespace std::chrono_literals;
 
 sockaddr_in loopback(unsigned short port) {
     sockaddr_in address{};
@@ -68,7 +71,14 @@ void LossyLink::run(double lossProbability, std::chrono::microseconds delay) {
     bool knowClient = false;
     while (!stopping_) {
         pollfd fds[2] = {{clientSide_, POLLIN, 0}, {bmcSide_, POLLIN, 0}};
-        poll(fds, 2, 1);
+        // Wake for the next datagram due, to the microsecond, or after a millisecond at most.
+        auto wait = std::chrono::nanoseconds(1ms);
+        if (!pending.empty()) {
+            wait = std::clamp<std::chrono::nanoseconds>(
+                pending.front().due - std::chrono::steady_clock::now(), 0ns, 1ms);
+        }
+        const timespec timeout{0, static_cast<long>(wait.count())};
+        ppoll(fds, 2, &timeout, nullptr);
         char buffer[2048];
         if (fds[0].revents & POLLIN) {
             socklen_t length = sizeof client;
