@@ -124,7 +124,9 @@ int main(int argc, char** argv) {
                 bool coldCache;
             };
             const std::vector<Program> programs = {
-                {"ipmi-event-log list", tool + " -H 127.0.0.1:" + port + " -U " + user + " -E list",
+                {"ipmi-event-log list",
+                 tool + " -H 127.0.0.1:" + port + " -U " + user +
+                     " -E -L admin -W opensesspriv list",
                  false},
                 {"ipmitool sel elist",
                  "ipmitool -I lanplus -H 127.0.0.1 -p " + port + " -U " + user +
