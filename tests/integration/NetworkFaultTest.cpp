@@ -4,6 +4,7 @@
 
 #include <chrono>
 
+#include "EventAssertions.h"
 #include "IpmiEventLog.h"
 #include "LanFixture.h"
 #include "LossyLink.h"
@@ -39,19 +40,6 @@ std::vector<IPMIEVENT> readLog(unsigned short port, int expectedResult = 0) {
     return events;
 }
 
-void expectSameEvents(const std::vector<IPMIEVENT>& actual,
-                      const std::vector<IPMIEVENT>& expected) {
-    ASSERT_LE(actual.size(), expected.size());
-    for (std::size_t i = 0; i < actual.size(); ++i) {
-        EXPECT_EQ(actual[i].recordId, expected[i].recordId) << i;
-        EXPECT_EQ(actual[i].timeStamp, expected[i].timeStamp) << i;
-        EXPECT_EQ(actual[i].message, expected[i].message) << i;
-        EXPECT_EQ(actual[i].severity, expected[i].severity) << i;
-        EXPECT_EQ(actual[i].source, expected[i].source) << i;
-        EXPECT_EQ(actual[i].auxLog, expected[i].auxLog) << i;
-    }
-}
-
 class NetworkFaultTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -70,16 +58,14 @@ protected:
 TEST_F(NetworkFaultTest, OnePercentLossAndOneMillisecondGiveTheSameEvents) {
     bmcsim::LossyLink link(bmc->port(), 0.01, 1ms);
     const std::vector<IPMIEVENT> events = readLog(link.port());
-    EXPECT_EQ(events.size(), cleanRead.size());
-    expectSameEvents(events, cleanRead);
+    sim::expectSameEvents(events, cleanRead);
 }
 
 TEST_F(NetworkFaultTest, TenPercentLossGivesTheSameEvents) {
     bmcsim::LossyLink link(bmc->port(), 0.10, 1ms);
     const std::vector<IPMIEVENT> events = readLog(link.port());
     EXPECT_GT(link.dropped(), 0ul);
-    EXPECT_EQ(events.size(), cleanRead.size());
-    expectSameEvents(events, cleanRead);
+    sim::expectSameEvents(events, cleanRead);
 }
 
 TEST_F(NetworkFaultTest, BmcKilledPartWayKeepsTheEventsReadAndARestartedOneIsReadAgain) {

@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "BmcTest.h"
+#include "EventAssertions.h"
 #include "IPMIAuxiliaryLog.h"
 #include "IpmiEventLog.h"
 #include "SampleServer.h"
@@ -114,19 +115,6 @@ protected:
         };
     }
 
-    static void expectEvents(const std::vector<IPMIEVENT>& actual,
-                             const std::vector<IPMIEVENT>& expected) {
-        ASSERT_EQ(actual.size(), expected.size());
-        for (std::size_t i = 0; i < actual.size(); ++i) {
-            EXPECT_EQ(actual[i].recordId, expected[i].recordId) << i;
-            EXPECT_EQ(actual[i].timeStamp, expected[i].timeStamp) << i;
-            EXPECT_EQ(actual[i].message, expected[i].message) << i;
-            EXPECT_EQ(actual[i].severity, expected[i].severity) << i;
-            EXPECT_EQ(actual[i].source, expected[i].source) << i;
-            EXPECT_EQ(actual[i].auxLog, expected[i].auxLog) << i;
-        }
-    }
-
     static RecordedRequest getSel(unsigned id) {
         return request(
             0x0A, 0x43,
@@ -144,7 +132,7 @@ protected:
 
 TEST_F(EventLogAssemblyTest, RendersEveryRecordOfASmallBmc) {
     smallBmc();
-    expectEvents(readAll(), smallBmcEvents());
+    sim::expectSameEvents(readAll(), smallBmcEvents());
 }
 
 TEST_F(EventLogAssemblyTest, ReadsEverythingInOneSessionInThisOrder) {
