@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs a build into a scratch prefix, builds a consumer against it with find_package and with
-# pkg-config, runs both against the sample BMC, then builds the Debian package and checks its files.
+# pkg-config, runs both against the sample BMC, then builds the Debian package, checks its files,
+# and installs and removes it with dpkg.
 #   check-install.sh BUILD_DIR SOURCE_DIR SAMPLE_BMC
 set -euo pipefail
 build=$1
@@ -42,10 +43,26 @@ for file in lib/libipmi_event_log.so.0.1.0 "lib/libipmi_event_log.so.0 -> libipm
         missing=1
     fi
 done
-# A scratch root stands in for the machine: the package's files unpack and the library loads.
-dpkg-deb --extract "$package" "$work/root"
+# dpkg installs the package into a scratch root, checking its dependencies against a copy of this
+# machine's package database; the library loads and the tool runs from there; removal leaves no file.
+mkdir -p "$work/root" "$work/dpkg/info" "$work/dpkg/updates" "$work/dpkg/triggers"
+cp /var/lib/dpkg/status "$work/dpkg/status"
+scratch_dpkg() {
+    # The copied database has no file lists: dpkg warns once per package, so keep its output for a
+    # failure only.
+    dpkg --admindir="$work/dpkg" --instdir="$work/root" --force-script-chrootless --force-not-root \
+        "$@" > "$work/dpkg.log" 2>&1 || { cat "$work/dpkg.log"; return 1; }
+}
+scratch_dpkg --install "$package"
+dpkg --admindir="$work/dpkg" --status ipmi-event-log | grep -q '^Status: install ok installed$'
 installed=$(find "$work/root" -name 'libipmi_event_log.so.0' | head -n 1)
 LD_LIBRARY_PATH=$(dirname "$installed") ldd "$installed" | grep -q 'libtolmar_framework.so.0 =>'
 tool=$(find "$work/root" -name ipmi-event-log -type f | head -n 1)
 LD_LIBRARY_PATH=$(dirname "$installed") "$tool" --help | grep -q '^usage: ipmi-event-log'
+scratch_dpkg --remove ipmi-event-log
+if [ -n "$(find "$work/root" -type f)" ]; then
+    echo "files left after removing the package:"
+    find "$work/root" -type f
+    missing=1
+fi
 exit $missing
