@@ -181,7 +181,7 @@ TEST_F(FrameworkClientTest, SendingWithoutASessionFailsWithoutTouchingTheOutputs
     IpmiClient closed = client();
     ASSERT_EQ(closed.connect(), 0);
     closed.disconnect();
-    closed.disconnect();
+    closed.disconnect();  // a second disconnect does nothing
     EXPECT_NE(send(closed, 0x06, 0x01, {}, response, completionCode), 0);
     EXPECT_EQ(response, Bytes{0x01});
     EXPECT_EQ(completionCode, 0x00);

@@ -73,6 +73,7 @@ TEST(SensorTypeCodeOffsetTable, WatchdogTwoKeepsItsReservedOffsets) {
 }
 
 TEST(SensorTypeCodeOffsetTable, AbsentOffsetsStayAbsent) {
+    // Asked twice: a lookup that inserted would leave an eighth offset behind.
     EXPECT_EQ(text(0x08, 0x0F), "");
     EXPECT_EQ(text(0x08, 0x0F), "");
     EXPECT_EQ(SensorTypeCodeOffsetTable::table.descriptions().at(0x08).size(), 7u);
