@@ -220,6 +220,7 @@ void IpmiEventLogImp::appendDecodedEvents(EventLogData& data,
     IpmiEventBuilder* builder = IpmiEventBuilder::getIpmiEventBuilder();
     RawPETEntry noFilter{};  // severity 0 for records that match no filter
     const int count = static_cast<int>(data.sel.size());
+    events.reserve(events.size() + data.sel.size());
     for (int i = 0; i < count; ++i) {
         if (logsTraces()) {
             Log(4, kLogSource, kBuildLogLine).Stream()

@@ -110,7 +110,7 @@ void addEvents(HostResult& out, const std::string& host, std::vector<IPMIEVENT> 
                 events[i].timeStamp = tool::localTimeText(*moment);
             }
         }
-        out.events.push_back({host, events[i]});
+        out.events.push_back({host, std::move(events[i])});
     }
 }
 
@@ -285,15 +285,16 @@ int main(int argc, char** argv) {
     if (!options.workaround.empty())
         setenv("TOLMAR_IPMI_WORKAROUND", options.workaround.c_str(), 1);
 
-    const std::vector<HostResult> results = runAll(options);
+    std::vector<HostResult> results = runAll(options);
     std::vector<EventRow> events;
     std::vector<EntryRow> entries;
     int status = 0;
     const std::vector<std::string> hosts =
         options.hosts.empty() ? std::vector<std::string>{""} : options.hosts;
     for (std::size_t i = 0; i < results.size(); ++i) {
-        const HostResult& r = results[i];
-        events.insert(events.end(), r.events.begin(), r.events.end());
+        HostResult& r = results[i];  // its events move into the merged list
+        events.insert(events.end(), std::make_move_iterator(r.events.begin()),
+                      std::make_move_iterator(r.events.end()));
         entries.insert(entries.end(), r.entries.begin(), r.entries.end());
         if (r.result != IpmiEventLog::EL_SUCCESS) {
             std::cerr << "ipmi-event-log: " << failureText(hosts[i], r.result) << "\n";
