@@ -66,4 +66,22 @@ TEST_F(WireRequestsTest, DecodedEventLogSendsTheSessionAndTheMinimumOfRequests) 
     EXPECT_EQ(link.clientDatagrams(), minimum + kSessionDatagrams);
 }
 
+// The benchmark's "time of its own per exchange": every datagram of the client but its first
+// follows an answer, and each gap is counted once.
+TEST_F(WireRequestsTest, ForwarderTimesTheClientBetweenEachAnswerAndItsNextRequest) {
+    bmcsim::LossyLink link(bmc->port(), 0.0, std::chrono::microseconds(0));
+    Tolmar::TolmarConnection::ConnectionInfo info = connection();
+    info.port = link.port();
+    std::vector<IPMIEVENT> events;
+    ASSERT_EQ(IpmiEventLog(info).GetAllIpmiEventLog(events), 0);
+
+    const std::vector<double> turnarounds = link.takeClientTurnarounds();
+    EXPECT_EQ(turnarounds.size(), link.clientDatagrams() - 1);
+    for (double seconds : turnarounds) {
+        EXPECT_GT(seconds, 0.0);
+        EXPECT_LT(seconds, 1.0);
+    }
+    EXPECT_TRUE(link.takeClientTurnarounds().empty());
+}
+
 }  // namespace

@@ -10,6 +10,7 @@
 #include <deque>
 #include <random>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 namespace bmcsim {
@@ -63,12 +64,19 @@ void LossyLink::afterClientDatagrams(unsigned long count, std::function<void()> 
     action_ = std::move(action);
 }
 
+std::vector<double> LossyLink::takeClientTurnarounds() {
+    std::lock_guard<std::mutex> lock(turnaroundsMutex_);
+    return std::exchange(turnarounds_, {});
+}
+
 void LossyLink::run(double lossProbability, std::chrono::microseconds delay) {
     std::mt19937 random(12345);  // the same losses every run
     std::bernoulli_distribution lost(lossProbability);
     std::deque<Pending> pending;
     sockaddr_in client{};
     bool knowClient = false;
+    bool answered = false;  // a datagram went to the client since its last one came in
+    std::chrono::steady_clock::time_point answeredAt;
     while (!stopping_) {
         pollfd fds[2] = {{clientSide_, POLLIN, 0}, {bmcSide_, POLLIN, 0}};
         // Wake for the next datagram due, to the microsecond, or after a millisecond at most.
@@ -85,6 +93,13 @@ void LossyLink::run(double lossProbability, std::chrono::microseconds delay) {
             const ssize_t n = recvfrom(clientSide_, buffer, sizeof buffer, 0,
                                        reinterpret_cast<sockaddr*>(&client), &length);
             knowClient = true;
+            if (n > 0 && answered) {
+                std::lock_guard<std::mutex> lock(turnaroundsMutex_);
+                turnarounds_.push_back(
+                    std::chrono::duration<double>(std::chrono::steady_clock::now() - answeredAt)
+                        .count());
+                answered = false;
+            }
             if (n > 0 && ++clientDatagrams_ == actionAt_ && action_) action_();
             if (n > 0 && !lost(random)) {
                 pending.push_back(
@@ -110,6 +125,8 @@ void LossyLink::run(double lossProbability, std::chrono::microseconds delay) {
             } else if (knowClient) {
                 sendto(clientSide_, p.bytes.data(), p.bytes.size(), 0,
                        reinterpret_cast<const sockaddr*>(&client), sizeof client);
+                answered = true;
+                answeredAt = std::chrono::steady_clock::now();
             }
             pending.pop_front();
         }

@@ -6,7 +6,9 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <mutex>
 #include <thread>
+#include <vector>
 
 namespace bmcsim {
 
@@ -22,6 +24,10 @@ public:
     void afterClientDatagrams(unsigned long count, std::function<void()> action);
     unsigned long clientDatagrams() const { return clientDatagrams_; }
     unsigned long dropped() const { return dropped_; }
+    // The client's own time for each exchange since the last call, in seconds: from an answer
+    // leaving the link towards the client to the client's next datagram arriving. Its processing
+    // of the answer, the next request, and the loopback hops both ways.
+    std::vector<double> takeClientTurnarounds();
 
 private:
     void run(double lossProbability, std::chrono::microseconds delay);
@@ -34,6 +40,8 @@ private:
     std::atomic<unsigned long> dropped_{0};
     unsigned long actionAt_ = 0;
     std::function<void()> action_;
+    std::mutex turnaroundsMutex_;
+    std::vector<double> turnarounds_;
     std::thread thread_;
 };
 
