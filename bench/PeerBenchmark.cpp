@@ -1,7 +1,8 @@
 // Reads the decoded event log of one ipmi_sim BMC with ipmi-event-log, ipmitool and FreeIPMI's
 // ipmi-sel, for SELs of several sizes, on loopback and through a forwarder that adds about 1 ms of
-// round trip; prints a Markdown table of the median wall time, CPU time, peak memory and the
-// datagrams each sends.
+// round trip; prints a Markdown table of the median wall time, CPU time, peak memory, the
+// datagrams each sends, the time each takes for itself between an answer and its next request,
+// and how far its wall time is above the chain of round trips its requests need.
 //   peer_benchmark TOOL [RUNS]
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -9,9 +10,11 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -29,11 +32,13 @@ struct Measure {
     double cpuSeconds;
     long peakKilobytes;
     unsigned long datagrams;
+    std::vector<double> turnarounds;  // the program's own time for each exchange
 };
 
 // Runs a shell command with its output discarded; wall time, the child's CPU time and peak memory.
-Measure runOnce(const std::string& command, const bmcsim::LossyLink& link) {
+Measure runOnce(const std::string& command, bmcsim::LossyLink& link) {
     const unsigned long datagramsBefore = link.clientDatagrams();
+    link.takeClientTurnarounds();
     const auto start = std::chrono::steady_clock::now();
     const pid_t child = fork();
     if (child == 0) {
@@ -51,10 +56,18 @@ Measure runOnce(const std::string& command, const bmcsim::LossyLink& link) {
     }
     const double cpu = usage.ru_utime.tv_sec + usage.ru_stime.tv_sec +
                        (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-    return {wall, cpu, usage.ru_maxrss, link.clientDatagrams() - datagramsBefore};
+    return {wall, cpu, usage.ru_maxrss, link.clientDatagrams() - datagramsBefore,
+            link.takeClientTurnarounds()};
+}
+
+std::string format(const char* pattern, double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, pattern, value);
+    return text;
 }
 
 double median(std::vector<double> values) {
+    if (values.empty()) return std::nan("");
     std::sort(values.begin(), values.end());
     return values[values.size() / 2];
 }
@@ -73,21 +86,83 @@ std::vector<bmcsim::SelRecord> eventLog(std::size_t count) {
     return log;
 }
 
-// The median time of a Get Device ID exchange through the link.
-double medianRoundTrip(unsigned short port) {
-    IpmiClient client(bmcsim::BmcSimulator::host(), bmcsim::kAdministrator.name,
-                      bmcsim::kAdministrator.password, std::to_string(port), 3);
-    client.connect();
+// A session of the framework client through the link, as the administrator, cipher suite 3.
+std::unique_ptr<IpmiClient> connectedClient(unsigned short port) {
+    auto client =
+        std::make_unique<IpmiClient>(bmcsim::BmcSimulator::host(), bmcsim::kAdministrator.name,
+                                     bmcsim::kAdministrator.password, std::to_string(port), 3);
+    client->connect();
+    return client;
+}
+
+// Times of `count` exchanges of one request through the link, over one session.
+std::vector<double> roundTrips(unsigned short port, const IpmiCommandRequest& request, int count) {
+    const std::unique_ptr<IpmiClient> client = connectedClient(port);
     std::vector<double> times;
-    for (int i = 0; i < 50; ++i) {
+    for (int i = 0; i < count; ++i) {
         std::vector<unsigned char> response;
         unsigned char completionCode = 0;
         const auto start = std::chrono::steady_clock::now();
-        client.sendCommand({0x01, {}, 0x06}, response, completionCode);
+        client->sendCommand(request, response, completionCode);
         times.push_back(
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
     }
-    return median(times);
+    return times;
+}
+
+// Get SEL Entry of the record with this ID, whole record, no reservation.
+IpmiCommandRequest getSelEntry(unsigned recordId) {
+    return {0x43,
+            {0x00, 0x00, static_cast<unsigned char>(recordId & 0xFF),
+             static_cast<unsigned char>(recordId >> 8), 0x00, 0xFF},
+            0x0A};
+}
+
+// The framework client alone following the SEL's next-record chain, as a decoded log starts, with
+// nothing else read or decoded: what the transport itself costs. Runs in this process, so it has
+// no CPU time or peak memory of its own.
+Measure walkSelChain(bmcsim::LossyLink& link) {
+    const unsigned long datagramsBefore = link.clientDatagrams();
+    link.takeClientTurnarounds();
+    const auto start = std::chrono::steady_clock::now();
+    {
+        const std::unique_ptr<IpmiClient> client = connectedClient(link.port());
+        constexpr unsigned lastRecord = 0xFFFF;
+        for (unsigned recordId = 0; recordId != lastRecord;) {
+            std::vector<unsigned char> response;  // next record ID, then the record
+            unsigned char completionCode = 0;
+            if (client->sendCommand(getSelEntry(recordId), response, completionCode) != 0 ||
+                completionCode != 0 || response.size() < 2) {
+                std::fprintf(stderr, "the SEL walk stopped at record %u\n", recordId);
+                break;
+            }
+            recordId = response[0] | response[1] << 8;
+        }
+    }  // the session closes here
+    const double wall =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return {wall, std::nan(""), 0, link.clientDatagrams() - datagramsBefore,
+            link.takeClientTurnarounds()};
+}
+
+// One row of the table: medians over the runs, the highest peak.
+void printRow(std::size_t records, const std::string& path, const std::string& name,
+              const std::vector<Measure>& measures, double selRoundTrip) {
+    std::vector<double> wall, cpu, own;
+    long peak = 0;
+    for (const Measure& m : measures) {
+        wall.push_back(m.wallSeconds);
+        cpu.push_back(m.cpuSeconds);
+        own.insert(own.end(), m.turnarounds.begin(), m.turnarounds.end());
+        peak = std::max(peak, m.peakKilobytes);
+    }
+    const unsigned long datagrams = measures.front().datagrams;
+    const std::string cpuText = std::isnan(median(cpu)) ? "" : format("%.3f", median(cpu));
+    const std::string peakText = peak == 0 ? "" : format("%.1f", peak / 1024.0);
+    std::printf("| %zu | %s | %s | %.3f | %s | %s | %lu | %.0f | %+.1f%% |\n", records,
+                path.c_str(), name.c_str(), median(wall), cpuText.c_str(), peakText.c_str(),
+                datagrams, median(own) * 1e6,
+                100.0 * (median(wall) / (datagrams * selRoundTrip) - 1.0));
 }
 
 }  // namespace
@@ -105,8 +180,9 @@ int main(int argc, char** argv) {
     const std::string cache = std::filesystem::temp_directory_path() / "peer-benchmark-sdr-cache";
 
     std::printf(
-        "| SEL records | path | program | wall s (median) | CPU s | peak MB | datagrams sent |\n");
-    std::printf("|---|---|---|---|---|---|---|\n");
+        "| SEL records | path | program | wall s (median) | CPU s | peak MB | datagrams sent "
+        "| µs of its own per exchange | wall over datagrams × round trip |\n");
+    std::printf("|---|---|---|---|---|---|---|---|---|\n");
     for (std::size_t records : {100, 1000, 3000}) {
         bmcsim::BmcSimulator bmc(bmcsim::sdrCommands(bmcsim::sampleSdrRepository()));
         bmc.setEventFilters(bmcsim::sampleEventFilters());
@@ -135,31 +211,46 @@ int main(int argc, char** argv) {
                 {"ipmi-sel (cold SDR cache)", ipmiSel, true},
                 {"ipmi-sel (warm SDR cache)", ipmiSel, false},
             };
+            // The round trips are measured in every round too, so that they see the same
+            // conditions as the programs; Get SEL Entry is what a decoded log mostly sends.
+            struct Probe {
+                std::string name;
+                IpmiCommandRequest request;
+                std::vector<double> times;
+            };
+            std::vector<Probe> probes = {
+                {"round trip of Get Device ID", {0x01, {}, 0x06}, {}},
+                {"round trip of Get SEL Entry",
+                 getSelEntry(static_cast<unsigned>(records / 2)),
+                 {}},
+            };
             std::filesystem::remove_all(cache);
             std::filesystem::create_directories(cache);
             runOnce(ipmiSel, link);  // fills the cache for the warm runs
             std::vector<std::vector<Measure>> measures(programs.size());
+            std::vector<Measure> walks;
             for (int run = 0; run < runs; ++run) {
                 for (std::size_t p = 0; p < programs.size(); ++p) {  // in alternation
                     if (programs[p].coldCache) std::filesystem::remove_all(cache + "/.freeipmi");
                     measures[p].push_back(runOnce(programs[p].command, link));
                     if (programs[p].coldCache) runOnce(ipmiSel, link);  // warm again
                 }
-            }
-            for (std::size_t p = 0; p < programs.size(); ++p) {
-                std::vector<double> wall, cpu;
-                long peak = 0;
-                for (const Measure& m : measures[p]) {
-                    wall.push_back(m.wallSeconds);
-                    cpu.push_back(m.cpuSeconds);
-                    peak = std::max(peak, m.peakKilobytes);
+                walks.push_back(walkSelChain(link));
+                for (Probe& probe : probes) {
+                    const std::vector<double> times = roundTrips(link.port(), probe.request, 20);
+                    probe.times.insert(probe.times.end(), times.begin(), times.end());
                 }
-                std::printf("| %zu | %s | %s | %.3f | %.3f | %.1f | %lu |\n", records, path.c_str(),
-                            programs[p].name.c_str(), median(wall), median(cpu), peak / 1024.0,
-                            measures[p].front().datagrams);
             }
-            std::printf("| %zu | %s | median round trip of one request | %.6f | | | |\n", records,
-                        path.c_str(), medianRoundTrip(link.port()));
+            const double selRoundTrip = median(probes.back().times);
+            for (std::size_t p = 0; p < programs.size(); ++p) {
+                printRow(records, path, programs[p].name, measures[p], selRoundTrip);
+            }
+            printRow(records, path, "framework client alone: the SEL chain only", walks,
+                     selRoundTrip);
+            for (const Probe& probe : probes) {
+                std::printf("| %zu | %s | median %s | %.6f | | | | | |\n", records, path.c_str(),
+                            probe.name.c_str(), median(probe.times));
+            }
             std::fflush(stdout);
         }
     }
