@@ -1,8 +1,9 @@
 // Reads the decoded event log of one ipmi_sim BMC with ipmi-event-log, ipmitool and FreeIPMI's
 // ipmi-sel, for SELs of several sizes, on loopback and through a forwarder that adds about 1 ms of
-// round trip; prints a Markdown table of the median wall time, CPU time, peak memory, the
-// datagrams each sends, the time each takes for itself between an answer and its next request,
-// and how far its wall time is above the chain of round trips its requests need.
+// round trip; prints a Markdown table of the median wall time and its difference from ipmitool's in
+// the same round, CPU time, peak memory, the datagrams each sends, the time each takes for itself
+// between an answer and its next request, and how far its wall time is above the chain of round
+// trips its requests need.
 //   peer_benchmark TOOL [RUNS]
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -145,12 +146,17 @@ Measure walkSelChain(bmcsim::LossyLink& link) {
             link.takeClientTurnarounds()};
 }
 
-// One row of the table: medians over the runs, the highest peak.
+// One row of the table: medians over the runs, the highest peak. `reference` holds ipmitool's runs,
+// one a round: the difference from it is taken round by round, which cancels the machine's drift
+// between rounds.
 void printRow(std::size_t records, const std::string& path, const std::string& name,
-              const std::vector<Measure>& measures, double selRoundTrip) {
-    std::vector<double> wall, cpu, own;
+              const std::vector<Measure>& measures, const std::vector<Measure>& reference,
+              double selRoundTrip) {
+    std::vector<double> wall, cpu, own, fromReference;
     long peak = 0;
-    for (const Measure& m : measures) {
+    for (std::size_t run = 0; run < measures.size(); ++run) {
+        const Measure& m = measures[run];
+        fromReference.push_back(m.wallSeconds - reference[run].wallSeconds);
         wall.push_back(m.wallSeconds);
         cpu.push_back(m.cpuSeconds);
         own.insert(own.end(), m.turnarounds.begin(), m.turnarounds.end());
@@ -159,9 +165,9 @@ void printRow(std::size_t records, const std::string& path, const std::string& n
     const unsigned long datagrams = measures.front().datagrams;
     const std::string cpuText = std::isnan(median(cpu)) ? "" : format("%.3f", median(cpu));
     const std::string peakText = peak == 0 ? "" : format("%.1f", peak / 1024.0);
-    std::printf("| %zu | %s | %s | %.3f | %s | %s | %lu | %.0f | %+.1f%% |\n", records,
-                path.c_str(), name.c_str(), median(wall), cpuText.c_str(), peakText.c_str(),
-                datagrams, median(own) * 1e6,
+    std::printf("| %zu | %s | %s | %.3f | %+.0f | %s | %s | %lu | %.0f | %+.1f%% |\n", records,
+                path.c_str(), name.c_str(), median(wall), median(fromReference) * 1e3,
+                cpuText.c_str(), peakText.c_str(), datagrams, median(own) * 1e6,
                 100.0 * (median(wall) / (datagrams * selRoundTrip) - 1.0));
 }
 
@@ -180,9 +186,10 @@ int main(int argc, char** argv) {
     const std::string cache = std::filesystem::temp_directory_path() / "peer-benchmark-sdr-cache";
 
     std::printf(
-        "| SEL records | path | program | wall s (median) | CPU s | peak MB | datagrams sent "
-        "| µs of its own per exchange | wall over datagrams × round trip |\n");
-    std::printf("|---|---|---|---|---|---|---|---|---|\n");
+        "| SEL records | path | program | wall s (median) | ms from ipmitool in the same round "
+        "(median) | CPU s | peak MB | datagrams sent | µs of its own per exchange | wall over "
+        "datagrams × round trip |\n");
+    std::printf("|---|---|---|---|---|---|---|---|---|---|\n");
     for (std::size_t records : {100, 1000, 3000}) {
         bmcsim::BmcSimulator bmc(bmcsim::sdrCommands(bmcsim::sampleSdrRepository()));
         bmc.setEventFilters(bmcsim::sampleEventFilters());
@@ -211,6 +218,7 @@ int main(int argc, char** argv) {
                 {"ipmi-sel (cold SDR cache)", ipmiSel, true},
                 {"ipmi-sel (warm SDR cache)", ipmiSel, false},
             };
+            constexpr std::size_t ipmitool = 1;  // the others are compared with it, round by round
             // The round trips are measured in every round too, so that they see the same
             // conditions as the programs; Get SEL Entry is what a decoded log mostly sends.
             struct Probe {
@@ -243,12 +251,13 @@ int main(int argc, char** argv) {
             }
             const double selRoundTrip = median(probes.back().times);
             for (std::size_t p = 0; p < programs.size(); ++p) {
-                printRow(records, path, programs[p].name, measures[p], selRoundTrip);
+                printRow(records, path, programs[p].name, measures[p], measures[ipmitool],
+                         selRoundTrip);
             }
             printRow(records, path, "framework client alone: the SEL chain only", walks,
-                     selRoundTrip);
+                     measures[ipmitool], selRoundTrip);
             for (const Probe& probe : probes) {
-                std::printf("| %zu | %s | median %s | %.6f | | | | | |\n", records, path.c_str(),
+                std::printf("| %zu | %s | median %s | %.6f | | | | | | |\n", records, path.c_str(),
                             probe.name.c_str(), median(probe.times));
             }
             std::fflush(stdout);
