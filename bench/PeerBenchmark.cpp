@@ -171,6 +171,88 @@ void printRow(std::size_t records, const std::string& path, const std::string& n
                 100.0 * (median(wall) / (datagrams * selRoundTrip) - 1.0));
 }
 
+struct Program {
+    std::string name;
+    std::string command;
+    bool coldCache;  // ipmi-sel's SDR cache is emptied before it runs
+};
+
+constexpr std::size_t kIpmitool = 1;  // the others are compared with it, round by round
+
+// The programs measured, reaching the BMC through the forwarder's port.
+std::vector<Program> peerPrograms(const std::string& tool, const std::string& port,
+                                  const std::string& cache) {
+    const std::string user = bmcsim::kAdministrator.name;
+    const std::string ipmiSel = "ipmi-sel -h 127.0.0.1:" + port + " -u " + user + " -p '" +
+                                bmcsim::kAdministrator.password + "' -D LAN_2_0 -W opensesspriv " +
+                                "--sdr-cache-directory=" + cache;
+    return {
+        {"ipmi-event-log list",
+         tool + " -H 127.0.0.1:" + port + " -U " + user + " -E -L admin -W opensesspriv list",
+         false},
+        {"ipmitool sel elist",
+         "ipmitool -I lanplus -H 127.0.0.1 -p " + port + " -U " + user + " -E -C 3 sel elist",
+         false},
+        {"ipmi-sel (cold SDR cache)", ipmiSel, true},
+        {"ipmi-sel (warm SDR cache)", ipmiSel, false},
+    };
+}
+
+// One request whose round trip is measured in every round, beside the programs.
+struct Probe {
+    std::string name;
+    IpmiCommandRequest request;
+    std::vector<double> times;
+};
+
+// Get SEL Entry last: it is what a decoded log mostly sends, and the bound uses it.
+std::vector<Probe> roundTripProbes(std::size_t records) {
+    return {
+        {"round trip of Get Device ID", {0x01, {}, 0x06}, {}},
+        {"round trip of Get SEL Entry", getSelEntry(static_cast<unsigned>(records / 2)), {}},
+    };
+}
+
+// Runs every program `runs` times in alternation through the link, with the framework client's
+// SEL walk and the round-trip probes in every round, and prints their rows.
+void measurePath(std::size_t records, const std::string& path, bmcsim::LossyLink& link,
+                 const std::string& tool, int runs) {
+    const std::string cache = std::filesystem::temp_directory_path() / "peer-benchmark-sdr-cache";
+    const std::vector<Program> programs = peerPrograms(tool, std::to_string(link.port()), cache);
+    const std::string& ipmiSel = programs.back().command;  // cold and warm run the same command
+    std::vector<Probe> probes = roundTripProbes(records);
+    std::filesystem::remove_all(cache);
+    std::filesystem::create_directories(cache);
+    runOnce(ipmiSel, link);  // fills the cache for the warm runs
+    std::vector<std::vector<Measure>> measures(programs.size());
+    std::vector<Measure> walks;
+    for (int run = 0; run < runs; ++run) {
+        for (std::size_t p = 0; p < programs.size(); ++p) {  // in alternation
+            if (programs[p].coldCache) std::filesystem::remove_all(cache + "/.freeipmi");
+            measures[p].push_back(runOnce(programs[p].command, link));
+            if (programs[p].coldCache) runOnce(ipmiSel, link);  // warm again
+        }
+        walks.push_back(walkSelChain(link));
+        for (Probe& probe : probes) {
+            const std::vector<double> times = roundTrips(link.port(), probe.request, 20);
+            probe.times.insert(probe.times.end(), times.begin(), times.end());
+        }
+    }
+    std::filesystem::remove_all(cache);
+
+    const double selRoundTrip = median(probes.back().times);
+    for (std::size_t p = 0; p < programs.size(); ++p) {
+        printRow(records, path, programs[p].name, measures[p], measures[kIpmitool], selRoundTrip);
+    }
+    printRow(records, path, "framework client alone: the SEL chain only", walks,
+             measures[kIpmitool], selRoundTrip);
+    for (const Probe& probe : probes) {
+        std::printf("| %zu | %s | median %s | %.6f | | | | | | |\n", records, path.c_str(),
+                    probe.name.c_str(), median(probe.times));
+    }
+    std::fflush(stdout);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -180,10 +262,7 @@ int main(int argc, char** argv) {
     }
     const std::string tool = argv[1];
     const int runs = argc > 2 ? std::atoi(argv[2]) : 5;
-    const std::string user = bmcsim::kAdministrator.name;
-    const std::string password = bmcsim::kAdministrator.password;
-    setenv("IPMI_PASSWORD", password.c_str(), 1);
-    const std::string cache = std::filesystem::temp_directory_path() / "peer-benchmark-sdr-cache";
+    setenv("IPMI_PASSWORD", bmcsim::kAdministrator.password, 1);
 
     std::printf(
         "| SEL records | path | program | wall s (median) | ms from ipmitool in the same round "
@@ -196,73 +275,8 @@ int main(int argc, char** argv) {
         bmc.addSelRecords(eventLog(records));
         for (const auto delay : {0us, 500us}) {
             bmcsim::LossyLink link(bmc.port(), 0.0, delay);
-            const std::string port = std::to_string(link.port());
-            const std::string path = delay == 0us ? "loopback" : "~1 ms";
-            const std::string ipmiSel = "ipmi-sel -h 127.0.0.1:" + port + " -u " + user + " -p '" +
-                                        password + "' -D LAN_2_0 -W opensesspriv " +
-                                        "--sdr-cache-directory=" + cache;
-            struct Program {
-                std::string name;
-                std::string command;
-                bool coldCache;
-            };
-            const std::vector<Program> programs = {
-                {"ipmi-event-log list",
-                 tool + " -H 127.0.0.1:" + port + " -U " + user +
-                     " -E -L admin -W opensesspriv list",
-                 false},
-                {"ipmitool sel elist",
-                 "ipmitool -I lanplus -H 127.0.0.1 -p " + port + " -U " + user +
-                     " -E -C 3 sel elist",
-                 false},
-                {"ipmi-sel (cold SDR cache)", ipmiSel, true},
-                {"ipmi-sel (warm SDR cache)", ipmiSel, false},
-            };
-            constexpr std::size_t ipmitool = 1;  // the others are compared with it, round by round
-            // The round trips are measured in every round too, so that they see the same
-            // conditions as the programs; Get SEL Entry is what a decoded log mostly sends.
-            struct Probe {
-                std::string name;
-                IpmiCommandRequest request;
-                std::vector<double> times;
-            };
-            std::vector<Probe> probes = {
-                {"round trip of Get Device ID", {0x01, {}, 0x06}, {}},
-                {"round trip of Get SEL Entry",
-                 getSelEntry(static_cast<unsigned>(records / 2)),
-                 {}},
-            };
-            std::filesystem::remove_all(cache);
-            std::filesystem::create_directories(cache);
-            runOnce(ipmiSel, link);  // fills the cache for the warm runs
-            std::vector<std::vector<Measure>> measures(programs.size());
-            std::vector<Measure> walks;
-            for (int run = 0; run < runs; ++run) {
-                for (std::size_t p = 0; p < programs.size(); ++p) {  // in alternation
-                    if (programs[p].coldCache) std::filesystem::remove_all(cache + "/.freeipmi");
-                    measures[p].push_back(runOnce(programs[p].command, link));
-                    if (programs[p].coldCache) runOnce(ipmiSel, link);  // warm again
-                }
-                walks.push_back(walkSelChain(link));
-                for (Probe& probe : probes) {
-                    const std::vector<double> times = roundTrips(link.port(), probe.request, 20);
-                    probe.times.insert(probe.times.end(), times.begin(), times.end());
-                }
-            }
-            const double selRoundTrip = median(probes.back().times);
-            for (std::size_t p = 0; p < programs.size(); ++p) {
-                printRow(records, path, programs[p].name, measures[p], measures[ipmitool],
-                         selRoundTrip);
-            }
-            printRow(records, path, "framework client alone: the SEL chain only", walks,
-                     measures[ipmitool], selRoundTrip);
-            for (const Probe& probe : probes) {
-                std::printf("| %zu | %s | median %s | %.6f | | | | | | |\n", records, path.c_str(),
-                            probe.name.c_str(), median(probe.times));
-            }
-            std::fflush(stdout);
+            measurePath(records, delay == 0us ? "loopback" : "~1 ms", link, tool, runs);
         }
     }
-    std::filesystem::remove_all(cache);
     return 0;
 }
