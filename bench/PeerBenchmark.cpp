@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,19 +29,37 @@ namespace {
 
 using namespace std::chrono_literals;
 
-struct Measure {
-    double wallSeconds;
+// CPU time and peak memory of a program that ran in a process of its own.
+struct ProcessUsage {
     double cpuSeconds;
     long peakKilobytes;
-    unsigned long datagrams;
-    std::vector<double> turnarounds;  // the program's own time for each exchange
 };
 
-// Runs a shell command with its output discarded; wall time, the child's CPU time and peak memory.
-Measure runOnce(const std::string& command, bmcsim::LossyLink& link) {
+struct Measure {
+    double wallSeconds = 0;
+    unsigned long datagrams = 0;
+    std::vector<double> turnarounds;      // the program's own time for each exchange
+    std::optional<ProcessUsage> process;  // none for work done in this process
+};
+
+// Times `work` through the link: its wall time, the datagrams it sent and its own time for each
+// exchange; `work` gives the usage of its process, if it had one.
+template <typename Work>
+Measure throughLink(bmcsim::LossyLink& link, Work work) {
     const unsigned long datagramsBefore = link.clientDatagrams();
     link.takeClientTurnarounds();
     const auto start = std::chrono::steady_clock::now();
+    Measure measure;
+    measure.process = work();
+    measure.wallSeconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    measure.datagrams = link.clientDatagrams() - datagramsBefore;
+    measure.turnarounds = link.takeClientTurnarounds();
+    return measure;
+}
+
+// Runs a shell command with its output discarded; the child's CPU time and peak memory.
+ProcessUsage runCommand(const std::string& command) {
     const pid_t child = fork();
     if (child == 0) {
         execl("/bin/sh", "sh", "-c", ("exec " + command + " >/dev/null 2>&1").c_str(),
@@ -50,15 +69,16 @@ Measure runOnce(const std::string& command, bmcsim::LossyLink& link) {
     int status = 0;
     rusage usage{};
     wait4(child, &status, 0, &usage);
-    const double wall =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
         std::fprintf(stderr, "failed (%d): %s\n", status, command.c_str());
     }
     const double cpu = usage.ru_utime.tv_sec + usage.ru_stime.tv_sec +
                        (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-    return {wall, cpu, usage.ru_maxrss, link.clientDatagrams() - datagramsBefore,
-            link.takeClientTurnarounds()};
+    return {cpu, usage.ru_maxrss};
+}
+
+Measure runOnce(const std::string& command, bmcsim::LossyLink& link) {
+    return throughLink(link, [&] { return std::optional<ProcessUsage>(runCommand(command)); });
 }
 
 std::string format(const char* pattern, double value) {
@@ -120,13 +140,9 @@ IpmiCommandRequest getSelEntry(unsigned recordId) {
 }
 
 // The framework client alone following the SEL's next-record chain, as a decoded log starts, with
-// nothing else read or decoded: what the transport itself costs. Runs in this process, so it has
-// no CPU time or peak memory of its own.
+// nothing else read or decoded: what the transport itself costs. Runs in this process.
 Measure walkSelChain(bmcsim::LossyLink& link) {
-    const unsigned long datagramsBefore = link.clientDatagrams();
-    link.takeClientTurnarounds();
-    const auto start = std::chrono::steady_clock::now();
-    {
+    return throughLink(link, [&] {
         const std::unique_ptr<IpmiClient> client = connectedClient(link.port());
         constexpr unsigned lastRecord = 0xFFFF;
         for (unsigned recordId = 0; recordId != lastRecord;) {
@@ -139,11 +155,8 @@ Measure walkSelChain(bmcsim::LossyLink& link) {
             }
             recordId = response[0] | response[1] << 8;
         }
-    }  // the session closes here
-    const double wall =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    return {wall, std::nan(""), 0, link.clientDatagrams() - datagramsBefore,
-            link.takeClientTurnarounds()};
+        return std::optional<ProcessUsage>();  // the session closes as the client goes
+    });
 }
 
 // One row of the table: medians over the runs, the highest peak. `reference` holds ipmitool's runs,
@@ -158,13 +171,15 @@ void printRow(std::size_t records, const std::string& path, const std::string& n
         const Measure& m = measures[run];
         fromReference.push_back(m.wallSeconds - reference[run].wallSeconds);
         wall.push_back(m.wallSeconds);
-        cpu.push_back(m.cpuSeconds);
         own.insert(own.end(), m.turnarounds.begin(), m.turnarounds.end());
-        peak = std::max(peak, m.peakKilobytes);
+        if (m.process) {
+            cpu.push_back(m.process->cpuSeconds);
+            peak = std::max(peak, m.process->peakKilobytes);
+        }
     }
     const unsigned long datagrams = measures.front().datagrams;
-    const std::string cpuText = std::isnan(median(cpu)) ? "" : format("%.3f", median(cpu));
-    const std::string peakText = peak == 0 ? "" : format("%.1f", peak / 1024.0);
+    const std::string cpuText = cpu.empty() ? "" : format("%.3f", median(cpu));
+    const std::string peakText = cpu.empty() ? "" : format("%.1f", peak / 1024.0);
     std::printf("| %zu | %s | %s | %.3f | %+.0f | %s | %s | %lu | %.0f | %+.1f%% |\n", records,
                 path.c_str(), name.c_str(), median(wall), median(fromReference) * 1e3,
                 cpuText.c_str(), peakText.c_str(), datagrams, median(own) * 1e6,
