@@ -34,7 +34,6 @@ const char* const kUsage =
     "  -P PASSWORD       password on the command line (visible to other users)\n"
     "  -C, --cipher-suite N   cipher suite ID (3)\n"
     "  -L, --privilege L      admin, operator or user (the highest the BMC grants)\n"
-    "  -W, --workaround W     opensesspriv or none (tried as needed)\n"
     "  --fanout N        hosts read at once (8)\n"
     "\n"
     "output:\n"
@@ -205,12 +204,6 @@ Options parseOptions(const std::vector<std::string>& args) {
                 static_cast<unsigned short>(parseNumber(value(i), 255, "cipher suite"));
         } else if (arg == "-L" || arg == "--privilege") {
             options.privilege = parsePrivilege(value(i));
-        } else if (arg == "-W" || arg == "--workaround") {
-            options.workaround = value(i);
-            if (options.workaround != "opensesspriv" && options.workaround != "none") {
-                throw UsageError("workaround \"" + options.workaround +
-                                 "\" is not opensesspriv or none");
-            }
         } else if (arg == "--format") {
             options.format = parseFormat(value(i));
         } else if (arg == "--wide") {

@@ -22,8 +22,7 @@ struct Options {
     std::string user;
     std::string password;
     unsigned short cipherSuite = 3;
-    std::string privilege;   // admin, operator, user; empty: the highest the BMC grants
-    std::string workaround;  // none, opensesspriv; empty: tried as needed
+    std::string privilege;  // admin, operator, user; empty: the highest the BMC grants
     Format format = Format::Table;
     bool wide = false;
     bool localTime = false;

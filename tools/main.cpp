@@ -282,8 +282,6 @@ int main(int argc, char** argv) {
     Log::SetMinLogLevel(options.verbose ? 4 : 0);
     // How sessions are opened is the framework client's setting.
     if (!options.privilege.empty()) setenv("TOLMAR_IPMI_PRIVILEGE", options.privilege.c_str(), 1);
-    if (!options.workaround.empty())
-        setenv("TOLMAR_IPMI_WORKAROUND", options.workaround.c_str(), 1);
 
     std::vector<HostResult> results = runAll(options);
     std::vector<EventRow> events;

@@ -1,5 +1,6 @@
 // Writes the fuzzers' seed corpora from the sample server's records:
-//   write_seeds DIR  ->  DIR/event_log, DIR/event_builder, DIR/auxiliary_log
+// and the answers of a BMC over RMCP+:
+//   write_seeds DIR  ->  DIR/event_log, DIR/event_builder, DIR/auxiliary_log, DIR/rmcp_plus_codec
 #include <sys/stat.h>
 
 #include <cstdio>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "IPMIAuxiliaryLog.h"
+#include "RmcpPlusFuzzSessions.h"
 #include "SampleServer.h"
 
 namespace {
@@ -24,6 +26,13 @@ Bytes enterprise() {
     const std::uint32_t iana = Tolmar::kAuxLogEnterpriseNumber;
     return {static_cast<unsigned char>(iana), static_cast<unsigned char>(iana >> 8),
             static_cast<unsigned char>(iana >> 16)};
+}
+
+// The IPMI checksum of the message's bytes from `from` on: what makes them sum to zero.
+unsigned char checksum(const Bytes& message, std::size_t from) {
+    unsigned sum = 0;
+    for (std::size_t i = from; i < message.size(); ++i) sum += message[i];
+    return static_cast<unsigned char>(-sum);
 }
 
 // One answer of the fuzzed BMC: arrived, completion code 0, the data.
@@ -85,7 +94,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     const std::string dir = argv[1];
-    for (const char* name : {"", "/event_log", "/event_builder", "/auxiliary_log"}) {
+    for (const char* name :
+         {"", "/event_log", "/event_builder", "/auxiliary_log", "/rmcp_plus_codec"}) {
         mkdir((dir + name).c_str(), 0755);
     }
     write(dir + "/event_log/sample", eventLogTranscript());
@@ -118,5 +128,31 @@ int main(int argc, char** argv) {
         entry.resize(600, 0x00);
         write(dir + "/auxiliary_log/entry" + std::to_string(n++), entry);
     }
+
+    // Get SEL Entry's answer (sequence 1) with the sample's first record, sealed by each session's
+    // BMC end; a Get Channel Authentication Capabilities answer; an Open Session response.
+    Bytes selEntry = {0x81, 0x2C, 0x53, 0x20, 0x04, 0x43, 0x00, 0xFF, 0xFF};
+    selEntry.insert(selEntry.end(), sel[0].begin(), sel[0].end());
+    selEntry.push_back(checksum(selEntry, 3));
+    n = 0;
+    for (const CipherSuite& suite : fuzz::rmcpPlusSuites()) {
+        write(dir + "/rmcp_plus_codec/sel_entry" + std::to_string(n++),
+              fuzz::rmcpPlusEnd(suite, false)->seal(selEntry));
+    }
+    Bytes capabilities = {0x81, 0x1C, 0x63, 0x20, 0x00, 0x38, 0x00, 0x01,
+                          0x80, 0x04, 0x02, 0x00, 0x00, 0x00, 0x00};
+    capabilities.push_back(checksum(capabilities, 3));
+    Bytes sessionless = {
+        0x06, 0x00, 0xFF, 0x07, 0x00, 0, 0,
+        0,    0,    0,    0,    0,    0, static_cast<unsigned char>(capabilities.size())};
+    sessionless.insert(sessionless.end(), capabilities.begin(), capabilities.end());
+    write(dir + "/rmcp_plus_codec/capabilities", sessionless);
+    Bytes openSession = {0x01, 0x00, 0x04, 0x00, 0x44, 0x33, 0x22, 0x11, 0xD4, 0xC3, 0xB2, 0xA1};
+    for (unsigned char type = 0; type < 3; ++type) {
+        const Bytes algorithm = {type, 0, 0, 8, 0x01, 0, 0, 0};
+        openSession.insert(openSession.end(), algorithm.begin(), algorithm.end());
+    }
+    write(dir + "/rmcp_plus_codec/open_session",
+          RmcpPlusCodec::sessionSetupPacket(RmcpPlusCodec::kOpenSessionResponse, openSession));
     return 0;
 }

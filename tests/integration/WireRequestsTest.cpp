@@ -41,9 +41,8 @@ protected:
         bmc->addSelRecords(bmcsim::sampleEventLog());
     }
 
-    // One handshake: the level and workaround the simulator needs, so no search.
+    // One handshake at a chosen level, so no search.
     bmcsim::ScopedEnvironment privilege{"TOLMAR_IPMI_PRIVILEGE", "admin"};
-    bmcsim::ScopedEnvironment workaround{"TOLMAR_IPMI_WORKAROUND", "opensesspriv"};
 };
 
 TEST_F(WireRequestsTest, DecodedEventLogSendsTheSessionAndTheMinimumOfRequests) {

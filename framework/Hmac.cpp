@@ -1,0 +1,46 @@
+#include "Hmac.h"
+
+#include <gcrypt.h>
+
+#include <mutex>
+#include <stdexcept>
+
+void initializeLibgcrypt() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        if (gcry_control(GCRYCTL_INITIALIZATION_FINISHED_P)) return;
+        gcry_check_version(nullptr);
+        // Nothing here needs libgcrypt's locked "secure" memory: session keys live as long as
+        // one session, in ordinary memory, as in every IPMI client.
+        gcry_control(GCRYCTL_DISABLE_SECMEM, 0);
+        gcry_control(GCRYCTL_INITIALIZATION_FINISHED, 0);
+    });
+}
+
+Hmac::Hmac(int digest, const unsigned char* key, std::size_t keyLength)
+    : digest_(digest), length_(gcry_md_get_algo_dlen(digest)) {
+    initializeLibgcrypt();
+    if (length_ == 0 || gcry_md_open(&handle_, digest, GCRY_MD_FLAG_HMAC) != 0) {
+        throw std::runtime_error("libgcrypt offers no HMAC with digest " + std::to_string(digest));
+    }
+    if (gcry_md_setkey(handle_, key, keyLength) != 0) {
+        gcry_md_close(handle_);
+        throw std::runtime_error("libgcrypt refused an HMAC key");
+    }
+}
+
+Hmac::Hmac(int digest, const std::vector<unsigned char>& key)
+    : Hmac(digest, key.data(), key.size()) {}
+
+Hmac::~Hmac() { gcry_md_close(handle_); }
+
+const unsigned char* Hmac::of(const unsigned char* data, std::size_t size) {
+    gcry_md_reset(handle_);  // back to the state right after the key
+    gcry_md_write(handle_, data, size);
+    return gcry_md_read(handle_, digest_);
+}
+
+std::vector<unsigned char> Hmac::of(const std::vector<unsigned char>& data) {
+    const unsigned char* code = of(data.data(), data.size());
+    return {code, code + length_};
+}

@@ -1,0 +1,363 @@
+#include "RmcpPlusCodec.h"
+
+#include <gcrypt.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "AesCbc128.h"
+#include "Hmac.h"
+
+namespace {
+
+using Bytes = RmcpPlusCodec::Bytes;
+
+// RMCP header (ASF 2.0 / IPMI 13.1.3): version 1.0, reserved, sequence FFh (no RMCP ACK), class
+// IPMI.
+constexpr unsigned char kRmcpHeader[] = {0x06, 0x00, 0xFF, 0x07};
+constexpr std::size_t kRmcpHeaderLength = sizeof kRmcpHeader;
+constexpr unsigned char kAuthTypeNone = 0x00;
+constexpr unsigned char kAuthTypeRmcpPlus = 0x06;
+// RMCP+ session header: auth type, payload type, session ID, sequence number, payload length.
+constexpr std::size_t kSessionHeaderLength = 12;
+constexpr std::size_t kPayloadStart = kRmcpHeaderLength + kSessionHeaderLength;
+constexpr unsigned char kPayloadEncrypted = 0x80;
+constexpr unsigned char kPayloadAuthenticated = 0x40;
+constexpr unsigned char kNextHeader = 0x07;  // fixed value ending the session trailer
+constexpr unsigned char kIntegrityPad = 0xFF;
+
+constexpr unsigned char kBmcAddress = 0x20;
+constexpr unsigned char kConsoleSoftwareId = 0x81;
+constexpr std::size_t kLongestUserName = 16;
+
+void appendLittleEndian32(Bytes& out, std::uint32_t value) {
+    for (int shift = 0; shift < 32; shift += 8)
+        out.push_back(static_cast<unsigned char>(value >> shift));
+}
+
+std::uint32_t littleEndian32(const unsigned char* bytes) {
+    return bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<std::uint32_t>(bytes[3]) << 24;
+}
+
+// The two's complement checksum that makes the bytes sum to zero (13.8).
+unsigned char checksum(const unsigned char* bytes, std::size_t size) {
+    unsigned sum = 0;
+    for (std::size_t i = 0; i < size; ++i) sum += bytes[i];
+    return static_cast<unsigned char>(-sum);
+}
+
+bool sumsToZero(const unsigned char* bytes, std::size_t size) {
+    unsigned sum = 0;
+    for (std::size_t i = 0; i < size; ++i) sum += bytes[i];
+    return (sum & 0xFF) == 0;
+}
+
+bool startsWithRmcpHeader(const unsigned char* datagram, std::size_t size) {
+    return size >= kRmcpHeaderLength &&
+           std::equal(kRmcpHeader, kRmcpHeader + kRmcpHeaderLength, datagram);
+}
+
+// The session header of an RMCP+ packet, as read from a datagram whose header fits.
+struct SessionHeader {
+    unsigned char payloadType;
+    std::uint32_t sessionId;
+    std::uint32_t sequence;
+    std::size_t payloadLength;
+};
+
+bool readSessionHeader(const unsigned char* datagram, std::size_t size, SessionHeader& header) {
+    if (!startsWithRmcpHeader(datagram, size) || size < kPayloadStart ||
+        datagram[kRmcpHeaderLength] != kAuthTypeRmcpPlus) {
+        return false;
+    }
+    const unsigned char* session = datagram + kRmcpHeaderLength;
+    header.payloadType = session[1];
+    header.sessionId = littleEndian32(session + 2);
+    header.sequence = littleEndian32(session + 6);
+    header.payloadLength = session[10] | session[11] << 8;
+    return header.payloadLength <= size - kPayloadStart;
+}
+
+Bytes sessionPacket(unsigned char payloadType, std::uint32_t sessionId, std::uint32_t sequence,
+                    std::size_t payloadLength) {
+    Bytes packet(kRmcpHeader, kRmcpHeader + kRmcpHeaderLength);
+    packet.push_back(kAuthTypeRmcpPlus);
+    packet.push_back(payloadType);
+    appendLittleEndian32(packet, sessionId);
+    appendLittleEndian32(packet, sequence);
+    packet.push_back(static_cast<unsigned char>(payloadLength));
+    packet.push_back(static_cast<unsigned char>(payloadLength >> 8));
+    return packet;
+}
+
+void appendAlgorithm(Bytes& out, unsigned char payloadType, unsigned char algorithm) {
+    // Type, two reserved bytes, payload length 8, algorithm, three reserved bytes (13.17).
+    const unsigned char record[] = {payloadType, 0, 0, 8, algorithm, 0, 0, 0};
+    out.insert(out.end(), record, record + sizeof record);
+}
+
+void appendUser(Bytes& out, unsigned char role, const std::string& user) {
+    const std::size_t length = std::min(user.size(), kLongestUserName);
+    out.push_back(role);
+    out.push_back(static_cast<unsigned char>(length));
+    out.insert(out.end(), user.begin(), user.begin() + length);
+}
+
+}  // namespace
+
+Bytes RmcpPlusCodec::ipmiRequest(unsigned char netFn, unsigned char command, unsigned char sequence,
+                                 const Bytes& data) {
+    Bytes message = {kBmcAddress, static_cast<unsigned char>(netFn << 2)};
+    message.push_back(checksum(message.data(), 2));
+    message.push_back(kConsoleSoftwareId);
+    message.push_back(static_cast<unsigned char>(sequence << 2));
+    message.push_back(command);
+    message.insert(message.end(), data.begin(), data.end());
+    message.push_back(checksum(message.data() + 3, message.size() - 3));
+    return message;
+}
+
+bool RmcpPlusCodec::ipmiResponse(const Bytes& message, unsigned char netFn, unsigned char command,
+                                 unsigned char sequence, Bytes& answer) {
+    // Requester, netFn/LUN, checksum, responder, sequence/LUN, command, completion code, data,
+    // checksum.
+    if (message.size() < 8 || !sumsToZero(message.data(), 3) ||
+        !sumsToZero(message.data() + 3, message.size() - 3)) {
+        return false;
+    }
+    const unsigned char responseNetFn = static_cast<unsigned char>((netFn | 1) << 2);
+    if (message[0] != kConsoleSoftwareId || (message[1] & 0xFC) != responseNetFn ||
+        message[3] != kBmcAddress || message[4] >> 2 != (sequence & 0x3F) ||
+        message[5] != command) {
+        return false;
+    }
+    answer.assign(message.begin() + 6, message.end() - 1);
+    return true;
+}
+
+Bytes RmcpPlusCodec::channelAuthenticationCapabilitiesRequest(unsigned char privilege) {
+    constexpr unsigned char app = 0x06;
+    constexpr unsigned char getChannelAuthenticationCapabilities = 0x38;
+    // Channel 0Eh (the one this arrives on) with bit 7: report IPMI v2.0 capabilities.
+    const Bytes message =
+        ipmiRequest(app, getChannelAuthenticationCapabilities, 0, {0x8E, privilege});
+    Bytes packet(kRmcpHeader, kRmcpHeader + kRmcpHeaderLength);
+    // IPMI v1.5 session header: no authentication, sequence number and session ID 0.
+    packet.push_back(kAuthTypeNone);
+    packet.insert(packet.end(), 8, 0x00);
+    packet.push_back(static_cast<unsigned char>(message.size()));
+    packet.insert(packet.end(), message.begin(), message.end());
+    return packet;
+}
+
+bool RmcpPlusCodec::sessionlessMessage(const unsigned char* datagram, std::size_t size,
+                                       Bytes& message) {
+    constexpr std::size_t messageStart = kRmcpHeaderLength + 10;
+    if (!startsWithRmcpHeader(datagram, size) || size < messageStart ||
+        datagram[kRmcpHeaderLength] != kAuthTypeNone) {
+        return false;
+    }
+    const std::size_t length = datagram[messageStart - 1];
+    if (length > size - messageStart) return false;
+    message.assign(datagram + messageStart, datagram + messageStart + length);
+    return true;
+}
+
+Bytes RmcpPlusCodec::sessionSetupPacket(unsigned char payloadType, const Bytes& payload) {
+    Bytes packet = sessionPacket(payloadType, 0, 0, payload.size());
+    packet.insert(packet.end(), payload.begin(), payload.end());
+    return packet;
+}
+
+bool RmcpPlusCodec::sessionSetupPayload(const unsigned char* datagram, std::size_t size,
+                                        unsigned char payloadType, Bytes& payload) {
+    SessionHeader header;
+    if (!readSessionHeader(datagram, size, header) || header.payloadType != payloadType) {
+        return false;
+    }
+    payload.assign(datagram + kPayloadStart, datagram + kPayloadStart + header.payloadLength);
+    return true;
+}
+
+Bytes RmcpPlusCodec::openSessionRequest(unsigned char tag, std::uint32_t consoleSessionId,
+                                        const CipherSuite& suite) {
+    // Tag; requested maximum privilege 0 (the highest the algorithms allow: the level is asked
+    // for in RAKP 1 and set once the session is active); two reserved bytes; our session ID.
+    Bytes payload = {tag, 0x00, 0x00, 0x00};
+    appendLittleEndian32(payload, consoleSessionId);
+    appendAlgorithm(payload, 0x00, suite.authentication);
+    appendAlgorithm(payload, 0x01, suite.integrity);
+    appendAlgorithm(payload, 0x02, suite.confidentiality);
+    return payload;
+}
+
+Bytes RmcpPlusCodec::rakp1(unsigned char tag, std::uint32_t bmcSessionId,
+                           const unsigned char (&consoleRandom)[kRandomLength], unsigned char role,
+                           const std::string& user) {
+    Bytes payload = {tag, 0x00, 0x00, 0x00};
+    appendLittleEndian32(payload, bmcSessionId);
+    payload.insert(payload.end(), consoleRandom, consoleRandom + kRandomLength);
+    // Role, two reserved bytes, then the user name's length and the name.
+    payload.push_back(role);
+    payload.push_back(0x00);
+    payload.push_back(0x00);
+    const std::size_t length = std::min(user.size(), kLongestUserName);
+    payload.push_back(static_cast<unsigned char>(length));
+    payload.insert(payload.end(), user.begin(), user.begin() + length);
+    return payload;
+}
+
+Bytes RmcpPlusCodec::rakp3(unsigned char tag, std::uint32_t bmcSessionId, const Bytes& authCode) {
+    // Tag, status 00h (no errors), two reserved bytes, the BMC's session ID, the key exchange code.
+    Bytes payload = {tag, 0x00, 0x00, 0x00};
+    appendLittleEndian32(payload, bmcSessionId);
+    payload.insert(payload.end(), authCode.begin(), authCode.end());
+    return payload;
+}
+
+Bytes RmcpPlusCodec::Rakp::rakp2Signed() const {
+    Bytes input;
+    appendLittleEndian32(input, consoleSessionId);
+    appendLittleEndian32(input, bmcSessionId);
+    input.insert(input.end(), consoleRandom, consoleRandom + kRandomLength);
+    input.insert(input.end(), bmcRandom, bmcRandom + kRandomLength);
+    input.insert(input.end(), bmcGuid, bmcGuid + kRandomLength);
+    appendUser(input, role, user);
+    return input;
+}
+
+Bytes RmcpPlusCodec::Rakp::rakp3Signed() const {
+    Bytes input(bmcRandom, bmcRandom + kRandomLength);
+    appendLittleEndian32(input, consoleSessionId);
+    appendUser(input, role, user);
+    return input;
+}
+
+Bytes RmcpPlusCodec::Rakp::sessionKeyInput() const {
+    Bytes input(consoleRandom, consoleRandom + kRandomLength);
+    input.insert(input.end(), bmcRandom, bmcRandom + kRandomLength);
+    appendUser(input, role, user);
+    return input;
+}
+
+Bytes RmcpPlusCodec::Rakp::rakp4Signed() const {
+    Bytes input(consoleRandom, consoleRandom + kRandomLength);
+    appendLittleEndian32(input, bmcSessionId);
+    input.insert(input.end(), bmcGuid, bmcGuid + kRandomLength);
+    return input;
+}
+
+RmcpPlusCodec::RmcpPlusCodec(const CipherSuite& suite, std::uint32_t bmcSessionId,
+                             std::uint32_t consoleSessionId, const Bytes& k1, const Bytes& k2)
+    : suite_(suite), bmcSessionId_(bmcSessionId), consoleSessionId_(consoleSessionId) {
+    if (suite.signsPackets()) integrity_ = std::make_unique<Hmac>(suite.digest, k1);
+    if (suite.encrypts()) {
+        unsigned char key[AesCbc128::kBlock] = {};
+        std::copy_n(k2.begin(), std::min(k2.size(), sizeof key), key);
+        aes_ = std::make_unique<AesCbc128>(key);
+    }
+}
+
+RmcpPlusCodec::~RmcpPlusCodec() = default;
+
+Bytes RmcpPlusCodec::seal(const Bytes& message) {
+    Bytes payload;
+    if (aes_) {
+        // IV, then the message, confidentiality pad 01h 02h ..., and the pad's length, encrypted
+        // to whole blocks (13.29).
+        unsigned char iv[AesCbc128::kBlock];
+        gcry_randomize(iv, sizeof iv, GCRY_STRONG_RANDOM);
+        const std::size_t pad = AesCbc128::kBlock - 1 - message.size() % AesCbc128::kBlock;
+        payload.reserve(sizeof iv + message.size() + pad + 1);
+        payload.assign(iv, iv + sizeof iv);
+        payload.insert(payload.end(), message.begin(), message.end());
+        for (std::size_t i = 1; i <= pad; ++i) payload.push_back(static_cast<unsigned char>(i));
+        payload.push_back(static_cast<unsigned char>(pad));
+        aes_->encrypt(iv, payload.data() + sizeof iv, payload.size() - sizeof iv);
+    }
+    const Bytes& body = aes_ ? payload : message;
+    const unsigned char type =
+        kIpmiMessage | (aes_ ? kPayloadEncrypted : 0) | (integrity_ ? kPayloadAuthenticated : 0);
+    // Sequence numbers start at 1 once the session is active; each packet takes the next.
+    Bytes packet = sessionPacket(type, bmcSessionId_, ++sentSequence_, body.size());
+    packet.insert(packet.end(), body.begin(), body.end());
+    if (integrity_) {
+        // Integrity pad (FFh) so that everything from the auth type to the next header is whole
+        // 4-byte words, pad length, next header, then the truncated HMAC of all of it.
+        const std::size_t pad = (4 - (packet.size() - kRmcpHeaderLength + 2) % 4) % 4;
+        packet.insert(packet.end(), pad, kIntegrityPad);
+        packet.push_back(static_cast<unsigned char>(pad));
+        packet.push_back(kNextHeader);
+        const unsigned char* code =
+            integrity_->of(packet.data() + kRmcpHeaderLength, packet.size() - kRmcpHeaderLength);
+        packet.insert(packet.end(), code, code + suite_.integrityCheckLength);
+    }
+    return packet;
+}
+
+bool RmcpPlusCodec::open(const unsigned char* datagram, std::size_t size, Bytes& message) {
+    SessionHeader header;
+    const unsigned char expectedType =
+        kIpmiMessage | (aes_ ? kPayloadEncrypted : 0) | (integrity_ ? kPayloadAuthenticated : 0);
+    if (!readSessionHeader(datagram, size, header) || header.payloadType != expectedType ||
+        header.sessionId != consoleSessionId_) {
+        return false;
+    }
+    if (integrity_) {
+        const std::size_t codeLength = suite_.integrityCheckLength;
+        const std::size_t trailerStart = kPayloadStart + header.payloadLength;
+        // Integrity pad, pad length, next header, AuthCode.
+        if (size < trailerStart + 2 + codeLength) return false;
+        const std::size_t signedEnd = size - codeLength;
+        const std::size_t pad = datagram[signedEnd - 2];
+        if (datagram[signedEnd - 1] != kNextHeader || trailerStart + pad + 2 != signedEnd) {
+            return false;
+        }
+        const unsigned char* code =
+            integrity_->of(datagram + kRmcpHeaderLength, signedEnd - kRmcpHeaderLength);
+        if (!std::equal(code, code + codeLength, datagram + signedEnd)) return false;
+        if (!freshSequenceNumber(header.sequence)) return false;
+    }
+    const unsigned char* payload = datagram + kPayloadStart;
+    if (!aes_) {
+        message.assign(payload, payload + header.payloadLength);
+        return true;
+    }
+    const std::size_t encrypted =
+        header.payloadLength - std::min(header.payloadLength, AesCbc128::kBlock);
+    if (encrypted == 0 || encrypted % AesCbc128::kBlock != 0) return false;
+    message.assign(payload + AesCbc128::kBlock, payload + header.payloadLength);
+    aes_->decrypt(payload, message.data(), message.size());
+    const std::size_t pad = message.back();
+    if (pad >= AesCbc128::kBlock) return false;
+    message.resize(message.size() - pad - 1);
+    return true;
+}
+
+bool RmcpPlusCodec::freshSequenceNumber(std::uint32_t sequence) {
+    // Bit i of receivedBelow_ stands for highestReceived_ - (i + 1).
+    constexpr std::uint32_t window = 32;
+    if (!receivedAny_) {
+        receivedAny_ = true;
+        highestReceived_ = sequence;
+        return true;
+    }
+    if (sequence > highestReceived_) {
+        const std::uint32_t ahead = sequence - highestReceived_;
+        if (ahead > window) {
+            receivedBelow_ = 0;
+        } else if (ahead == window) {
+            receivedBelow_ = 1u << (window - 1);
+        } else {
+            receivedBelow_ = receivedBelow_ << ahead | 1u << (ahead - 1);
+        }
+        highestReceived_ = sequence;
+        return true;
+    }
+    const std::uint32_t behind = highestReceived_ - sequence;
+    if (behind == 0 || behind > window) return false;
+    const std::uint32_t bit = 1u << (behind - 1);
+    if (receivedBelow_ & bit) return false;
+    receivedBelow_ |= bit;
+    return true;
+}

@@ -1,0 +1,386 @@
+#include "RmcpPlusSession.h"
+
+#include <gcrypt.h>
+#include <netdb.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "Hmac.h"
+
+namespace {
+
+using Bytes = RmcpPlusSession::Bytes;
+
+constexpr std::size_t kLongestUserName = 16;
+constexpr std::size_t kLongestPassword = 20;
+constexpr unsigned char kNameOnlyLookup = 0x10;  // RAKP 1's role: find the user by name alone
+constexpr std::size_t kLargestDatagram = 4096;   // IPMI messages over the LAN stay far below
+
+constexpr unsigned char kApp = 0x06;
+constexpr unsigned char kSetSessionPrivilegeLevel = 0x3B;
+constexpr unsigned char kCloseSession = 0x3C;
+
+// The RMCP+ status codes a BMC refuses a session step with (IPMI v2.0 table 13-15).
+std::string statusText(unsigned char status) {
+    static const char* const texts[] = {
+        "no errors",
+        "insufficient resources to create a session",
+        "invalid session ID",
+        "invalid payload type",
+        "invalid authentication algorithm",
+        "invalid integrity algorithm",
+        "no matching authentication payload",
+        "no matching integrity payload",
+        "inactive session ID",
+        "invalid role",
+        "unauthorized role or privilege level requested",
+        "insufficient resources to create a session at the requested role",
+        "invalid name length",
+        "unauthorized name",
+        "unauthorized GUID",
+        "invalid integrity check value",
+        "invalid confidentiality algorithm",
+        "no cipher suite match with proposed security algorithms",
+        "illegal or unrecognized parameter",
+    };
+    char code[8];
+    std::snprintf(code, sizeof code, "%02Xh", status);
+    const std::string text = status < std::size(texts) ? texts[status] : "unknown status";
+    return "RMCP+ status " + std::string(code) + " (" + text + ")";
+}
+
+RmcpPlusSession::Failure failureFor(unsigned char status) {
+    using Failure = RmcpPlusSession::Failure;
+    switch (status) {
+        case 0x04:
+        case 0x05:
+        case 0x06:
+        case 0x07:
+        case 0x10:
+        case 0x11:
+            return Failure::CipherSuiteRefused;
+        case 0x09:
+        case 0x0A:
+            return Failure::PrivilegeRefused;
+        case 0x0C:
+        case 0x0D:
+            return Failure::UserNameRefused;
+        case 0x0F:
+            return Failure::PasswordRefused;
+        default:
+            return Failure::BmcRefused;
+    }
+}
+
+std::uint32_t littleEndian32(const unsigned char* bytes) {
+    return bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<std::uint32_t>(bytes[3]) << 24;
+}
+
+// The user's key K_uid: the password, zero-padded to IPMI v2.0's 20 bytes.
+Bytes userKey(const std::string& password) {
+    Bytes key(password.begin(), password.end());
+    key.resize(kLongestPassword, 0x00);
+    return key;
+}
+
+}  // namespace
+
+RmcpPlusSession::RmcpPlusSession(Settings settings)
+    : settings_(std::move(settings)), datagram_(kLargestDatagram) {}
+
+RmcpPlusSession::~RmcpPlusSession() { close(); }
+
+RmcpPlusSession::Failure RmcpPlusSession::fail(Failure failure, std::string text) {
+    failureText_ = std::move(text);
+    return failure;
+}
+
+RmcpPlusSession::Failure RmcpPlusSession::open() {
+    if (settings_.user.size() > kLongestUserName || settings_.password.size() > kLongestPassword) {
+        return fail(Failure::BadSettings,
+                    "IPMI v2.0 allows user names of up to 16 bytes and passwords of up to 20");
+    }
+    const std::optional<CipherSuite> suite = CipherSuite::find(settings_.cipherSuite);
+    if (!suite) {
+        return fail(Failure::CipherSuiteUnsupported,
+                    "this client speaks cipher suites " + std::string(kSupportedCipherSuites));
+    }
+    suite_ = *suite;
+    const Clock::time_point deadline = Clock::now() + settings_.timeout;
+    Failure failure = openSocket();
+    if (failure == Failure::None) failure = askForIpmi20(deadline);
+    if (failure == Failure::None) failure = openSession(deadline);
+    if (failure == Failure::None) failure = authenticate(deadline);
+    if (failure == Failure::None) failure = setPrivilege();
+    if (failure != Failure::None) close();
+    return failure;
+}
+
+RmcpPlusSession::Failure RmcpPlusSession::openSocket() {
+    addrinfo hints{};
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_DGRAM;
+    hints.ai_flags = AI_ADDRCONFIG;
+    addrinfo* found = nullptr;
+    const int resolved =
+        getaddrinfo(settings_.address.c_str(), settings_.port.c_str(), &hints, &found);
+    if (resolved != 0 || found == nullptr) {
+        return fail(Failure::AddressUnknown,
+                    "cannot resolve the address: " + std::string(gai_strerror(resolved)));
+    }
+    // A connected UDP socket takes datagrams from the BMC's address and port only.
+    socket_ = ::socket(found->ai_family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const bool connected =
+        socket_ >= 0 && ::connect(socket_, found->ai_addr, found->ai_addrlen) == 0;
+    const int error = errno;
+    freeaddrinfo(found);
+    if (!connected)
+        return fail(Failure::SystemError, "no UDP socket: " + std::string(std::strerror(error)));
+    return Failure::None;
+}
+
+RmcpPlusSession::Failure RmcpPlusSession::askForIpmi20(Clock::time_point deadline) {
+    constexpr unsigned char getChannelAuthenticationCapabilities = 0x38;
+    const Bytes request =
+        RmcpPlusCodec::channelAuthenticationCapabilitiesRequest(settings_.privilege);
+    Bytes message;
+    Bytes answer;
+    const bool answered =
+        transact([&] { return request; },
+                 [&](const unsigned char* datagram, std::size_t size) {
+                     return RmcpPlusCodec::sessionlessMessage(datagram, size, message) &&
+                            RmcpPlusCodec::ipmiResponse(
+                                message, kApp, getChannelAuthenticationCapabilities, 0, answer);
+                 },
+                 deadline);
+    if (!answered) return fail(Failure::NoAnswer, "no answer from the BMC");
+    // Completion code, channel, authentication types (bit 7: IPMI v2.0 data follows), status,
+    // extended capabilities (bit 1: IPMI v2.0 sessions). A BMC that fails the command may still
+    // speak RMCP+: Open Session tells.
+    const bool refuses =
+        answer.size() >= 5 && answer[0] == 0x00 && (!(answer[2] & 0x80) || !(answer[4] & 0x02));
+    if (refuses) return fail(Failure::Ipmi20Unavailable, "the BMC offers no IPMI v2.0 sessions");
+    return Failure::None;
+}
+
+RmcpPlusSession::Failure RmcpPlusSession::openSession(Clock::time_point deadline) {
+    do {
+        gcry_create_nonce(&rakp_.consoleSessionId, sizeof rakp_.consoleSessionId);
+    } while (rakp_.consoleSessionId == 0);  // 0 means "no session"
+    Bytes answer;
+    if (!handshake(
+            RmcpPlusCodec::kOpenSessionRequest,
+            [&](unsigned char tag) {
+                return RmcpPlusCodec::openSessionRequest(tag, rakp_.consoleSessionId, suite_);
+            },
+            RmcpPlusCodec::kOpenSessionResponse, deadline, answer)) {
+        return fail(Failure::NoAnswer, "no answer to Open Session");
+    }
+    // Tag, status, maximum privilege, reserved, our session ID, the BMC's session ID, then the
+    // three algorithm records, each with its algorithm at offset 4.
+    if (answer[1] != 0x00)
+        return fail(failureFor(answer[1]), "Open Session refused: " + statusText(answer[1]));
+    if (answer.size() < 36 || littleEndian32(&answer[4]) != rakp_.consoleSessionId) {
+        return fail(Failure::BmcRefused, "an Open Session answer that does not fit the request");
+    }
+    if (answer[16] != suite_.authentication || answer[24] != suite_.integrity ||
+        answer[32] != suite_.confidentiality) {
+        return fail(Failure::CipherSuiteRefused,
+                    "the BMC answered Open Session with other algorithms");
+    }
+    rakp_.bmcSessionId = littleEndian32(&answer[8]);
+    return Failure::None;
+}
+
+RmcpPlusSession::Failure RmcpPlusSession::authenticate(Clock::time_point deadline) {
+    gcry_randomize(rakp_.consoleRandom, sizeof rakp_.consoleRandom, GCRY_STRONG_RANDOM);
+    rakp_.role = kNameOnlyLookup | settings_.privilege;
+    rakp_.user = settings_.user;
+    Bytes answer;
+    if (!handshake(
+            RmcpPlusCodec::kRakp1,
+            [&](unsigned char tag) {
+                return RmcpPlusCodec::rakp1(tag, rakp_.bmcSessionId, rakp_.consoleRandom,
+                                            rakp_.role, rakp_.user);
+            },
+            RmcpPlusCodec::kRakp2, deadline, answer)) {
+        return fail(Failure::NoAnswer, "no answer to RAKP message 1");
+    }
+    if (answer[1] != 0x00)
+        return fail(failureFor(answer[1]), "RAKP message 1 refused: " + statusText(answer[1]));
+    std::unique_ptr<Hmac> user;
+    if (suite_.authenticates())
+        user = std::make_unique<Hmac>(suite_.digest, userKey(settings_.password));
+    const std::size_t codeLength = user ? user->length() : 0;
+    // Tag, status, reserved, our session ID, Rc, the BMC's GUID, its key exchange code.
+    constexpr std::size_t codeStart = 8 + 2 * RmcpPlusCodec::kRandomLength;
+    if (answer.size() < codeStart + codeLength ||
+        littleEndian32(&answer[4]) != rakp_.consoleSessionId) {
+        return fail(Failure::BmcRefused, "a RAKP message 2 that does not fit the request");
+    }
+    std::copy_n(&answer[8], RmcpPlusCodec::kRandomLength, rakp_.bmcRandom);
+    std::copy_n(&answer[8 + RmcpPlusCodec::kRandomLength], RmcpPlusCodec::kRandomLength,
+                rakp_.bmcGuid);
+    Bytes rakp3Code;
+    Bytes k1;
+    Bytes k2;
+    if (user) {
+        // The BMC proved it knows the user's password; a mismatch is the wrong password.
+        if (!std::equal(answer.begin() + codeStart, answer.begin() + codeStart + codeLength,
+                        user->of(rakp_.rakp2Signed()).begin())) {
+            return fail(Failure::PasswordRefused,
+                        "the BMC's RAKP message 2 does not match this password");
+        }
+        rakp3Code = user->of(rakp_.rakp3Signed());
+        // Without a BMC key (K_g) the session integrity key is keyed by the user's key.
+        sessionIntegrityKey_ = user->of(rakp_.sessionKeyInput());
+        Hmac sik(suite_.digest, sessionIntegrityKey_);
+        k1 = sik.of(Bytes(20, 0x01));
+        k2 = sik.of(Bytes(20, 0x02));
+    }
+    if (!handshake(
+            RmcpPlusCodec::kRakp3,
+            [&](unsigned char tag) {
+                return RmcpPlusCodec::rakp3(tag, rakp_.bmcSessionId, rakp3Code);
+            },
+            RmcpPlusCodec::kRakp4, deadline, answer)) {
+        return fail(Failure::NoAnswer, "no answer to RAKP message 3");
+    }
+    if (answer[1] != 0x00)
+        return fail(failureFor(answer[1]), "RAKP message 3 refused: " + statusText(answer[1]));
+    const std::size_t checkLength = suite_.authenticates() ? suite_.integrityCheckLength : 0;
+    if (answer.size() < 8 + checkLength || littleEndian32(&answer[4]) != rakp_.consoleSessionId) {
+        return fail(Failure::BmcRefused, "a RAKP message 4 that does not fit the request");
+    }
+    if (user) {
+        Hmac sik(suite_.digest, sessionIntegrityKey_);
+        const Bytes check = sik.of(rakp_.rakp4Signed());
+        if (!std::equal(answer.begin() + 8, answer.begin() + 8 + checkLength, check.begin())) {
+            return fail(Failure::BmcRefused,
+                        "RAKP message 4 carries a wrong integrity check value");
+        }
+    }
+    codec_ =
+        std::make_unique<RmcpPlusCodec>(suite_, rakp_.bmcSessionId, rakp_.consoleSessionId, k1, k2);
+    return Failure::None;
+}
+
+RmcpPlusSession::Failure RmcpPlusSession::setPrivilege() {
+    // A session starts at user level; this raises it to the level RAKP 1 asked for.
+    Bytes answer;
+    if (!exchange(kApp, kSetSessionPrivilegeLevel, {settings_.privilege}, answer) ||
+        answer.empty()) {
+        return fail(Failure::NoAnswer, "no answer to Set Session Privilege Level");
+    }
+    char code[8];
+    std::snprintf(code, sizeof code, "%02Xh", answer[0]);
+    // 80h: not available to this user; 81h: above the user's or the channel's limit.
+    if (answer[0] == 0x80 || answer[0] == 0x81) {
+        return fail(Failure::PrivilegeRefused,
+                    "Set Session Privilege Level refused with " + std::string(code));
+    }
+    if (answer[0] != 0x00) {
+        return fail(Failure::BmcRefused,
+                    "Set Session Privilege Level failed with " + std::string(code));
+    }
+    return Failure::None;
+}
+
+bool RmcpPlusSession::handshake(unsigned char requestType,
+                                const std::function<Bytes(unsigned char tag)>& build,
+                                unsigned char answerType, Clock::time_point deadline,
+                                Bytes& answer) {
+    // Each send takes a new tag, so only the answer to the latest one counts: a BMC may start
+    // the step afresh for a resent request.
+    return transact([&] { return RmcpPlusCodec::sessionSetupPacket(requestType, build(++tag_)); },
+                    [&](const unsigned char* datagram, std::size_t size) {
+                        // Tag and status come first in every answer.
+                        return RmcpPlusCodec::sessionSetupPayload(datagram, size, answerType,
+                                                                  answer) &&
+                               answer.size() >= 2 && answer[0] == tag_;
+                    },
+                    deadline);
+}
+
+bool RmcpPlusSession::exchange(unsigned char netFn, unsigned char command, const Bytes& data,
+                               Bytes& answer) {
+    if (!codec_) return false;
+    lastExchangeAnswered_ = request(netFn, command, data, Clock::now() + settings_.timeout, answer);
+    if (!lastExchangeAnswered_) {
+        failureText_ = "no answer within " + std::to_string(settings_.timeout.count()) + " ms";
+    }
+    return lastExchangeAnswered_;
+}
+
+bool RmcpPlusSession::request(unsigned char netFn, unsigned char command, const Bytes& data,
+                              Clock::time_point deadline, Bytes& answer) {
+    // IPMI's 6-bit request sequence number; a resend keeps it, so a late answer to the first send
+    // still counts.
+    requestSequence_ = (requestSequence_ + 1) & 0x3F;
+    const unsigned char sequence = requestSequence_;
+    const Bytes message = RmcpPlusCodec::ipmiRequest(netFn, command, sequence, data);
+    Bytes received;
+    return transact([&] { return codec_->seal(message); },
+                    [&](const unsigned char* datagram, std::size_t size) {
+                        return codec_->open(datagram, size, received) &&
+                               RmcpPlusCodec::ipmiResponse(received, netFn, command, sequence,
+                                                           answer);
+                    },
+                    deadline);
+}
+
+bool RmcpPlusSession::transact(const std::function<Bytes()>& nextPacket, const Acceptor& accept,
+                               Clock::time_point deadline) {
+    for (;;) {
+        const Clock::time_point resendAt =
+            std::min(deadline, Clock::now() + settings_.retransmission);
+        if (!send(nextPacket())) return false;
+        for (;;) {
+            const Clock::time_point now = Clock::now();
+            if (now >= resendAt) break;
+            const auto wait = std::chrono::duration_cast<std::chrono::nanoseconds>(resendAt - now);
+            const timespec timeout{static_cast<time_t>(wait.count() / 1000000000),
+                                   static_cast<long>(wait.count() % 1000000000)};
+            pollfd readable{socket_, POLLIN, 0};
+            const int ready = ppoll(&readable, 1, &timeout, nullptr);
+            if (ready < 0 && errno != EINTR) return false;
+            if (ready <= 0) continue;
+            // A refused port (ICMP) shows up as an error here: the BMC may come back, so go on.
+            const ssize_t size = recv(socket_, datagram_.data(), datagram_.size(), 0);
+            if (size > 0 && accept(datagram_.data(), static_cast<std::size_t>(size))) return true;
+        }
+        if (Clock::now() >= deadline) return false;
+    }
+}
+
+bool RmcpPlusSession::send(const Bytes& packet) {
+    // A refused port (ICMP) fails the send too; the wait for an answer decides.
+    const ssize_t sent = ::send(socket_, packet.data(), packet.size(), 0);
+    return sent == static_cast<ssize_t>(packet.size()) || errno == ECONNREFUSED;
+}
+
+void RmcpPlusSession::close() {
+    if (codec_) {
+        // Close Session frees the BMC's slot at once. After a request went unanswered the BMC
+        // is likely gone: it is sent once, without waiting.
+        const std::uint32_t id = rakp_.bmcSessionId;
+        const Bytes data = {static_cast<unsigned char>(id), static_cast<unsigned char>(id >> 8),
+                            static_cast<unsigned char>(id >> 16),
+                            static_cast<unsigned char>(id >> 24)};
+        const auto wait = lastExchangeAnswered_
+                              ? std::min(settings_.timeout, 2 * settings_.retransmission)
+                              : std::chrono::milliseconds(0);
+        Bytes answer;
+        request(kApp, kCloseSession, data, Clock::now() + wait, answer);
+        codec_.reset();
+    }
+    if (socket_ >= 0) ::close(socket_);
+    socket_ = -1;
+    sessionIntegrityKey_.clear();
+}
