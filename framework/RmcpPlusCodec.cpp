@@ -30,15 +30,6 @@ constexpr unsigned char kBmcAddress = 0x20;
 constexpr unsigned char kConsoleSoftwareId = 0x81;
 constexpr std::size_t kLongestUserName = 16;
 
-void appendLittleEndian32(Bytes& out, std::uint32_t value) {
-    for (int shift = 0; shift < 32; shift += 8)
-        out.push_back(static_cast<unsigned char>(value >> shift));
-}
-
-std::uint32_t littleEndian32(const unsigned char* bytes) {
-    return bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<std::uint32_t>(bytes[3]) << 24;
-}
-
 // The two's complement checksum that makes the bytes sum to zero (13.8).
 unsigned char checksum(const unsigned char* bytes, std::size_t size) {
     unsigned sum = 0;
@@ -46,11 +37,7 @@ unsigned char checksum(const unsigned char* bytes, std::size_t size) {
     return static_cast<unsigned char>(-sum);
 }
 
-bool sumsToZero(const unsigned char* bytes, std::size_t size) {
-    unsigned sum = 0;
-    for (std::size_t i = 0; i < size; ++i) sum += bytes[i];
-    return (sum & 0xFF) == 0;
-}
+bool sumsToZero(const unsigned char* bytes, std::size_t size) { return checksum(bytes, size) == 0; }
 
 bool startsWithRmcpHeader(const unsigned char* datagram, std::size_t size) {
     return size >= kRmcpHeaderLength &&
@@ -72,8 +59,8 @@ bool readSessionHeader(const unsigned char* datagram, std::size_t size, SessionH
     }
     const unsigned char* session = datagram + kRmcpHeaderLength;
     header.payloadType = session[1];
-    header.sessionId = littleEndian32(session + 2);
-    header.sequence = littleEndian32(session + 6);
+    header.sessionId = RmcpPlusCodec::littleEndian32(session + 2);
+    header.sequence = RmcpPlusCodec::littleEndian32(session + 6);
     header.payloadLength = session[10] | session[11] << 8;
     return header.payloadLength <= size - kPayloadStart;
 }
@@ -83,8 +70,8 @@ Bytes sessionPacket(unsigned char payloadType, std::uint32_t sessionId, std::uin
     Bytes packet(kRmcpHeader, kRmcpHeader + kRmcpHeaderLength);
     packet.push_back(kAuthTypeRmcpPlus);
     packet.push_back(payloadType);
-    appendLittleEndian32(packet, sessionId);
-    appendLittleEndian32(packet, sequence);
+    RmcpPlusCodec::appendLittleEndian32(packet, sessionId);
+    RmcpPlusCodec::appendLittleEndian32(packet, sequence);
     packet.push_back(static_cast<unsigned char>(payloadLength));
     packet.push_back(static_cast<unsigned char>(payloadLength >> 8));
     return packet;
@@ -104,6 +91,16 @@ void appendUser(Bytes& out, unsigned char role, const std::string& user) {
 }
 
 }  // namespace
+
+void RmcpPlusCodec::appendLittleEndian32(Bytes& out, std::uint32_t value) {
+    for (int shift = 0; shift < 32; shift += 8) {
+        out.push_back(static_cast<unsigned char>(value >> shift));
+    }
+}
+
+std::uint32_t RmcpPlusCodec::littleEndian32(const unsigned char* bytes) {
+    return bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<std::uint32_t>(bytes[3]) << 24;
+}
 
 Bytes RmcpPlusCodec::ipmiRequest(unsigned char netFn, unsigned char command, unsigned char sequence,
                                  const Bytes& data) {

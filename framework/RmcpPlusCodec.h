@@ -28,6 +28,10 @@ public:
     static constexpr unsigned char kRakp4 = 0x15;
     static constexpr std::size_t kRandomLength = 16;  // Rm, Rc and the BMC's GUID
 
+    // Session IDs and sequence numbers travel least significant byte first.
+    static void appendLittleEndian32(Bytes& out, std::uint32_t value);
+    static std::uint32_t littleEndian32(const unsigned char* bytes);
+
     // An IPMI request message as the LAN carries it (13.8): from remote console software ID 81h
     // to the BMC at 20h, LUN 0, with both checksums.
     static Bytes ipmiRequest(unsigned char netFn, unsigned char command, unsigned char sequence,

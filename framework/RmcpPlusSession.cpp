@@ -21,6 +21,7 @@ constexpr std::size_t kLongestUserName = 16;
 constexpr std::size_t kLongestPassword = 20;
 constexpr unsigned char kNameOnlyLookup = 0x10;  // RAKP 1's role: find the user by name alone
 constexpr std::size_t kLargestDatagram = 4096;   // IPMI messages over the LAN stay far below
+constexpr std::size_t kKeyConstantLength = 20;
 
 constexpr unsigned char kApp = 0x06;
 constexpr unsigned char kSetSessionPrivilegeLevel = 0x3B;
@@ -78,10 +79,6 @@ RmcpPlusSession::Failure failureFor(unsigned char status) {
     }
 }
 
-std::uint32_t littleEndian32(const unsigned char* bytes) {
-    return bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<std::uint32_t>(bytes[3]) << 24;
-}
-
 // The user's key K_uid: the password, zero-padded to IPMI v2.0's 20 bytes.
 Bytes userKey(const std::string& password) {
     Bytes key(password.begin(), password.end());
@@ -112,6 +109,7 @@ RmcpPlusSession::Failure RmcpPlusSession::open() {
                     "this client speaks cipher suites " + std::string(kSupportedCipherSuites));
     }
     suite_ = *suite;
+    initializeLibgcrypt();
     const Clock::time_point deadline = Clock::now() + settings_.timeout;
     Failure failure = openSocket();
     if (failure == Failure::None) failure = askForIpmi20(deadline);
@@ -186,15 +184,16 @@ RmcpPlusSession::Failure RmcpPlusSession::openSession(Clock::time_point deadline
     // three algorithm records, each with its algorithm at offset 4.
     if (answer[1] != 0x00)
         return fail(failureFor(answer[1]), "Open Session refused: " + statusText(answer[1]));
-    if (answer.size() < 36 || littleEndian32(&answer[4]) != rakp_.consoleSessionId) {
+    if (answer.size() < 36 || RmcpPlusCodec::littleEndian32(&answer[4]) != rakp_.consoleSessionId) {
         return fail(Failure::BmcRefused, "an Open Session answer that does not fit the request");
     }
-    if (answer[16] != suite_.authentication || answer[24] != suite_.integrity ||
-        answer[32] != suite_.confidentiality) {
+    // Bits 7:6 of each algorithm byte are reserved.
+    if ((answer[16] & 0x3F) != suite_.authentication || (answer[24] & 0x3F) != suite_.integrity ||
+        (answer[32] & 0x3F) != suite_.confidentiality) {
         return fail(Failure::CipherSuiteRefused,
                     "the BMC answered Open Session with other algorithms");
     }
-    rakp_.bmcSessionId = littleEndian32(&answer[8]);
+    rakp_.bmcSessionId = RmcpPlusCodec::littleEndian32(&answer[8]);
     return Failure::None;
 }
 
@@ -215,13 +214,14 @@ RmcpPlusSession::Failure RmcpPlusSession::authenticate(Clock::time_point deadlin
     if (answer[1] != 0x00)
         return fail(failureFor(answer[1]), "RAKP message 1 refused: " + statusText(answer[1]));
     std::unique_ptr<Hmac> user;
+    std::unique_ptr<Hmac> sessionIntegrity;
     if (suite_.authenticates())
         user = std::make_unique<Hmac>(suite_.digest, userKey(settings_.password));
     const std::size_t codeLength = user ? user->length() : 0;
     // Tag, status, reserved, our session ID, Rc, the BMC's GUID, its key exchange code.
     constexpr std::size_t codeStart = 8 + 2 * RmcpPlusCodec::kRandomLength;
     if (answer.size() < codeStart + codeLength ||
-        littleEndian32(&answer[4]) != rakp_.consoleSessionId) {
+        RmcpPlusCodec::littleEndian32(&answer[4]) != rakp_.consoleSessionId) {
         return fail(Failure::BmcRefused, "a RAKP message 2 that does not fit the request");
     }
     std::copy_n(&answer[8], RmcpPlusCodec::kRandomLength, rakp_.bmcRandom);
@@ -238,11 +238,11 @@ RmcpPlusSession::Failure RmcpPlusSession::authenticate(Clock::time_point deadlin
                         "the BMC's RAKP message 2 does not match this password");
         }
         rakp3Code = user->of(rakp_.rakp3Signed());
-        // Without a BMC key (K_g) the session integrity key is keyed by the user's key.
-        sessionIntegrityKey_ = user->of(rakp_.sessionKeyInput());
-        Hmac sik(suite_.digest, sessionIntegrityKey_);
-        k1 = sik.of(Bytes(20, 0x01));
-        k2 = sik.of(Bytes(20, 0x02));
+        // Without a BMC key (K_g) the session integrity key (SIK) is keyed by the user's key.
+        // K1 and K2 are the SIK's HMAC of 20 bytes of 01h and of 02h (IPMI v2.0 13.32).
+        sessionIntegrity = std::make_unique<Hmac>(suite_.digest, user->of(rakp_.sessionKeyInput()));
+        k1 = sessionIntegrity->of(Bytes(kKeyConstantLength, 0x01));
+        k2 = sessionIntegrity->of(Bytes(kKeyConstantLength, 0x02));
     }
     if (!handshake(
             RmcpPlusCodec::kRakp3,
@@ -255,12 +255,12 @@ RmcpPlusSession::Failure RmcpPlusSession::authenticate(Clock::time_point deadlin
     if (answer[1] != 0x00)
         return fail(failureFor(answer[1]), "RAKP message 3 refused: " + statusText(answer[1]));
     const std::size_t checkLength = suite_.authenticates() ? suite_.integrityCheckLength : 0;
-    if (answer.size() < 8 + checkLength || littleEndian32(&answer[4]) != rakp_.consoleSessionId) {
+    if (answer.size() < 8 + checkLength ||
+        RmcpPlusCodec::littleEndian32(&answer[4]) != rakp_.consoleSessionId) {
         return fail(Failure::BmcRefused, "a RAKP message 4 that does not fit the request");
     }
-    if (user) {
-        Hmac sik(suite_.digest, sessionIntegrityKey_);
-        const Bytes check = sik.of(rakp_.rakp4Signed());
+    if (sessionIntegrity) {
+        const Bytes check = sessionIntegrity->of(rakp_.rakp4Signed());
         if (!std::equal(answer.begin() + 8, answer.begin() + 8 + checkLength, check.begin())) {
             return fail(Failure::BmcRefused,
                         "RAKP message 4 carries a wrong integrity check value");
@@ -369,10 +369,8 @@ void RmcpPlusSession::close() {
     if (codec_) {
         // Close Session frees the BMC's slot at once. After a request went unanswered the BMC
         // is likely gone: it is sent once, without waiting.
-        const std::uint32_t id = rakp_.bmcSessionId;
-        const Bytes data = {static_cast<unsigned char>(id), static_cast<unsigned char>(id >> 8),
-                            static_cast<unsigned char>(id >> 16),
-                            static_cast<unsigned char>(id >> 24)};
+        Bytes data;
+        RmcpPlusCodec::appendLittleEndian32(data, rakp_.bmcSessionId);
         const auto wait = lastExchangeAnswered_
                               ? std::min(settings_.timeout, 2 * settings_.retransmission)
                               : std::chrono::milliseconds(0);
@@ -382,5 +380,4 @@ void RmcpPlusSession::close() {
     }
     if (socket_ >= 0) ::close(socket_);
     socket_ = -1;
-    sessionIntegrityKey_.clear();
 }

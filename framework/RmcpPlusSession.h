@@ -84,7 +84,6 @@ private:
     unsigned char tag_ = 0;
     unsigned char requestSequence_ = 0;
     RmcpPlusCodec::Rakp rakp_;
-    Bytes sessionIntegrityKey_;
     std::unique_ptr<RmcpPlusCodec> codec_;  // once the session is active
     bool lastExchangeAnswered_ = true;
     std::string failureText_;
