@@ -273,10 +273,8 @@ Bytes RmcpPlusCodec::seal(const Bytes& message) {
         aes_->encrypt(iv, payload.data() + sizeof iv, payload.size() - sizeof iv);
     }
     const Bytes& body = aes_ ? payload : message;
-    const unsigned char type =
-        kIpmiMessage | (aes_ ? kPayloadEncrypted : 0) | (integrity_ ? kPayloadAuthenticated : 0);
     // Sequence numbers start at 1 once the session is active; each packet takes the next.
-    Bytes packet = sessionPacket(type, bmcSessionId_, ++sentSequence_, body.size());
+    Bytes packet = sessionPacket(sessionPayloadType(), bmcSessionId_, ++sentSequence_, body.size());
     packet.insert(packet.end(), body.begin(), body.end());
     if (integrity_) {
         // Integrity pad (FFh) so that everything from the auth type to the next header is whole
@@ -294,9 +292,7 @@ Bytes RmcpPlusCodec::seal(const Bytes& message) {
 
 bool RmcpPlusCodec::open(const unsigned char* datagram, std::size_t size, Bytes& message) {
     SessionHeader header;
-    const unsigned char expectedType =
-        kIpmiMessage | (aes_ ? kPayloadEncrypted : 0) | (integrity_ ? kPayloadAuthenticated : 0);
-    if (!readSessionHeader(datagram, size, header) || header.payloadType != expectedType ||
+    if (!readSessionHeader(datagram, size, header) || header.payloadType != sessionPayloadType() ||
         header.sessionId != consoleSessionId_) {
         return false;
     }
@@ -329,6 +325,11 @@ bool RmcpPlusCodec::open(const unsigned char* datagram, std::size_t size, Bytes&
     if (pad >= AesCbc128::kBlock) return false;
     message.resize(message.size() - pad - 1);
     return true;
+}
+
+unsigned char RmcpPlusCodec::sessionPayloadType() const {
+    // Both directions carry the protection the suite negotiated.
+    return kIpmiMessage | (aes_ ? kPayloadEncrypted : 0) | (integrity_ ? kPayloadAuthenticated : 0);
 }
 
 bool RmcpPlusCodec::freshSequenceNumber(std::uint32_t sequence) {

@@ -95,6 +95,8 @@ public:
     bool open(const unsigned char* datagram, std::size_t size, Bytes& message);
 
 private:
+    // An IPMI message with this session's encryption and integrity bits.
+    unsigned char sessionPayloadType() const;
     bool freshSequenceNumber(std::uint32_t sequence);
 
     CipherSuite suite_;
