@@ -198,14 +198,14 @@ constexpr std::size_t kIpmitool = 1;  // the others are compared with it, round 
 std::vector<Program> peerPrograms(const std::string& tool, const std::string& port,
                                   const std::string& cache) {
     const std::string user = bmcsim::kAdministrator.name;
-    const std::string ipmiSel = "ipmi-sel -h 127.0.0.1:" + port + " -u " + user + " -p '" +
+    const std::string ipmiSel = IPMI_SEL " -h 127.0.0.1:" + port + " -u " + user + " -p '" +
                                 bmcsim::kAdministrator.password + "' -D LAN_2_0 -W opensesspriv " +
                                 "--sdr-cache-directory=" + cache;
     return {
         {"ipmi-event-log list",
          tool + " -H 127.0.0.1:" + port + " -U " + user + " -E -L admin list", false},
         {"ipmitool sel elist",
-         "ipmitool -I lanplus -H 127.0.0.1 -p " + port + " -U " + user + " -E -C 3 sel elist",
+         IPMITOOL " -I lanplus -H 127.0.0.1 -p " + port + " -U " + user + " -E -C 3 sel elist",
          false},
         {"ipmi-sel (cold SDR cache)", ipmiSel, true},
         {"ipmi-sel (warm SDR cache)", ipmiSel, false},

@@ -97,9 +97,10 @@ TEST_F(RepositoriesOverLanTest, SensorRecordsMatchIpmitoolsSdrDumpInTheFilledPos
     std::vector<RawSDR> sdrs;
     IpmiSDROperations(*client).getTypeOneAndTwoPartialRawSDRs(sdrs);
 
-    const std::string file = testing::TempDir() + "ipmitool-sdr.dump";
+    const bmcsim::ScratchDirectory scratch;
+    const std::string file = scratch.file("ipmitool-sdr.dump");
     const std::string command = "IPMI_PASSWORD='" + std::string(kAdministrator.password) +
-                                "' ipmitool -I lanplus -H 127.0.0.1 -p " +
+                                "' " IPMITOOL " -I lanplus -H 127.0.0.1 -p " +
                                 std::to_string(bmc->port()) + " -U " + kAdministrator.name +
                                 " -E -C 3 sdr dump " + file + " >/dev/null 2>&1";
     ASSERT_EQ(std::system(command.c_str()), 0);

@@ -124,9 +124,10 @@ TEST_F(SelOverLanTest, ListIsByteForByteWhatIpmitoolAndIpmiSelRead) {
     bmc->addSelRecords(bmcsim::sampleEventLog());
     const std::vector<Bytes> ours = bytesOf(readAll());
 
-    const std::string file = testing::TempDir() + "ipmitool-sel.raw";
+    const bmcsim::ScratchDirectory scratch;
+    const std::string file = scratch.file("ipmitool-sel.raw");
     run("IPMI_PASSWORD='" + std::string(kAdministrator.password) +
-        "' ipmitool -I lanplus -H 127.0.0.1 -p " + port() + " -U " + kAdministrator.name +
+        "' " IPMITOOL " -I lanplus -H 127.0.0.1 -p " + port() + " -U " + kAdministrator.name +
         " -E -C 3 sel writeraw " + file + " >/dev/null 2>&1");
     std::ifstream raw(file, std::ios::binary);
     const Bytes ipmitool((std::istreambuf_iterator<char>(raw)), std::istreambuf_iterator<char>());
@@ -137,7 +138,7 @@ TEST_F(SelOverLanTest, ListIsByteForByteWhatIpmitoolAndIpmiSelRead) {
     EXPECT_EQ(ours, ipmitoolRecords);
 
     // ipmi-sel prints each record as "RID:[01][00] RT:[02] TS:[..]..." with one [XX] per byte.
-    const std::string dump = run("ipmi-sel -h 127.0.0.1:" + port() + " -u " + kAdministrator.name +
+    const std::string dump = run(IPMI_SEL " -h 127.0.0.1:" + port() + " -u " + kAdministrator.name +
                                  " -p '" + kAdministrator.password +
                                  "' -D LAN_2_0 -W opensesspriv --ignore-sdr-cache --hex-dump 2>&1");
     std::vector<Bytes> ipmiSelRecords;

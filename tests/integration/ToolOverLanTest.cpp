@@ -47,7 +47,7 @@ protected:
 
     // Runs the tool as the administrator of `hosts` (this test's BMC by default).
     ToolRun tool(const std::string& arguments, const std::string& hosts = "") const {
-        const std::string errors = testing::TempDir() + "tool-stderr";
+        const std::string errors = scratch.file("stderr");
         const std::string command =
             "IPMI_PASSWORD='" + std::string(bmcsim::kAdministrator.password) +
             "' TOLMAR_IPMI_SESSION_TIMEOUT_MS=1000 TZ=Etc/GMT-2 " TOOL_PATH " -H " +
@@ -68,6 +68,7 @@ protected:
     }
 
     std::unique_ptr<bmcsim::BmcSimulator> bmc;
+    bmcsim::ScratchDirectory scratch;
 };
 
 TEST_F(ToolOverLanTest, ListsTheDecodedLogInEveryFormat) {

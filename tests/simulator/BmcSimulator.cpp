@@ -121,28 +121,25 @@ void writeFile(const std::string& path, const std::string& text) {
 
 BmcSimulator::BmcSimulator(const std::string& emulation,
                            const std::vector<std::vector<unsigned char>>& auxiliaryLog) {
-    char pattern[] = "/tmp/tolmar-bmc-XXXXXX";
-    if (mkdtemp(pattern) == nullptr) throw std::runtime_error("cannot create a directory in /tmp");
-    directory_ = pattern;
-    writeFile(directory_ + "/auxiliary.log", auxiliaryLogFile(auxiliaryLog));
+    writeFile(directory_.file("auxiliary.log"), auxiliaryLogFile(auxiliaryLog));
     for (int attempt = 0; attempt < kStartAttempts; ++attempt) {
         if (start(emulation)) return;
     }
     const std::string log = output();
     stop();
-    std::filesystem::remove_all(directory_);
     throw std::runtime_error("ipmi_sim did not open its LAN port; its output:\n" + log);
 }
 
 bool BmcSimulator::start(const std::string& emulation) {
     // A fresh state directory each time: ipmi_sim keeps the SEL and users there across runs.
-    const std::string state = directory_ + "/state";
+    const std::string state = directory_.file("state");
     std::filesystem::remove_all(state);
     std::filesystem::create_directories(state);
     port_ = freeUdpPort();
-    writeFile(directory_ + "/lan.conf", lanConfiguration(port_, directory_ + "/auxiliary.log"));
-    writeFile(directory_ + "/bmc.emu", emulationFile(emulation));
-    const std::string log = directory_ + "/ipmi_sim.log";
+    writeFile(directory_.file("lan.conf"),
+              lanConfiguration(port_, directory_.file("auxiliary.log")));
+    writeFile(directory_.file("bmc.emu"), emulationFile(emulation));
+    const std::string log = directory_.file("ipmi_sim.log");
 
     const pid_t parent = getpid();
     pid_ = fork();
@@ -154,10 +151,10 @@ bool BmcSimulator::start(const std::string& emulation) {
         const int out = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
         dup2(out, STDOUT_FILENO);
         dup2(out, STDERR_FILENO);
-        const std::string config = directory_ + "/lan.conf";
-        const std::string commands = directory_ + "/bmc.emu";
-        execlp("ipmi_sim", "ipmi_sim", "-c", config.c_str(), "-f", commands.c_str(), "-s",
-               state.c_str(), "-n", static_cast<char*>(nullptr));
+        const std::string config = directory_.file("lan.conf");
+        const std::string commands = directory_.file("bmc.emu");
+        execl(IPMI_SIM, "ipmi_sim", "-c", config.c_str(), "-f", commands.c_str(), "-s",
+              state.c_str(), "-n", static_cast<char*>(nullptr));
         dprintf(out, "cannot run ipmi_sim (Debian package openipmi): %s\n", strerror(errno));
         _exit(127);
     }
@@ -233,16 +230,12 @@ void BmcSimulator::sendAll(const std::vector<Request>& requests) const {
 }
 
 std::string BmcSimulator::output() const {
-    std::ifstream in(directory_ + "/ipmi_sim.log");
+    std::ifstream in(directory_.file("ipmi_sim.log"));
     std::ostringstream text;
     text << in.rdbuf();
     return text.str();
 }
 
-BmcSimulator::~BmcSimulator() {
-    stop();
-    std::error_code ignored;
-    std::filesystem::remove_all(directory_, ignored);
-}
+BmcSimulator::~BmcSimulator() { stop(); }
 
 }  // namespace bmcsim

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "SampleServer.h"
+#include "ScratchDirectory.h"
 
 namespace bmcsim {
 
@@ -61,7 +62,7 @@ private:
     };
     void sendAll(const std::vector<Request>& requests) const;
 
-    std::string directory_;
+    ScratchDirectory directory_;
     unsigned short port_ = 0;
     pid_t pid_ = -1;
 };
