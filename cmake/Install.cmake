@@ -11,7 +11,8 @@ install(TARGETS ipmi_event_log tolmar_framework
 install(FILES include/IpmiEventLog.h
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ipmi_event_log COMPONENT development)
 install(FILES framework/include/IpmiClient.h framework/include/IpmiClientActivity.h
-              framework/include/IpmiException.h framework/include/Log.h
+              framework/include/IpmiCompletionCode.h framework/include/IpmiException.h
+              framework/include/Log.h
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tolmar_framework COMPONENT development)
 install(EXPORT IpmiEventLogTargets NAMESPACE IpmiEventLog::
     DESTINATION ${IPMI_EVENT_LOG_CMAKE_DIR} COMPONENT development)

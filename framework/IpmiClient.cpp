@@ -78,6 +78,7 @@ Recipes& recipes() {
 
 std::atomic<unsigned long> requestsSent{0};
 std::atomic<unsigned long> selEntriesRead{0};
+thread_local IpmiCallRecord callRecord;
 
 unsigned millisecondsFromEnvironment(const char* name, unsigned fallback) {
     const char* text = std::getenv(name);
@@ -177,6 +178,7 @@ struct IpmiClient::Session {
     unsigned long localInterface;
     std::unique_ptr<RmcpPlusSession> rmcpPlus;  // an open LAN session, or null
     ipmi_ctx_t context = nullptr;               // an open in-band interface, or null
+    bool inbandTimedOut = false;                // a request of `context` went unanswered
 
     bool isOpen() const { return rmcpPlus != nullptr || context != nullptr; }
     // "address:port", as messages show it.
@@ -346,6 +348,7 @@ void IpmiClient::Session::close() {
     ipmi_ctx_close(context);
     ipmi_ctx_destroy(context);
     context = nullptr;
+    inbandTimedOut = false;
 }
 
 void IpmiClient::disconnect() { session_->close(); }
@@ -353,6 +356,8 @@ void IpmiClient::disconnect() { session_->close(); }
 bool IpmiClient::Session::exchange(unsigned char netFn, unsigned char command, const Bytes& data,
                                    Bytes& answer) {
     if (rmcpPlus) return rmcpPlus->exchange(netFn, command, data, answer);
+    // As on the LAN, a BMC that let the driver time out is gone: later requests fail at once.
+    if (inbandTimedOut) return false;
     // FreeIPMI's raw form: the command byte, then the data; the response starts with the command
     // byte and the completion code.
     Bytes raw;
@@ -363,20 +368,24 @@ bool IpmiClient::Session::exchange(unsigned char netFn, unsigned char command, c
     constexpr unsigned char lun = 0;
     const int length = ipmi_cmd_raw(context, lun, netFn, raw.data(),
                                     static_cast<unsigned>(raw.size()), response, sizeof response);
-    if (length < 2) return false;
+    if (length < 2) {
+        inbandTimedOut = ipmi_ctx_errnum(context) == IPMI_ERR_DRIVER_TIMEOUT;
+        return false;
+    }
     answer.assign(response + 1, response + length);
     return true;
 }
 
 std::string IpmiClient::Session::lastFailure() const {
     if (rmcpPlus) return rmcpPlus->failureText();
-    return ipmi_ctx_errormsg(context);
+    return ipmi_ctx_errormsg(context);  // FreeIPMI keeps the driver's time-out as the last error
 }
 
 int IpmiClient::sendCommand(const IpmiCommandRequest& request,
                             std::vector<unsigned char>& responseData,
                             unsigned char& completionCode) {
     if (!session_->isOpen()) {
+        ++callRecord.transportFailures;
         Log(1, kLogSource, __LINE__).Stream()
             << "cannot send IPMI command 0x" << std::hex << unsigned{request.command} << std::dec
             << " to " << session_->target() << ": not connected";
@@ -384,11 +393,13 @@ int IpmiClient::sendCommand(const IpmiCommandRequest& request,
     }
     constexpr unsigned char storage = 0x0A;
     constexpr unsigned char getSelEntry = 0x43;
+    const bool selEntry = request.netFn == storage && request.command == getSelEntry;
     ++requestsSent;
-    if (request.netFn == storage && request.command == getSelEntry) ++selEntriesRead;
+    if (selEntry) ++selEntriesRead;
     Bytes answer;
     // Either transport gives at least the completion code with an answer.
     if (!session_->exchange(request.netFn, request.command, request.data, answer)) {
+        ++callRecord.transportFailures;
         Log(1, kLogSource, __LINE__).Stream()
             << "IPMI command 0x" << std::hex << unsigned{request.command} << " (netFn 0x"
             << unsigned{request.netFn} << std::dec << ") to " << session_->target()
@@ -396,6 +407,13 @@ int IpmiClient::sendCommand(const IpmiCommandRequest& request,
         return kTransportFailure;
     }
     completionCode = answer[0];
+    if (completionCode != 0x00) {
+        callRecord.lastCompletionCode = completionCode;
+        callRecord.lastRefusedNetFn = request.netFn;
+        callRecord.lastRefusedCommand = request.command;
+    } else if (selEntry) {
+        ++callRecord.selEntries;
+    }
     responseData.assign(answer.begin() + 1, answer.end());
     return 0;
 }
@@ -403,3 +421,7 @@ int IpmiClient::sendCommand(const IpmiCommandRequest& request,
 IpmiClient::~IpmiClient() { session_->close(); }
 
 IpmiClientActivity ipmiClientActivity() { return {requestsSent.load(), selEntriesRead.load()}; }
+
+void startIpmiCallRecord() { callRecord = IpmiCallRecord{}; }
+
+IpmiCallRecord ipmiCallRecord() { return callRecord; }

@@ -311,11 +311,17 @@ bool RmcpPlusSession::handshake(unsigned char requestType,
 bool RmcpPlusSession::exchange(unsigned char netFn, unsigned char command, const Bytes& data,
                                Bytes& answer) {
     if (!codec_) return false;
-    lastExchangeAnswered_ = request(netFn, command, data, Clock::now() + settings_.timeout, answer);
-    if (!lastExchangeAnswered_) {
+    // A BMC that left a request unanswered for the whole timeout, resends included, is gone: the
+    // session's later requests fail at once rather than each waiting as long again.
+    if (!bmcAnswering_) {
+        failureText_ = "the BMC stopped answering earlier in this session";
+        return false;
+    }
+    bmcAnswering_ = request(netFn, command, data, Clock::now() + settings_.timeout, answer);
+    if (!bmcAnswering_) {
         failureText_ = "no answer within " + std::to_string(settings_.timeout.count()) + " ms";
     }
-    return lastExchangeAnswered_;
+    return bmcAnswering_;
 }
 
 bool RmcpPlusSession::request(unsigned char netFn, unsigned char command, const Bytes& data,
@@ -371,9 +377,8 @@ void RmcpPlusSession::close() {
         // is likely gone: it is sent once, without waiting.
         Bytes data;
         RmcpPlusCodec::appendLittleEndian32(data, rakp_.bmcSessionId);
-        const auto wait = lastExchangeAnswered_
-                              ? std::min(settings_.timeout, 2 * settings_.retransmission)
-                              : std::chrono::milliseconds(0);
+        const auto wait = bmcAnswering_ ? std::min(settings_.timeout, 2 * settings_.retransmission)
+                                        : std::chrono::milliseconds(0);
         Bytes answer;
         request(kApp, kCloseSession, data, Clock::now() + wait, answer);
         codec_.reset();

@@ -85,7 +85,7 @@ private:
     unsigned char requestSequence_ = 0;
     RmcpPlusCodec::Rakp rakp_;
     std::unique_ptr<RmcpPlusCodec> codec_;  // once the session is active
-    bool lastExchangeAnswered_ = true;
+    bool bmcAnswering_ = true;  // until a request goes unanswered for the whole timeout
     std::string failureText_;
     Bytes datagram_;
 };

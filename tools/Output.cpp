@@ -25,6 +25,8 @@ std::string recordIdText(unsigned long id) {
     return text;
 }
 
+const char* trueOrFalse(bool value) { return value ? "true" : "false"; }
+
 unsigned long recordIdOf(const Tolmar::IPMISELENTRY& entry) {
     return entry.recordId[0] | entry.recordId[1] << 8;
 }
@@ -152,7 +154,8 @@ void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Sty
                ",\"timeStamp\":" + jsonString(e.timeStamp) +
                ",\"severity\":" + jsonString(severityWord(e.severity)) +
                ",\"message\":" + jsonString(e.message) + ",\"source\":" + jsonString(e.source) +
-               ",\"auxLog\":" + jsonString(e.auxLog) + "}";
+               ",\"auxLog\":" + jsonString(e.auxLog) +
+               ",\"complete\":" + trueOrFalse(row.complete) + "}";
     };
     switch (style.format) {
         case Format::Json:
@@ -165,13 +168,13 @@ void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Sty
             for (const EventRow& row : rows) out << json(row) << "\n";
             return;
         case Format::Csv:
-            out << "host,recordId,timeStamp,severity,message,source,auxLog\r\n";
+            out << "host,recordId,timeStamp,severity,message,source,auxLog,complete\r\n";
             for (const EventRow& row : rows) {
                 const auto& e = row.event;
                 out << csvField(row.host) << "," << recordIdText(e.recordId) << ","
                     << csvField(e.timeStamp) << "," << severityWord(e.severity) << ","
                     << csvField(e.message) << "," << csvField(e.source) << "," << csvField(e.auxLog)
-                    << "\r\n";
+                    << "," << trueOrFalse(row.complete) << "\r\n";
             }
             return;
         case Format::Table:
@@ -207,17 +210,18 @@ void writeEntries(std::ostream& out, const std::vector<EntryRow>& rows, const St
                 if (array) out << (i ? ",\n " : "\n ");
                 out << "{\"host\":" << jsonString(rows[i].host)
                     << ",\"recordId\":" << recordIdOf(rows[i].entry) << ",\"bytes\":\""
-                    << hexBytes(rows[i].entry, "") << "\"}";
+                    << hexBytes(rows[i].entry, "")
+                    << "\",\"complete\":" << trueOrFalse(rows[i].complete) << "}";
                 if (!array) out << "\n";
             }
             if (array) out << (rows.empty() ? "]\n" : "\n]\n");
             return;
         }
         case Format::Csv:
-            out << "host,recordId,bytes\r\n";
+            out << "host,recordId,bytes,complete\r\n";
             for (const EntryRow& row : rows) {
                 out << csvField(row.host) << "," << recordIdText(recordIdOf(row.entry)) << ","
-                    << hexBytes(row.entry, " ") << "\r\n";
+                    << hexBytes(row.entry, " ") << "," << trueOrFalse(row.complete) << "\r\n";
             }
             return;
         case Format::Table:

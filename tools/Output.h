@@ -13,14 +13,19 @@
 
 namespace tool {
 
+// A row's `complete` is false when its host stopped answering part way through the read: the
+// host's rows are those read before, and events may lack severities, sensor names and auxiliary
+// details. JSON and CSV carry it, for programs; the tool says it on standard error too.
 struct EventRow {
     std::string host;
     Tolmar::TolmarAgentless::IPMIEVENT event;
+    bool complete = true;
 };
 
 struct EntryRow {
     std::string host;
     Tolmar::IPMISELENTRY entry;
+    bool complete = true;
 };
 
 struct Style {

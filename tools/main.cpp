@@ -8,6 +8,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -15,6 +16,7 @@
 #include <thread>
 
 #include "IpmiClientActivity.h"
+#include "IpmiCompletionCode.h"
 #include "Log.h"
 #include "Options.h"
 #include "Output.h"
@@ -29,16 +31,26 @@ using tool::EventRow;
 using tool::Options;
 
 constexpr int kUsageStatus = 2;
-// Exit statuses: 0 success, 2 a command line that cannot be followed, 10 + the library's result
-// code for a failed request (11 not supported ... 16 internal failure); the worst of a fleet.
-int exitStatus(int result) { return result == IpmiEventLog::EL_SUCCESS ? 0 : 10 + result; }
+constexpr int kIncompleteStatus = 3;
 
 struct HostResult {
     int result = IpmiEventLog::EL_SUCCESS;
+    // A read (list, show, raw) that lost its BMC part way: the library still succeeds, with what
+    // it read before; the framework's record of the call tells.
+    bool incomplete = false;
+    IpmiCallRecord record;
     std::vector<EventRow> events;
     std::vector<EntryRow> entries;
     std::string note;  // printed on success (status, changes)
 };
+
+// Exit statuses: 0 success, 2 a command line that cannot be followed, 3 a read that ended early
+// (what was read is printed), 10 + the library's result code for a failed request (11 not
+// supported ... 16 internal failure); the worst of a fleet.
+int exitStatus(const HostResult& r) {
+    if (r.result != IpmiEventLog::EL_SUCCESS) return 10 + r.result;
+    return r.incomplete ? kIncompleteStatus : 0;
+}
 
 Tolmar::TolmarConnection::ConnectionInfo connection(const Options& options,
                                                     const std::string& host) {
@@ -62,10 +74,18 @@ Tolmar::TolmarConnection::ConnectionInfo connection(const Options& options,
 
 std::string hostName(const std::string& host) { return host.empty() ? "the local BMC" : host; }
 
+// "the BMC answered CBh (requested sensor, data or record not present)".
+std::string refusalText(const IpmiCallRecord& record) {
+    char code[4];
+    std::snprintf(code, sizeof code, "%02X", record.lastCompletionCode);
+    return "the BMC answered " + std::string(code) + "h (" +
+           ipmiCompletionCodeName(record.lastCompletionCode) + ")";
+}
+
 // One line naming the host, the cause and what to check.
-std::string failureText(const std::string& host, int result) {
+std::string failureText(const std::string& host, const HostResult& r) {
     const std::string name = hostName(host);
-    switch (result) {
+    switch (r.result) {
         case IpmiEventLog::EL_NOT_SUPPORTED:
             return name + " does not support this request";
         case IpmiEventLog::EL_BUSY:
@@ -82,9 +102,27 @@ std::string failureText(const std::string& host, int result) {
         case IpmiEventLog::EL_NOT_FOUND:
             return name + " has no SEL record with that ID";
         default:
-            return "the request to " + name +
-                   " failed (an error from the BMC or a lost session; run with -v for details)";
+            if (r.record.lastCompletionCode == 0x00) {
+                return "the request to " + name +
+                       " failed: a lost session or an answer that makes no sense (run with -v for "
+                       "the exchange)";
+            }
+            if (r.record.lastCompletionCode == 0xD4) {
+                return "the request to " + name + " failed: " + refusalText(r.record) +
+                       ": the session's level does not allow it (changing the SEL needs operator; "
+                       "see -L)";
+            }
+            return "the request to " + name + " failed: " + refusalText(r.record);
     }
+}
+
+std::string incompleteText(const std::string& host, const HostResult& r, const Options& options) {
+    std::string text = hostName(host) + ": incomplete: BMC stopped answering after " +
+                       std::to_string(r.record.selEntries) + " SEL entries";
+    // Raw entries have nothing else to miss.
+    if (options.command != "raw")
+        text += "; severities, sensor names and auxiliary details may be missing";
+    return text;
 }
 
 bool keep(const IPMIEVENT& event, const Options& options) {
@@ -117,6 +155,7 @@ void addEvents(HostResult& out, const std::string& host, std::vector<IPMIEVENT> 
 HostResult run(const Options& options, const std::string& host) {
     IpmiEventLog log(connection(options, host));
     HostResult out;
+    startIpmiCallRecord();
     const std::string& command = options.command;
     if (command == "list" || command == "show") {
         std::vector<IPMIEVENT> events;
@@ -127,7 +166,8 @@ HostResult run(const Options& options, const std::string& host) {
             events.erase(std::remove_if(events.begin(), events.end(),
                                         [id](const IPMIEVENT& e) { return e.recordId != id; }),
                          events.end());
-            if (out.result == IpmiEventLog::EL_SUCCESS && events.empty()) {
+            if (out.result == IpmiEventLog::EL_SUCCESS && events.empty() &&
+                ipmiCallRecord().transportFailures == 0) {
                 out.result = IpmiEventLog::EL_NOT_FOUND;
             }
             if (events.size() > 1) events.erase(events.begin(), events.end() - 1);
@@ -165,6 +205,12 @@ HostResult run(const Options& options, const std::string& host) {
                                    : IpmiEventLog::EL_CONNECTION_FAIL;
         out.note = hostName(host) + ": connected\n";
     }
+    out.record = ipmiCallRecord();
+    const bool read = command == "list" || command == "show" || command == "raw";
+    out.incomplete =
+        read && out.result == IpmiEventLog::EL_SUCCESS && out.record.transportFailures > 0;
+    for (EventRow& row : out.events) row.complete = !out.incomplete;
+    for (EntryRow& row : out.entries) row.complete = !out.incomplete;
     return out;
 }
 
@@ -278,15 +324,23 @@ int main(int argc, char** argv) {
         std::cerr << "ipmi-event-log: " << e.what() << "\n(ipmi-event-log --help for the usage)\n";
         return kUsageStatus;
     }
-    // The framework's own failure lines stay quiet: each failure gets one line below.
-    Log::SetMinLogLevel(options.verbose ? 4 : 0);
+    // -v traces the whole exchange. Otherwise the framework's own lines stay quiet, as each
+    // failure gets one line of the tool's, unless TOLMAR_LOG_LEVEL asks for them.
+    const char* logLevel = std::getenv("TOLMAR_LOG_LEVEL");
+    if (options.verbose) {
+        Log::SetMinLogLevel(4);
+    } else if (logLevel == nullptr || *logLevel == '\0') {
+        Log::SetMinLogLevel(0);
+    }
     // How sessions are opened is the framework client's setting.
     if (!options.privilege.empty()) setenv("TOLMAR_IPMI_PRIVILEGE", options.privilege.c_str(), 1);
 
     std::vector<HostResult> results = runAll(options);
     std::vector<EventRow> events;
     std::vector<EntryRow> entries;
+    std::string problems;  // one line a host that failed or stopped answering, after the output
     int status = 0;
+    bool anyRead = false;
     const std::vector<std::string> hosts =
         options.hosts.empty() ? std::vector<std::string>{""} : options.hosts;
     for (std::size_t i = 0; i < results.size(); ++i) {
@@ -295,17 +349,23 @@ int main(int argc, char** argv) {
                       std::make_move_iterator(r.events.end()));
         entries.insert(entries.end(), r.entries.begin(), r.entries.end());
         if (r.result != IpmiEventLog::EL_SUCCESS) {
-            std::cerr << "ipmi-event-log: " << failureText(hosts[i], r.result) << "\n";
+            problems += "ipmi-event-log: " + failureText(hosts[i], r) + "\n";
         } else {
+            anyRead = true;
             std::cout << r.note;
+            if (r.incomplete)
+                problems += "ipmi-event-log: " + incompleteText(hosts[i], r, options) + "\n";
         }
-        status = std::max(status, exitStatus(r.result));
+        status = std::max(status, exitStatus(r));
     }
+    // Headers and brackets only for something read: a failed read prints nothing on stdout.
     const tool::Style style = outputStyle(options);
-    if (options.command == "list" || options.command == "show") {
+    if (anyRead && (options.command == "list" || options.command == "show")) {
         tool::writeEvents(std::cout, events, style);
-    } else if (options.command == "raw" || options.command == "get") {
+    } else if (anyRead && (options.command == "raw" || options.command == "get")) {
         tool::writeEntries(std::cout, entries, style);
     }
+    std::cout.flush();
+    std::cerr << problems;
     return status;
 }

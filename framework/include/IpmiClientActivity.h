@@ -8,3 +8,17 @@ struct IpmiClientActivity {
 };
 
 IpmiClientActivity ipmiClientActivity();
+
+// What the IpmiClients used on the calling thread met since startIpmiCallRecord() on it. A call of
+// the event log library runs its clients on its caller's thread, so this is that call's record:
+// whether it lost its BMC part way, and the last refusal the BMC answered with.
+struct IpmiCallRecord {
+    unsigned long selEntries = 0;          // Get SEL Entry requests answered with success
+    unsigned long transportFailures = 0;   // requests that got no answer, or no session to go in
+    unsigned char lastCompletionCode = 0;  // the last completion code other than 00h, or 00h
+    unsigned char lastRefusedNetFn = 0;    // and the request it answered
+    unsigned char lastRefusedCommand = 0;
+};
+
+void startIpmiCallRecord();
+IpmiCallRecord ipmiCallRecord();

@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "LanFixture.h"
+#include "LossyLink.h"
 
 namespace {
 
@@ -20,6 +21,13 @@ struct ToolRun {
 };
 
 std::size_t lines(const std::string& text) { return std::count(text.begin(), text.end(), '\n'); }
+
+std::size_t countOf(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
 
 class ToolOverLanTest : public ::testing::Test {
 protected:
@@ -89,7 +97,9 @@ TEST_F(ToolOverLanTest, ListsTheDecodedLogInEveryFormat) {
     EXPECT_EQ(lines(tool("--format jsonl list").out), 35u);
     const ToolRun csv = tool("--format csv list");
     EXPECT_EQ(lines(csv.out), 36u);
-    EXPECT_EQ(csv.out.rfind("host,recordId,timeStamp,severity,message,source,auxLog\r\n", 0), 0u);
+    EXPECT_EQ(
+        csv.out.rfind("host,recordId,timeStamp,severity,message,source,auxLog,complete\r\n", 0),
+        0u);
 }
 
 TEST_F(ToolOverLanTest, FiltersTheDecodedLog) {
@@ -129,8 +139,14 @@ TEST_F(ToolOverLanTest, ReadsRawEntries) {
     EXPECT_EQ(tool("get 4").out, "0x0004  04 00 02 e8 03 00 55 20 00 04 01 30 01 57 56 55\n");
     EXPECT_EQ(tool("--format jsonl get 0x0004").out,
               "{\"host\":\"" + hostOf(*bmc) +
-                  "\",\"recordId\":4,\"bytes\":\"040002e8030055200004013001575655\"}\n");
-    EXPECT_EQ(tool("get 0x999").status, 16);  // the BMC answers 0xCB
+                  "\",\"recordId\":4,\"bytes\":\"040002e8030055200004013001575655\",\"complete\":"
+                  "true}\n");
+    const ToolRun absent = tool("get 0x999");
+    EXPECT_EQ(absent.status, 16);
+    EXPECT_EQ(absent.out, "");
+    EXPECT_EQ(absent.err, "ipmi-event-log: the request to " + hostOf(*bmc) +
+                              " failed: the BMC answered CBh (requested sensor, data or record not "
+                              "present)\n");
 }
 
 TEST_F(ToolOverLanTest, AddsDeletesAndClears) {
@@ -180,6 +196,48 @@ TEST_F(ToolOverLanTest, ReadsAFleetInParallelAndReportsTheHostThatIsDown) {
                            ": check the address, the port and that IPMI over LAN is enabled\n");
     const ToolRun table = tool("list", hosts);
     EXPECT_EQ(table.out.rfind("HOST", 0), 0u);
+}
+
+TEST_F(ToolOverLanTest, AFailedReadPrintsNoHeader) {
+    bmc->stop();
+    for (const char* format : {"table", "csv", "json"}) {
+        const ToolRun run = tool(std::string("--format ") + format + " list");
+        EXPECT_EQ(run.status, 13);
+        EXPECT_EQ(run.out, "") << format;
+    }
+}
+
+TEST_F(ToolOverLanTest, ADeleteRefusedForPrivilegeSaysSo) {
+    const ToolRun run = tool("-L user delete 1");
+    EXPECT_EQ(run.status, 16);
+    EXPECT_EQ(run.err, "ipmi-event-log: the request to " + hostOf(*bmc) +
+                           " failed: the BMC answered D4h (insufficient privilege level): the "
+                           "session's level does not allow it (changing the SEL needs operator; "
+                           "see -L)\n");
+}
+
+TEST_F(ToolOverLanTest, ABmcThatStopsAnsweringPartWayGivesWhatWasReadAndSaysSo) {
+    // Datagram 30 of the tool's session is in the middle of the SEL; the BMC is gone before it.
+    for (const char* command : {"list", "raw"}) {
+        bmcsim::LossyLink link(bmc->port(), 0.0, std::chrono::microseconds(0));
+        link.afterClientDatagrams(30, [this] { bmc->stop(); });
+        const std::string host =
+            std::string(bmcsim::BmcSimulator::host()) + ":" + std::to_string(link.port());
+        const ToolRun run = tool(std::string("--format jsonl ") + command, host);
+        EXPECT_EQ(run.status, 3) << command;
+        const std::size_t read = lines(run.out);
+        EXPECT_GT(read, 0u);
+        EXPECT_LT(read, 35u);
+        EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'),
+                  static_cast<long>(countOf(run.out, ",\"complete\":false}")));
+        std::string expected = "ipmi-event-log: " + host +
+                               ": incomplete: BMC stopped answering after " + std::to_string(read) +
+                               " SEL entries";
+        if (std::string(command) == "list")
+            expected += "; severities, sensor names and auxiliary details may be missing";
+        EXPECT_EQ(run.err, expected + "\n");
+        bmc = sampleBmc();
+    }
 }
 
 }  // namespace

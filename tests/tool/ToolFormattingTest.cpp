@@ -99,7 +99,7 @@ TEST(ToolOutput, JsonIsOneArrayAndJsonlOneObjectALine) {
     const std::string object =
         "{\"host\":\"bmc1\",\"recordId\":28,\"timeStamp\":\"03/12/2015 16:57:54\",\"severity\":"
         "\"critical\",\"message\":\"(OS Stop / Shutdown - K\\u0000!\\u0090): Stop\",\"source\":"
-        "\"System Mgt Software. Channel 0. \",\"auxLog\":\"No Extended Data\"}";
+        "\"System Mgt Software. Channel 0. \",\"auxLog\":\"No Extended Data\",\"complete\":true}";
     EXPECT_EQ(write(rows, Format::Json).rfind("[\n " + object + ",\n {\"host\":\"bmc2\"", 0), 0u);
     EXPECT_EQ(write({}, Format::Json), "[]\n");
     EXPECT_EQ(write({rows[0]}, Format::Jsonl), object + "\n");
@@ -107,9 +107,32 @@ TEST(ToolOutput, JsonIsOneArrayAndJsonlOneObjectALine) {
 
 TEST(ToolOutput, CsvHasAHeaderAndCrLfLines) {
     EXPECT_EQ(write({{"bmc1", osStop()}}, Format::Csv),
-              "host,recordId,timeStamp,severity,message,source,auxLog\r\n"
+              "host,recordId,timeStamp,severity,message,source,auxLog,complete\r\n"
               "bmc1,0x001c,03/12/2015 16:57:54,critical,(OS Stop / Shutdown - K\\x00!\\x90): "
-              "Stop,System Mgt Software. Channel 0. ,No Extended Data\r\n");
+              "Stop,System Mgt Software. Channel 0. ,No Extended Data,true\r\n");
+}
+
+TEST(ToolOutput, RowsOfAHostThatStoppedAnsweringAreMarkedIncomplete) {
+    const EventRow event{"bmc1", osStop(), false};
+    EXPECT_NE(write({event}, Format::Jsonl).find(",\"complete\":false}\n"), std::string::npos);
+    EXPECT_NE(write({event}, Format::Csv).find(",No Extended Data,false\r\n"), std::string::npos);
+
+    Tolmar::IPMISELENTRY entry{};
+    entry.recordId[0] = 0x04;
+    const tool::EntryRow partial{"bmc1", entry, false};
+    tool::Style style;
+    style.format = Format::Jsonl;
+    std::ostringstream jsonl;
+    tool::writeEntries(jsonl, {partial}, style);
+    EXPECT_EQ(jsonl.str(),
+              "{\"host\":\"bmc1\",\"recordId\":4,\"bytes\":\"0400000000000000000000000000"
+              "0000\",\"complete\":false}\n");
+    style.format = Format::Csv;
+    std::ostringstream csv;
+    tool::writeEntries(csv, {partial}, style);
+    EXPECT_EQ(csv.str(),
+              "host,recordId,bytes,complete\r\n"
+              "bmc1,0x0004,04 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00,false\r\n");
 }
 
 TEST(ToolOutput, TableAlignsColumnsAndNamesHostsOfAFleet) {
