@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <iterator>
 #include <map>
@@ -16,6 +17,7 @@
 #include <string>
 
 #include "IpmiClientActivity.h"
+#include "IpmiCompletionCode.h"
 #include "Log.h"
 #include "RmcpPlusSession.h"
 
@@ -157,6 +159,48 @@ const char* adviceFor(Failure failure) {
     }
 }
 
+// "0A 43 ..." for a trace line.
+std::string hexText(const unsigned char* bytes, std::size_t size) {
+    static const char digits[] = "0123456789ABCDEF";
+    std::string text;
+    for (std::size_t i = 0; i < size; ++i) {
+        if (i != 0) text += ' ';
+        text += digits[bytes[i] >> 4];
+        text += digits[bytes[i] & 0x0F];
+    }
+    return text;
+}
+
+// Set User Password and Set Channel Security Keys carry secrets: a trace shows their length only.
+bool carriesSecret(unsigned char netFn, unsigned char command) {
+    constexpr unsigned char app = 0x06;
+    constexpr unsigned char setUserPassword = 0x47;
+    constexpr unsigned char setChannelSecurityKeys = 0x56;
+    return netFn == app && (command == setUserPassword || command == setChannelSecurityKeys);
+}
+
+void traceRequest(const std::string& target, unsigned char netFn, unsigned char command,
+                  const Bytes& data) {
+    char head[48];
+    std::snprintf(head, sizeof head, "request: netFn %02Xh command %02Xh", unsigned{netFn},
+                  unsigned{command});
+    Log(4, kLogSource, __LINE__).Stream()
+        << "to " << target << ": " << head << " data "
+        << (carriesSecret(netFn, command) ? "(" + std::to_string(data.size()) + " bytes, not shown)"
+                                          : "[" + hexText(data.data(), data.size()) + "]");
+}
+
+// `answer` holds the completion code and the data.
+void traceAnswer(const std::string& target, unsigned char netFn, unsigned char command,
+                 const Bytes& answer) {
+    char head[80];
+    std::snprintf(head, sizeof head, "answer: netFn %02Xh command %02Xh completion code %02Xh",
+                  unsigned{netFn} | 0x01u, unsigned{command}, unsigned{answer[0]});
+    Log(4, kLogSource, __LINE__).Stream()
+        << "from " << target << ": " << head << " (" << ipmiCompletionCodeName(answer[0])
+        << ") data [" << hexText(answer.data() + 1, answer.size() - 1) << "]";
+}
+
 bool isPortText(const std::string& port) {
     if (port.empty() || port.size() > 5) return false;
     for (char c : port) {
@@ -194,8 +238,10 @@ struct IpmiClient::Session {
         return target() + "|" + user + "|" + std::to_string(cipherSuite);
     }
     unsigned char userPrivilegeLimit(unsigned char granted);
-    // One request: true with the completion code and data in `answer`.
+    // One request, traced: true with the completion code and data in `answer`.
     bool exchange(unsigned char netFn, unsigned char command, const Bytes& data, Bytes& answer);
+    // The same without the trace, by the open transport.
+    bool transfer(unsigned char netFn, unsigned char command, const Bytes& data, Bytes& answer);
     std::string lastFailure() const;
     void close();
 };
@@ -354,6 +400,14 @@ void IpmiClient::Session::close() {
 void IpmiClient::disconnect() { session_->close(); }
 
 bool IpmiClient::Session::exchange(unsigned char netFn, unsigned char command, const Bytes& data,
+                                   Bytes& answer) {
+    traceRequest(target(), netFn, command, data);
+    if (!transfer(netFn, command, data, answer)) return false;
+    traceAnswer(target(), netFn, command, answer);
+    return true;
+}
+
+bool IpmiClient::Session::transfer(unsigned char netFn, unsigned char command, const Bytes& data,
                                    Bytes& answer) {
     if (rmcpPlus) return rmcpPlus->exchange(netFn, command, data, answer);
     // As on the LAN, a BMC that let the driver time out is gone: later requests fail at once.

@@ -18,6 +18,27 @@ int levelFromEnvironment() {
     return static_cast<int>(level);
 }
 
+// The text as it may go to a terminal: control bytes (a BMC's data, an OS stop record's
+// characters), DEL and bytes above it as \xNN, and the backslash doubled so that the escapes stay
+// unambiguous. Nothing a BMC sends can move a cursor or recolour a terminal.
+std::string printable(const std::string& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (unsigned char c : text) {
+        if (c == '\\') {
+            out += "\\\\";
+        } else if (c < 0x20 || c >= 0x7F) {
+            static const char digits[] = "0123456789ABCDEF";
+            out += "\\x";
+            out += digits[c >> 4];
+            out += digits[c & 0x0F];
+        } else {
+            out += static_cast<char>(c);
+        }
+    }
+    return out;
+}
+
 std::atomic<int>& minLevel() {
     static std::atomic<int> level{levelFromEnvironment()};
     return level;
@@ -30,9 +51,9 @@ Log::Log(int level, const char* source, int line) : level_(level), source_(sourc
 Log::~Log() {
     if (level_ > GetMinLogLevel()) return;
     // Formatted first and written with one call, so lines from several threads do not interleave.
-    // The text goes out byte for byte: callers may log raw bytes on purpose.
+    // Callers may stream raw bytes on purpose; they are shown escaped.
     std::string out = "[" + std::to_string(level_) + "] " + source_ + ":" + std::to_string(line_) +
-                      " " + text_.str() + "\n";
+                      " " + printable(text_.str()) + "\n";
     std::cerr.write(out.data(), static_cast<std::streamsize>(out.size()));
     std::cerr.flush();
 }

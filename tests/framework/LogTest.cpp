@@ -36,10 +36,10 @@ TEST_F(LogTest, LevelZeroSilencesFailuresToo) {
     EXPECT_EQ(capture.text(), "");
 }
 
-TEST_F(LogTest, WritesRawBytesUnchangedIncludingNul) {
+TEST_F(LogTest, EscapesControlBytesDelAndBytesAboveItAndDoublesTheBackslash) {
     LogCapture capture;
-    Log(1, "s", 7).Stream() << "code: " << '\0' << static_cast<char>(0xCB);
-    EXPECT_EQ(capture.text(), std::string("[1] s:7 code: \0\xCB\n", 17));
+    Log(1, "s", 7).Stream() << "code: " << '\0' << static_cast<char>(0xCB) << "\x1B[31m\x7F\n\\";
+    EXPECT_EQ(capture.text(), "[1] s:7 code: \\x00\\xCB\\x1B[31m\\x7F\\x0A\\\\\n");
 }
 
 TEST_F(LogTest, WritesNothingWhenNothingWasStreamedButTheLineItself) {

@@ -6,6 +6,7 @@
 #include "IpmiClient.h"
 #include "IpmiClientActivity.h"
 #include "LanFixture.h"
+#include "Log.h"
 #include "LogCapture.h"
 #include "LossyLink.h"
 
@@ -57,6 +58,55 @@ TEST_F(FrameworkClientTest, CountsRequestsAndSelEntriesForProgress) {
     const IpmiClientActivity after = ipmiClientActivity();
     EXPECT_EQ(after.requests - before.requests, 2ul);
     EXPECT_EQ(after.selEntries - before.selEntries, 1ul);
+}
+
+TEST_F(FrameworkClientTest, RecordsTheCallsOfItsThread) {
+    IpmiClient c = client();
+    ASSERT_EQ(c.connect(), 0);
+    startIpmiCallRecord();
+    Bytes response;
+    unsigned char completionCode = 0;
+    send(c, 0x0A, 0x43, {0, 0, 0x34, 0x12, 0, 0xFF}, response, completionCode);  // absent: CBh
+    send(c, 0x06, 0x01, {}, response, completionCode);                           // Get Device ID
+    const IpmiCallRecord record = ipmiCallRecord();
+    EXPECT_EQ(record.selEntries, 0ul);
+    EXPECT_EQ(record.transportFailures, 0ul);
+    EXPECT_EQ(record.lastCompletionCode, 0xCB);
+    EXPECT_EQ(record.lastRefusedNetFn, 0x0A);
+    EXPECT_EQ(record.lastRefusedCommand, 0x43);
+
+    c.disconnect();
+    send(c, 0x06, 0x01, {}, response, completionCode);
+    EXPECT_EQ(ipmiCallRecord().transportFailures, 1ul);
+    startIpmiCallRecord();
+    EXPECT_EQ(ipmiCallRecord().lastCompletionCode, 0x00);
+}
+
+TEST_F(FrameworkClientTest, TracesEachRequestAndAnswerAtLevelFour) {
+    IpmiClient c = client();
+    ASSERT_EQ(c.connect(), 0);
+    LogCapture capture;
+    Log::SetMinLogLevel(4);
+    Bytes response;
+    unsigned char completionCode = 0;
+    send(c, 0x0A, 0x43, {0, 0, 0x34, 0x12, 0, 0xFF}, response, completionCode);
+    send(c, 0x06, 0x47, {0x0A, 0x02, 's', 'e', 'c', 'r', 'e', 't'}, response, completionCode);
+    Log::SetMinLogLevel(1);
+    const std::string target = "127.0.0.1:" + std::to_string(bmc->port());
+    const std::string text = capture.text();
+    EXPECT_NE(
+        text.find("to " + target + ": request: netFn 0Ah command 43h data [00 00 34 12 00 FF]"),
+        std::string::npos)
+        << text;
+    EXPECT_NE(text.find("from " + target +
+                        ": answer: netFn 0Bh command 43h completion code CBh (requested sensor, "
+                        "data or record not present) data []"),
+              std::string::npos)
+        << text;
+    // Set User Password: its data is never shown.
+    EXPECT_NE(text.find("request: netFn 06h command 47h data (8 bytes, not shown)"),
+              std::string::npos);
+    EXPECT_EQ(text.find("secret"), std::string::npos);
 }
 
 TEST_F(FrameworkClientTest, PassesNonZeroCompletionCodesOnAsAnsweredRequests) {

@@ -5,6 +5,14 @@
 #include <sstream>
 #include <string>
 
+// How the framework's Log shows one byte of a line: printable ASCII as it is, anything else as
+// \xNN.
+inline std::string loggedByte(unsigned char byte) {
+    if (byte >= 0x20 && byte < 0x7F && byte != '\\') return std::string(1, static_cast<char>(byte));
+    static const char digits[] = "0123456789ABCDEF";
+    return std::string("\\x") + digits[byte >> 4] + digits[byte & 0x0F];
+}
+
 class LogCapture {
 public:
     LogCapture() : saved_(std::cerr.rdbuf(text_.rdbuf())) {}

@@ -385,10 +385,10 @@ TEST_F(BuilderLogTest, EachBuildTracesItsVariantWithTheRawPefSeverity) {
 
 TEST_F(BuilderLogTest, OsStopTracesItsRawBytes) {
     builder().buildMessage(event(0x20, 0x6F, 0x01, 0x00, 0x43, 0x41), RawSDR());
-    EXPECT_EQ(log.text(), std::string("[4] ipmi_event_log/IpmiEventBuilder:121 sensorType = OS "
-                                      "Stop / Shutdown ASCII code from sensor number, Event "
-                                      "Data2, Event Data3 = A") +
-                              '\0' + "C\n");
+    EXPECT_EQ(log.text(),
+              "[4] ipmi_event_log/IpmiEventBuilder:121 sensorType = OS Stop / Shutdown "
+              "ASCII code from sensor number, Event Data2, Event Data3 = A" +
+                  loggedByte(0x00) + "C\n");
 }
 
 TEST_F(BuilderLogTest, NothingIsTracedBelowLevelFour) {

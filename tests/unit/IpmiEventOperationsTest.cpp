@@ -30,10 +30,10 @@ const std::initializer_list<unsigned char> kTemperatureEvent = {
     0x59, 0x5A, 0x50,        // offset 9, reading 0x5A, threshold 0x50
 };
 
-// The log line for a failed SEL walk: the completion code follows as one raw byte.
+// The log line for a failed SEL walk: the completion code follows as one raw byte, which the log
+// shows escaped.
 std::string selWalkFailure(unsigned char completionCode) {
-    return std::string("getRawSelEntries completionCode: ") + static_cast<char>(completionCode) +
-           "\n";
+    return "getRawSelEntries completionCode: " + loggedByte(completionCode) + "\n";
 }
 
 class IpmiEventOperationsTest : public sim::OperationsTest {

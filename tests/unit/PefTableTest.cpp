@@ -33,7 +33,7 @@ SimulatedBmc::EventFilter filter(unsigned char configuration, unsigned char acti
 }
 
 std::string failureLine(const char* operation, unsigned char completionCode) {
-    return std::string(operation) + " completionCode: " + static_cast<char>(completionCode) + "\n";
+    return std::string(operation) + " completionCode: " + loggedByte(completionCode) + "\n";
 }
 
 class PefTableTest : public sim::OperationsTest {
