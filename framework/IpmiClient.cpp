@@ -121,6 +121,7 @@ enum class OpenFailure {
 OpenFailure classify(Failure failure) {
     switch (failure) {
         case Failure::UserNameRefused:
+        case Failure::UserNameUnanswered:
         case Failure::PasswordRefused:
             return OpenFailure::CredentialsRefused;
         case Failure::PrivilegeRefused:
@@ -135,6 +136,9 @@ const char* adviceFor(Failure failure) {
     switch (failure) {
         case Failure::UserNameRefused:
             return "check the user name; the BMC does not know it";
+        case Failure::UserNameUnanswered:
+            return "the BMC answered Open Session but not RAKP message 1, as some BMCs do for a "
+                   "user name they do not know: check the user name";
         case Failure::PasswordRefused:
             return "check the password";
         case Failure::PrivilegeRefused:
@@ -145,9 +149,15 @@ const char* adviceFor(Failure failure) {
         case Failure::AddressUnknown:
             return "check the BMC address";
         case Failure::CipherSuiteRefused:
-            return "choose a cipher suite the BMC offers (3 and 17 are common)";
+            return "the BMC does not offer this cipher suite; choose one it offers (17 and 3 are "
+                   "the common ones; this client speaks 0-3, 6 and 15-17)";
         case Failure::CipherSuiteUnsupported:
-            return "choose a cipher suite this client speaks (3 and 17 are common)";
+            return "choose a cipher suite this client speaks: 0-3, 6 or 15-17 (17 and 3 are the "
+                   "common ones)";
+        case Failure::CipherSuiteInsecure:
+            return "choose cipher suite 17 or 3, or set TOLMAR_IPMI_ALLOW_CIPHER_SUITE_0=1 to "
+                   "allow "
+                   "suite 0 all the same";
         case Failure::Ipmi20Unavailable:
             return "the BMC does not offer IPMI v2.0 (RMCP+) sessions";
         case Failure::BadSettings:
@@ -256,7 +266,15 @@ IpmiClient::IpmiClient(unsigned long localInterface)
 
 int IpmiClient::connect() {
     if (session_->isOpen()) return kConnected;
-    return session_->lan ? session_->openLan() : session_->openInband();
+    const int status = session_->lan ? session_->openLan() : session_->openInband();
+    if (status == kConnected && session_->rmcpPlus && !session_->rmcpPlus->signsPackets()) {
+        callRecord.warning = "cipher suite " + std::to_string(session_->cipherSuite) +
+                             " has no integrity check: answers from " + session_->target() +
+                             " can be forged or replayed by anyone on the network path; 17 and 3 "
+                             "have one";
+        Log(1, kLogSource, __LINE__).Stream() << "warning: " << callRecord.warning;
+    }
+    return status;
 }
 
 int IpmiClient::Session::openLan() {
@@ -305,9 +323,10 @@ int IpmiClient::Session::openLan() {
 
 int IpmiClient::Session::openFailed(Failure failure, const std::string& why) const {
     // The password is never part of the message, and the session's texts do not carry it either.
+    callRecord.connectFailure = why + "; " + adviceFor(failure);
     Log(1, kLogSource, __LINE__).Stream()
         << "cannot open an IPMI v2.0 session to " << target() << " as user \"" << user
-        << "\" with cipher suite " << cipherSuite << ": " << why << "; " << adviceFor(failure);
+        << "\" with cipher suite " << cipherSuite << ": " << callRecord.connectFailure;
     const OpenFailure kind = classify(failure);
     return kind == OpenFailure::CredentialsRefused || kind == OpenFailure::PrivilegeRefused
                ? kCredentialsRefused
@@ -322,9 +341,11 @@ Failure IpmiClient::Session::openAt(unsigned char privilege, std::string& why) {
         std::min(millisecondsFromEnvironment("TOLMAR_IPMI_RETRANSMISSION_TIMEOUT_MS",
                                              kDefaultRetransmissionTimeoutMs),
                  std::max(1u, timeoutMs / 2));
+    const char* allowZero = std::getenv("TOLMAR_IPMI_ALLOW_CIPHER_SUITE_0");
     auto session = std::make_unique<RmcpPlusSession>(RmcpPlusSession::Settings{
         address, port, user, password, cipherSuite, privilege, std::chrono::milliseconds(timeoutMs),
-        std::chrono::milliseconds(retransmissionMs)});
+        std::chrono::milliseconds(retransmissionMs),
+        allowZero != nullptr && std::string(allowZero) == "1"});
     const Failure failure = session->open();
     if (failure == Failure::None) {
         rmcpPlus = std::move(session);
@@ -380,11 +401,11 @@ int IpmiClient::Session::openInband() {
         found == 0 ? "none was found" : std::string(ipmi_ctx_errormsg(context));
     ipmi_ctx_destroy(context);
     context = nullptr;
-    Log(1, kLogSource, __LINE__).Stream()
-        << "no local IPMI interface could be opened (" << reason
-        << "); check that this machine has a BMC, that the ipmi_si and ipmi_devintf kernel "
-           "modules are loaded so that /dev/ipmi0 exists, and that this process may open it "
-           "(usually root)";
+    callRecord.connectFailure =
+        "no local IPMI interface could be opened (" + reason +
+        "); check that this machine has a BMC, that the ipmi_si and ipmi_devintf kernel modules "
+        "are loaded so that /dev/ipmi0 exists, and that this process may open it (usually root)";
+    Log(1, kLogSource, __LINE__).Stream() << callRecord.connectFailure;
     return kFailed;
 }
 

@@ -56,6 +56,26 @@ std::string statusText(unsigned char status) {
     return "RMCP+ status " + std::string(code) + " (" + text + ")";
 }
 
+RmcpPlusSession::Failure failureFor(unsigned char status);
+
+}  // namespace
+
+// Every answer starts with the tag, the status, two reserved bytes and our session ID, and a
+// refusal may end there. Anyone on the network path can send a refusal, so one that would change
+// what the client believes of the user (a privilege level or the credentials refused: remembered,
+// or ending the search) counts only with our session ID. Other refusals end the attempt either
+// way, as a dropped packet could; some BMCs (OpenIPMI's simulator) send them as tag and status
+// alone.
+bool RmcpPlusSession::believable(const Bytes& answer) const {
+    if (answer.size() >= 8)
+        return RmcpPlusCodec::littleEndian32(&answer[4]) == rakp_.consoleSessionId;
+    const Failure failure = failureFor(answer[1]);
+    return answer[1] != 0x00 &&
+           (failure == Failure::CipherSuiteRefused || failure == Failure::BmcRefused);
+}
+
+namespace {
+
 RmcpPlusSession::Failure failureFor(unsigned char status) {
     using Failure = RmcpPlusSession::Failure;
     switch (status) {
@@ -107,6 +127,10 @@ RmcpPlusSession::Failure RmcpPlusSession::open() {
     if (!suite) {
         return fail(Failure::CipherSuiteUnsupported,
                     "this client speaks cipher suites " + std::string(kSupportedCipherSuites));
+    }
+    if (!suite->authenticates() && !settings_.allowCipherSuiteZero) {
+        return fail(Failure::CipherSuiteInsecure,
+                    "cipher suite 0 authenticates nobody: the BMC accepts any password");
     }
     suite_ = *suite;
     initializeLibgcrypt();
@@ -184,7 +208,7 @@ RmcpPlusSession::Failure RmcpPlusSession::openSession(Clock::time_point deadline
     // three algorithm records, each with its algorithm at offset 4.
     if (answer[1] != 0x00)
         return fail(failureFor(answer[1]), "Open Session refused: " + statusText(answer[1]));
-    if (answer.size() < 36 || RmcpPlusCodec::littleEndian32(&answer[4]) != rakp_.consoleSessionId) {
+    if (answer.size() < 36) {
         return fail(Failure::BmcRefused, "an Open Session answer that does not fit the request");
     }
     // Bits 7:6 of each algorithm byte are reserved.
@@ -194,6 +218,9 @@ RmcpPlusSession::Failure RmcpPlusSession::openSession(Clock::time_point deadline
                     "the BMC answered Open Session with other algorithms");
     }
     rakp_.bmcSessionId = RmcpPlusCodec::littleEndian32(&answer[8]);
+    // Session ID 0 stands for "no session" in every later packet.
+    if (rakp_.bmcSessionId == 0)
+        return fail(Failure::BmcRefused, "the BMC answered Open Session with session ID 0");
     return Failure::None;
 }
 
@@ -209,7 +236,7 @@ RmcpPlusSession::Failure RmcpPlusSession::authenticate(Clock::time_point deadlin
                                             rakp_.role, rakp_.user);
             },
             RmcpPlusCodec::kRakp2, deadline, answer)) {
-        return fail(Failure::NoAnswer, "no answer to RAKP message 1");
+        return fail(Failure::UserNameUnanswered, "no answer to RAKP message 1");
     }
     if (answer[1] != 0x00)
         return fail(failureFor(answer[1]), "RAKP message 1 refused: " + statusText(answer[1]));
@@ -220,8 +247,7 @@ RmcpPlusSession::Failure RmcpPlusSession::authenticate(Clock::time_point deadlin
     const std::size_t codeLength = user ? user->length() : 0;
     // Tag, status, reserved, our session ID, Rc, the BMC's GUID, its key exchange code.
     constexpr std::size_t codeStart = 8 + 2 * RmcpPlusCodec::kRandomLength;
-    if (answer.size() < codeStart + codeLength ||
-        RmcpPlusCodec::littleEndian32(&answer[4]) != rakp_.consoleSessionId) {
+    if (answer.size() < codeStart + codeLength) {
         return fail(Failure::BmcRefused, "a RAKP message 2 that does not fit the request");
     }
     std::copy_n(&answer[8], RmcpPlusCodec::kRandomLength, rakp_.bmcRandom);
@@ -255,8 +281,7 @@ RmcpPlusSession::Failure RmcpPlusSession::authenticate(Clock::time_point deadlin
     if (answer[1] != 0x00)
         return fail(failureFor(answer[1]), "RAKP message 3 refused: " + statusText(answer[1]));
     const std::size_t checkLength = suite_.authenticates() ? suite_.integrityCheckLength : 0;
-    if (answer.size() < 8 + checkLength ||
-        RmcpPlusCodec::littleEndian32(&answer[4]) != rakp_.consoleSessionId) {
+    if (answer.size() < 8 + checkLength) {
         return fail(Failure::BmcRefused, "a RAKP message 4 that does not fit the request");
     }
     if (sessionIntegrity) {
@@ -300,10 +325,9 @@ bool RmcpPlusSession::handshake(unsigned char requestType,
     // the step afresh for a resent request.
     return transact([&] { return RmcpPlusCodec::sessionSetupPacket(requestType, build(++tag_)); },
                     [&](const unsigned char* datagram, std::size_t size) {
-                        // Tag and status come first in every answer.
                         return RmcpPlusCodec::sessionSetupPayload(datagram, size, answerType,
                                                                   answer) &&
-                               answer.size() >= 2 && answer[0] == tag_;
+                               answer.size() >= 2 && answer[0] == tag_ && believable(answer);
                     },
                     deadline);
 }

@@ -24,6 +24,7 @@ public:
         unsigned char privilege;                   // 2 user, 3 operator, 4 administrator
         std::chrono::milliseconds timeout;         // to open the session, and for each answer
         std::chrono::milliseconds retransmission;  // between sends of an unanswered packet
+        bool allowCipherSuiteZero;                 // RAKP-none: no authentication at all
     };
 
     // Why a session did not open.
@@ -31,12 +32,14 @@ public:
         None,
         BadSettings,             // a user name or password longer than IPMI allows
         CipherSuiteUnsupported,  // not a suite this client speaks
+        CipherSuiteInsecure,     // cipher suite 0, not allowed by the settings
         AddressUnknown,
         SystemError,  // no UDP socket
         NoAnswer,
         Ipmi20Unavailable,
         CipherSuiteRefused,  // the BMC does not offer the suite
         UserNameRefused,
+        UserNameUnanswered,  // RAKP 1 unanswered after Open Session was: how some BMCs refuse
         PasswordRefused,
         PrivilegeRefused,  // not granted to this user
         BmcRefused,        // any other refusal, or an answer that makes no sense
@@ -48,6 +51,9 @@ public:
     RmcpPlusSession& operator=(const RmcpPlusSession&) = delete;
 
     Failure open();
+    // Whether the open session's packets carry integrity check values: without them, answers can
+    // be forged or replayed by anyone on the path.
+    bool signsPackets() const { return suite_.signsPackets(); }
     // What went wrong last, for a log line (never the password).
     const std::string& failureText() const { return failureText_; }
     // One request in the open session: true with the completion code and data in `answer`.
@@ -67,6 +73,8 @@ private:
     Failure setPrivilege();
     // One handshake step: sends a payload built with a fresh message tag, resending until an
     // answer of `answerType` carrying that tag arrives; its payload goes to `answer`.
+    // Whether a handshake answer of the right tag is taken (see the definition).
+    bool believable(const Bytes& answer) const;
     bool handshake(unsigned char requestType, const std::function<Bytes(unsigned char tag)>& build,
                    unsigned char answerType, Clock::time_point deadline, Bytes& answer);
     // Sends what `nextPacket` gives, again after each retransmission interval, until `accept`
@@ -85,7 +93,7 @@ private:
     unsigned char requestSequence_ = 0;
     RmcpPlusCodec::Rakp rakp_;
     std::unique_ptr<RmcpPlusCodec> codec_;  // once the session is active
-    bool bmcAnswering_ = true;  // until a request goes unanswered for the whole timeout
+    bool bmcAnswering_ = true;              // until a request goes unanswered for the whole timeout
     std::string failureText_;
     Bytes datagram_;
 };

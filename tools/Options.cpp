@@ -31,8 +31,10 @@ const char* const kUsage =
     "  -U, --user NAME   user name\n"
     "  -E                password from the environment variable IPMI_PASSWORD\n"
     "  -f FILE           password from the first line of FILE\n"
-    "  -P PASSWORD       password on the command line (visible to other users)\n"
+    "  -P PASSWORD       password on the command line (erased from the process's arguments\n"
+    "                    once it starts, but visible to other users until then)\n"
     "  -C, --cipher-suite N   cipher suite ID (3)\n"
+    "  --insecure-cipher-suite-0   allow cipher suite 0: no authentication, any password\n"
     "  -L, --privilege L      admin, operator or user (the highest the BMC grants)\n"
     "  --fanout N        hosts read at once (8)\n"
     "\n"
@@ -96,7 +98,23 @@ std::string passwordFromFile(const std::string& path) {
     std::ifstream in(path);
     std::string line;
     if (!in || !std::getline(in, line)) throw UsageError("cannot read a password from " + path);
+    // A file written on Windows ends its lines with CR LF.
+    if (!line.empty() && line.back() == '\r') line.pop_back();
     return line;
+}
+
+// What IPMI v2.0 allows over the LAN (RAKP message 1 and the user's key K_uid).
+void checkCredentialLengths(const Options& options) {
+    constexpr std::size_t longestUserName = 16;
+    constexpr std::size_t longestPassword = 20;
+    if (options.user.size() > longestUserName) {
+        throw UsageError("the user name is " + std::to_string(options.user.size()) +
+                         " bytes long; IPMI v2.0 allows at most 16");
+    }
+    if (options.password.size() > longestPassword) {
+        throw UsageError("the password is " + std::to_string(options.password.size()) +
+                         " bytes long; IPMI v2.0 allows at most 20");
+    }
 }
 
 std::string promptForPassword(const std::string& host) {
@@ -202,6 +220,8 @@ Options parseOptions(const std::vector<std::string>& args) {
         } else if (arg == "-C" || arg == "--cipher-suite") {
             options.cipherSuite =
                 static_cast<unsigned short>(parseNumber(value(i), 255, "cipher suite"));
+        } else if (arg == "--insecure-cipher-suite-0") {
+            options.insecureCipherSuiteZero = true;
         } else if (arg == "-L" || arg == "--privilege") {
             options.privilege = parsePrivilege(value(i));
         } else if (arg == "--format") {
@@ -244,6 +264,12 @@ Options parseOptions(const std::vector<std::string>& args) {
     if (!options.hosts.empty() && !passwordGiven && isatty(STDIN_FILENO)) {
         options.password =
             promptForPassword(options.hosts.size() == 1 ? options.hosts[0] : "the BMCs");
+    }
+    if (!options.hosts.empty()) checkCredentialLengths(options);
+    if (options.cipherSuite == 0 && !options.insecureCipherSuiteZero) {
+        throw UsageError(
+            "cipher suite 0 authenticates nobody: the BMC accepts any password and answers "
+            "cannot be trusted; --insecure-cipher-suite-0 allows it all the same");
     }
     return options;
 }

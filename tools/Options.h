@@ -22,6 +22,7 @@ struct Options {
     std::string user;
     std::string password;
     unsigned short cipherSuite = 3;
+    bool insecureCipherSuiteZero = false;  // cipher suite 0 allowed (no authentication at all)
     std::string privilege;  // admin, operator, user; empty: the highest the BMC grants
     Format format = Format::Table;
     bool wide = false;

@@ -91,13 +91,14 @@ std::string failureText(const std::string& host, const HostResult& r) {
         case IpmiEventLog::EL_BUSY:
             return name + " is busy (the SEL could not be reserved or is being erased): try again";
         case IpmiEventLog::EL_CONNECTION_FAIL:
-            return host.empty()
-                       ? "no local BMC interface: check the ipmi_si and ipmi_devintf kernel "
-                         "modules "
-                         "and /dev/ipmi0 (run with -v for details)"
-                       : "cannot connect to " + name +
-                             ": check the address, the port and that IPMI over LAN is enabled";
+            // The framework says what failed and what to check, where it could tell.
+            if (!r.record.connectFailure.empty())
+                return "cannot connect to " + name + ": " + r.record.connectFailure;
+            return "cannot connect to " + name +
+                   ": check the address, the port and that IPMI over LAN is enabled";
         case IpmiEventLog::EL_AUTHTICATION_FAIL:
+            if (!r.record.connectFailure.empty())
+                return "authentication refused by " + name + ": " + r.record.connectFailure;
             return "authentication refused by " + name + ": check user, password and privilege";
         case IpmiEventLog::EL_NOT_FOUND:
             return name + " has no SEL record with that ID";
@@ -309,12 +310,22 @@ tool::Style outputStyle(const Options& options) {
     return style;
 }
 
+// Erases the value of -P from the process's arguments, which other users can read in
+// /proc/PID/cmdline (the copy parsed is kept).
+void erasePasswordArgument(int argc, char** argv) {
+    for (int i = 1; i + 1 < argc; ++i) {
+        if (std::strcmp(argv[i], "-P") == 0) std::memset(argv[i + 1], 0, std::strlen(argv[i + 1]));
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     Options options;
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    erasePasswordArgument(argc, argv);
     try {
-        options = tool::parseOptions(std::vector<std::string>(argv + 1, argv + argc));
+        options = tool::parseOptions(arguments);
         if (options.command == "help") {
             std::cout << tool::kUsage;
             return 0;
@@ -334,6 +345,7 @@ int main(int argc, char** argv) {
     }
     // How sessions are opened is the framework client's setting.
     if (!options.privilege.empty()) setenv("TOLMAR_IPMI_PRIVILEGE", options.privilege.c_str(), 1);
+    if (options.insecureCipherSuiteZero) setenv("TOLMAR_IPMI_ALLOW_CIPHER_SUITE_0", "1", 1);
 
     std::vector<HostResult> results = runAll(options);
     std::vector<EventRow> events;
@@ -357,6 +369,10 @@ int main(int argc, char** argv) {
                 problems += "ipmi-event-log: " + incompleteText(hosts[i], r, options) + "\n";
         }
         status = std::max(status, exitStatus(r));
+        // Once for the run, however many hosts it concerns.
+        const std::string warning = "ipmi-event-log: warning: " + r.record.warning + "\n";
+        if (!r.record.warning.empty() && problems.find(warning) == std::string::npos)
+            problems.insert(0, warning);
     }
     // Headers and brackets only for something read: a failed read prints nothing on stdout.
     const tool::Style style = outputStyle(options);

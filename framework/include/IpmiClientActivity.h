@@ -2,6 +2,8 @@
 // and, of them, SEL entries read (Get SEL Entry). Counted across all clients and threads.
 #pragma once
 
+#include <string>
+
 struct IpmiClientActivity {
     unsigned long requests;
     unsigned long selEntries;
@@ -18,6 +20,8 @@ struct IpmiCallRecord {
     unsigned char lastCompletionCode = 0;  // the last completion code other than 00h, or 00h
     unsigned char lastRefusedNetFn = 0;    // and the request it answered
     unsigned char lastRefusedCommand = 0;
+    std::string connectFailure;  // why the last connect failed and what to check, or empty
+    std::string warning;         // what to know about the last session opened, or empty
 };
 
 void startIpmiCallRecord();

@@ -121,10 +121,45 @@ TEST_F(FrameworkClientTest, PassesNonZeroCompletionCodesOnAsAnsweredRequests) {
 }
 
 TEST_F(FrameworkClientTest, EveryCipherSuiteTheSimulatorOffersOpensASession) {
+    const ScopedEnvironment allowZero("TOLMAR_IPMI_ALLOW_CIPHER_SUITE_0", "1");
     for (unsigned long suite : {0ul, 1ul, 2ul, 3ul, 6ul}) {
         IpmiClient c = client(kAdministrator, suite);
         EXPECT_EQ(c.connect(), 0) << "cipher suite " << suite;
     }
+}
+
+TEST_F(FrameworkClientTest, CipherSuiteZeroIsRefusedUnlessAllowedForItAcceptsAnyPassword) {
+    const LanUser wrongPassword{kAdministrator.name, "not-the-password", "admin"};
+    LogCapture log;
+    startIpmiCallRecord();
+    IpmiClient refused = client(wrongPassword, 0);
+    EXPECT_EQ(refused.connect(), 1);
+    EXPECT_EQ(ipmiCallRecord().connectFailure,
+              "cipher suite 0 authenticates nobody: the BMC accepts any password; choose cipher "
+              "suite 17 or 3, or set TOLMAR_IPMI_ALLOW_CIPHER_SUITE_0=1 to allow suite 0 all the "
+              "same");
+    const ScopedEnvironment allowZero("TOLMAR_IPMI_ALLOW_CIPHER_SUITE_0", "1");
+    IpmiClient allowed = client(wrongPassword, 0);
+    EXPECT_EQ(allowed.connect(), 0);  // what the setting's name warns of
+}
+
+TEST_F(FrameworkClientTest, SuitesWithoutIntegrityWarnOnEveryConnect) {
+    const std::string warning =
+        "cipher suite 1 has no integrity check: answers from 127.0.0.1:" +
+        std::to_string(bmc->port()) +
+        " can be forged or replayed by anyone on the network path; 17 and 3 have one";
+    for (int connect = 0; connect < 2; ++connect) {
+        LogCapture log;
+        startIpmiCallRecord();
+        IpmiClient c = client(kAdministrator, 1);
+        ASSERT_EQ(c.connect(), 0);
+        EXPECT_EQ(ipmiCallRecord().warning, warning);
+        EXPECT_NE(log.text().find("warning: " + warning), std::string::npos) << log.text();
+    }
+    startIpmiCallRecord();
+    IpmiClient signing = client(kAdministrator, 3);
+    ASSERT_EQ(signing.connect(), 0);
+    EXPECT_EQ(ipmiCallRecord().warning, "");
 }
 
 TEST_F(FrameworkClientTest, CipherSuiteTheBmcDoesNotOfferIsAConnectionFailure) {
@@ -135,6 +170,10 @@ TEST_F(FrameworkClientTest, CipherSuiteTheBmcDoesNotOfferIsAConnectionFailure) {
     EXPECT_NE(status, 0);
     EXPECT_NE(status, 2);
     EXPECT_NE(log.text().find("with cipher suite 17"), std::string::npos) << log.text();
+    EXPECT_NE(log.text().find("the BMC does not offer this cipher suite; choose one it offers (17 "
+                              "and 3 are the common ones; this client speaks 0-3, 6 and 15-17)"),
+              std::string::npos)
+        << log.text();
 }
 
 TEST_F(FrameworkClientTest, FallsBackToTheHighestPrivilegeTheUserHas) {

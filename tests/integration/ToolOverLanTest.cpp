@@ -3,11 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
+#include <iterator>
 #include <sstream>
+#include <thread>
 
 #include "LanFixture.h"
 #include "LossyLink.h"
@@ -171,8 +174,102 @@ TEST_F(ToolOverLanTest, ReportsStatusAndRefusals) {
     const std::size_t n = fread(buffer, 1, sizeof buffer - 1, pipe);
     const int status = pclose(pipe);
     EXPECT_EQ(WEXITSTATUS(status), 14);
-    EXPECT_EQ(std::string(buffer, n), "ipmi-event-log: authentication refused by " + hostOf(*bmc) +
-                                          ": check user, password and privilege\n");
+    EXPECT_EQ(std::string(buffer, n),
+              "ipmi-event-log: authentication refused by " + hostOf(*bmc) +
+                  ": RAKP message 1 refused: RMCP+ status 0Dh (unauthorized name); check the user "
+                  "name; the BMC does not know it\n");
+}
+
+TEST_F(ToolOverLanTest, EachConnectFailureSaysWhatFailedAndWhatToCheck) {
+    const std::string prefix = "ipmi-event-log: ";
+    const ToolRun wrongPassword = tool("-P wrong-password status");
+    EXPECT_EQ(wrongPassword.status, 14);
+    EXPECT_EQ(wrongPassword.err, prefix + "authentication refused by " + hostOf(*bmc) +
+                                     ": the BMC's RAKP message 2 does not match this password; "
+                                     "check the password\n");
+    const ToolRun unspoken = tool("-C 7 status");
+    EXPECT_EQ(unspoken.status, 13);
+    EXPECT_EQ(unspoken.err, prefix + "cannot connect to " + hostOf(*bmc) +
+                                ": this client speaks cipher suites 0-3, 6 and 15-17; choose a "
+                                "cipher suite this client speaks: 0-3, 6 or 15-17 (17 and 3 are "
+                                "the common ones)\n");
+    const ToolRun notOffered = tool("-C 17 status");
+    EXPECT_EQ(notOffered.status, 13);
+    EXPECT_EQ(notOffered.err, prefix + "cannot connect to " + hostOf(*bmc) +
+                                  ": Open Session refused: RMCP+ status 04h (invalid "
+                                  "authentication algorithm); the BMC does not offer this cipher "
+                                  "suite; choose one it offers (17 and 3 are the common ones; this "
+                                  "client speaks 0-3, 6 and 15-17)\n");
+}
+
+TEST_F(ToolOverLanTest, CipherSuiteZeroNeedsItsInsecureOptionAndOthersWithoutIntegrityWarn) {
+    const ToolRun refused = tool("-C 0 -P wrong-password status");
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_EQ(refused.out, "");
+    EXPECT_EQ(refused.err.rfind("ipmi-event-log: cipher suite 0 authenticates nobody: the BMC "
+                                "accepts any password and answers cannot be trusted; "
+                                "--insecure-cipher-suite-0 allows it all the same\n",
+                                0),
+              0u)
+        << refused.err;
+    EXPECT_EQ(tool("-C 0 --insecure-cipher-suite-0 status").status, 0);
+
+    const ToolRun unsigned_ = tool("-C 1 --format jsonl raw");
+    EXPECT_EQ(unsigned_.status, 0);
+    EXPECT_EQ(lines(unsigned_.out), 35u);
+    EXPECT_EQ(unsigned_.err,
+              "ipmi-event-log: warning: cipher suite 1 has no integrity check: "
+              "answers from " +
+                  hostOf(*bmc) +
+                  " can be forged or replayed by anyone on the network path; 17 "
+                  "and 3 have one\n");
+}
+
+TEST_F(ToolOverLanTest, CredentialsLongerThanIpmiAllowsAreACommandLineError) {
+    const ToolRun password = tool("-P 123456789012345678901 status");
+    EXPECT_EQ(password.status, 2);
+    EXPECT_EQ(password.err.rfind("ipmi-event-log: the password is 21 bytes long; IPMI v2.0 allows "
+                                 "at most 20\n",
+                                 0),
+              0u);
+    const ToolRun user = tool("-U abcdefghijklmnopq status");
+    EXPECT_EQ(user.status, 2);
+    EXPECT_EQ(user.err.rfind("ipmi-event-log: the user name is 17 bytes long; IPMI v2.0 allows at "
+                             "most 16\n",
+                             0),
+              0u);
+}
+
+TEST_F(ToolOverLanTest, APasswordFileWithCrLfLinesIsRead) {
+    const std::string file = scratch.file("password");
+    std::ofstream(file) << bmcsim::kAdministrator.password << "\r\n";
+    EXPECT_EQ(tool("-f " + file + " status").status, 0);
+}
+
+TEST_F(ToolOverLanTest, ThePasswordGivenWithPIsErasedFromTheProcessArguments) {
+    // A tool that waits 3 s for a BMC that does not answer: long enough to be looked at once it
+    // has started.
+    bmc->stop();
+    const std::string host = hostOf(*bmc);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        setenv("TOLMAR_IPMI_SESSION_TIMEOUT_MS", "3000", 1);
+        execl(TOOL_PATH, TOOL_PATH, "-H", host.c_str(), "-U", "admin", "-P", "Secret-Pass1",
+              "status", static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    const auto arguments = [child] {
+        std::ifstream in("/proc/" + std::to_string(child) + "/cmdline", std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    };
+    for (int attempt = 0; attempt < 100 && arguments().rfind(TOOL_PATH, 0) != 0; ++attempt)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    const std::string seen = arguments();
+    waitpid(child, nullptr, 0);
+    EXPECT_NE(seen.find(std::string("-P\0\0", 4)), std::string::npos) << seen;
+    EXPECT_EQ(seen.find("Secret"), std::string::npos);
 }
 
 TEST_F(ToolOverLanTest, BadCommandLinesExitWithTwo) {
@@ -193,7 +290,8 @@ TEST_F(ToolOverLanTest, ReadsAFleetInParallelAndReportsTheHostThatIsDown) {
     EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 71);
     EXPECT_NE(run.out.find("\r\n" + hostOf(*second) + ",0x0023,"), std::string::npos);
     EXPECT_EQ(run.err, "ipmi-event-log: cannot connect to " + hostOf(*down) +
-                           ": check the address, the port and that IPMI over LAN is enabled\n");
+                           ": no answer from the BMC; check the address and port, that the BMC is "
+                           "powered and that IPMI over LAN is enabled on it\n");
     const ToolRun table = tool("list", hosts);
     EXPECT_EQ(table.out.rfind("HOST", 0), 0u);
 }
