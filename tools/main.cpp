@@ -94,8 +94,11 @@ std::string failureText(const std::string& host, const HostResult& r) {
             // The framework says what failed and what to check, where it could tell.
             if (!r.record.connectFailure.empty())
                 return "cannot connect to " + name + ": " + r.record.connectFailure;
-            return "cannot connect to " + name +
-                   ": check the address, the port and that IPMI over LAN is enabled";
+            return host.empty() ? "no local BMC interface: check the ipmi_si and ipmi_devintf "
+                                  "kernel modules and /dev/ipmi0 (run with -v for details)"
+                                : "cannot connect to " + name +
+                                      ": check the address, the port and that IPMI over LAN is "
+                                      "enabled";
         case IpmiEventLog::EL_AUTHTICATION_FAIL:
             if (!r.record.connectFailure.empty())
                 return "authentication refused by " + name + ": " + r.record.connectFailure;

@@ -78,6 +78,14 @@ protected:
         return run;
     }
 
+    // The tool refuses the command line: exit 2, nothing on stdout, `message` first on stderr.
+    void expectUsageError(const std::string& arguments, const std::string& message) const {
+        const ToolRun run = tool(arguments);
+        EXPECT_EQ(run.status, 2) << arguments;
+        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(run.err.rfind("ipmi-event-log: " + message + "\n", 0), 0u) << run.err;
+    }
+
     std::unique_ptr<bmcsim::BmcSimulator> bmc;
     bmcsim::ScratchDirectory scratch;
 };
@@ -181,37 +189,53 @@ TEST_F(ToolOverLanTest, ReportsStatusAndRefusals) {
 }
 
 TEST_F(ToolOverLanTest, EachConnectFailureSaysWhatFailedAndWhatToCheck) {
-    const std::string prefix = "ipmi-event-log: ";
-    const ToolRun wrongPassword = tool("-P wrong-password status");
-    EXPECT_EQ(wrongPassword.status, 14);
-    EXPECT_EQ(wrongPassword.err, prefix + "authentication refused by " + hostOf(*bmc) +
-                                     ": the BMC's RAKP message 2 does not match this password; "
-                                     "check the password\n");
-    const ToolRun unspoken = tool("-C 7 status");
-    EXPECT_EQ(unspoken.status, 13);
-    EXPECT_EQ(unspoken.err, prefix + "cannot connect to " + hostOf(*bmc) +
-                                ": this client speaks cipher suites 0-3, 6 and 15-17; choose a "
-                                "cipher suite this client speaks: 0-3, 6 or 15-17 (17 and 3 are "
-                                "the common ones)\n");
-    const ToolRun notOffered = tool("-C 17 status");
-    EXPECT_EQ(notOffered.status, 13);
-    EXPECT_EQ(notOffered.err, prefix + "cannot connect to " + hostOf(*bmc) +
-                                  ": Open Session refused: RMCP+ status 04h (invalid "
-                                  "authentication algorithm); the BMC does not offer this cipher "
-                                  "suite; choose one it offers (17 and 3 are the common ones; this "
-                                  "client speaks 0-3, 6 and 15-17)\n");
+    struct Case {
+        const char* arguments;
+        int status;
+        const char* failure;  // after "ipmi-event-log: "
+        const char* reason;   // after the host
+    };
+    const Case cases[] = {
+        {"-P wrong-password status", 14, "authentication refused by ",
+         ": the BMC's RAKP message 2 does not match this password; check the password"},
+        {"-C 7 status", 13, "cannot connect to ",
+         ": this client speaks cipher suites 0-3, 6 and 15-17; choose a cipher suite this client "
+         "speaks: 0-3, 6 or 15-17 (17 and 3 are the common ones)"},
+        {"-C 17 status", 13, "cannot connect to ",
+         ": Open Session refused: RMCP+ status 04h (invalid authentication algorithm); the BMC "
+         "does not offer this cipher suite; choose one it offers (17 and 3 are the common ones; "
+         "this client speaks 0-3, 6 and 15-17)"},
+    };
+    for (const Case& c : cases) {
+        const ToolRun run = tool(c.arguments);
+        EXPECT_EQ(run.status, c.status) << c.arguments;
+        EXPECT_EQ(run.err,
+                  "ipmi-event-log: " + std::string(c.failure) + hostOf(*bmc) + c.reason + "\n");
+    }
+}
+
+TEST_F(ToolOverLanTest, NoLocalBmcSaysWhatToCheck) {
+    // This machine has no BMC of its own: the in-band interface is not found.
+    FILE* pipe = popen(TOOL_PATH " status 2>&1 </dev/null", "r");
+    char buffer[1024] = {};
+    const std::size_t n = fread(buffer, 1, sizeof buffer - 1, pipe);
+    EXPECT_EQ(WEXITSTATUS(pclose(pipe)), 13);
+    const std::string text(buffer, n);
+    EXPECT_EQ(text.rfind("ipmi-event-log: cannot connect to the local BMC: no local IPMI interface "
+                         "could be opened (",
+                         0),
+              0u)
+        << text;
+    EXPECT_NE(text.find("); check that this machine has a BMC, that the ipmi_si and ipmi_devintf "
+                        "kernel modules are loaded so that /dev/ipmi0 exists, and that this "
+                        "process may open it (usually root)\n"),
+              std::string::npos);
 }
 
 TEST_F(ToolOverLanTest, CipherSuiteZeroNeedsItsInsecureOptionAndOthersWithoutIntegrityWarn) {
-    const ToolRun refused = tool("-C 0 -P wrong-password status");
-    EXPECT_EQ(refused.status, 2);
-    EXPECT_EQ(refused.out, "");
-    EXPECT_EQ(refused.err.rfind("ipmi-event-log: cipher suite 0 authenticates nobody: the BMC "
-                                "accepts any password and answers cannot be trusted; "
-                                "--insecure-cipher-suite-0 allows it all the same\n",
-                                0),
-              0u)
-        << refused.err;
+    expectUsageError("-C 0 -P wrong-password status",
+                     "cipher suite 0 authenticates nobody: the BMC accepts any password and "
+                     "answers cannot be trusted; --insecure-cipher-suite-0 allows it all the same");
     EXPECT_EQ(tool("-C 0 --insecure-cipher-suite-0 status").status, 0);
 
     const ToolRun unsigned_ = tool("-C 1 --format jsonl raw");
@@ -226,18 +250,10 @@ TEST_F(ToolOverLanTest, CipherSuiteZeroNeedsItsInsecureOptionAndOthersWithoutInt
 }
 
 TEST_F(ToolOverLanTest, CredentialsLongerThanIpmiAllowsAreACommandLineError) {
-    const ToolRun password = tool("-P 123456789012345678901 status");
-    EXPECT_EQ(password.status, 2);
-    EXPECT_EQ(password.err.rfind("ipmi-event-log: the password is 21 bytes long; IPMI v2.0 allows "
-                                 "at most 20\n",
-                                 0),
-              0u);
-    const ToolRun user = tool("-U abcdefghijklmnopq status");
-    EXPECT_EQ(user.status, 2);
-    EXPECT_EQ(user.err.rfind("ipmi-event-log: the user name is 17 bytes long; IPMI v2.0 allows at "
-                             "most 16\n",
-                             0),
-              0u);
+    expectUsageError("-P 123456789012345678901 status",
+                     "the password is 21 bytes long; IPMI v2.0 allows at most 20");
+    expectUsageError("-U abcdefghijklmnopq status",
+                     "the user name is 17 bytes long; IPMI v2.0 allows at most 16");
 }
 
 TEST_F(ToolOverLanTest, APasswordFileWithCrLfLinesIsRead) {

@@ -120,17 +120,17 @@ TEST(ToolOutput, RowsOfAHostThatStoppedAnsweringAreMarkedIncomplete) {
     Tolmar::IPMISELENTRY entry{};
     entry.recordId[0] = 0x04;
     const tool::EntryRow partial{"bmc1", entry, false};
-    tool::Style style;
-    style.format = Format::Jsonl;
-    std::ostringstream jsonl;
-    tool::writeEntries(jsonl, {partial}, style);
-    EXPECT_EQ(jsonl.str(),
+    const auto written = [&partial](Format format) {
+        tool::Style style;
+        style.format = format;
+        std::ostringstream out;
+        tool::writeEntries(out, {partial}, style);
+        return out.str();
+    };
+    EXPECT_EQ(written(Format::Jsonl),
               "{\"host\":\"bmc1\",\"recordId\":4,\"bytes\":\"0400000000000000000000000000"
               "0000\",\"complete\":false}\n");
-    style.format = Format::Csv;
-    std::ostringstream csv;
-    tool::writeEntries(csv, {partial}, style);
-    EXPECT_EQ(csv.str(),
+    EXPECT_EQ(written(Format::Csv),
               "host,recordId,bytes,complete\r\n"
               "bmc1,0x0004,04 00 00 00 00 00 00 00 00 00 00 00 00 00 00 00,false\r\n");
 }
