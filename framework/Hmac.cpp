@@ -8,11 +8,11 @@
 void initializeLibgcrypt() {
     static std::once_flag once;
     std::call_once(once, [] {
+        // The program that loads this library may use libgcrypt itself and set it up as it
+        // needs (its secure memory, say): only a libgcrypt nobody set up is initialised here,
+        // with its defaults. Nothing here asks for secure memory.
         if (gcry_control(GCRYCTL_INITIALIZATION_FINISHED_P)) return;
         gcry_check_version(nullptr);
-        // Nothing here needs libgcrypt's locked "secure" memory: session keys live as long as
-        // one session, in ordinary memory, as in every IPMI client.
-        gcry_control(GCRYCTL_DISABLE_SECMEM, 0);
         gcry_control(GCRYCTL_INITIALIZATION_FINISHED, 0);
     });
 }

@@ -5,6 +5,7 @@
 #include <gcrypt.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <string>
 
 #include "AesCbc128.h"
@@ -49,6 +50,33 @@ TEST(HmacTest, MatchesTheRfcTestVectorsAndKeepsItsKeyAcrossDigests) {
         EXPECT_EQ(hmac.of(data), fromHex(c.expected)) << c.digest;
         EXPECT_EQ(hmac.of(data), fromHex(c.expected)) << "second digest, digest " << c.digest;
     }
+}
+
+// libgcrypt is set up once per process, so each case runs in a new process of its own: a fork
+// would inherit the set-up of the tests before it.
+TEST(LibgcryptDeathTest, SecureMemoryStaysAvailableToTheProgramThatLoadsTheClient) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            const Hmac hmac(GCRY_MD_SHA1, Bytes(20, 0x01));  // the first use initialises libgcrypt
+            void* secret = gcry_malloc_secure(32);
+            std::exit(secret != nullptr && gcry_is_secure(secret) ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+TEST(LibgcryptDeathTest, AProgramsOwnSetUpIsKept) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            gcry_check_version(nullptr);
+            gcry_control(GCRYCTL_DISABLE_SECMEM, 0);
+            gcry_control(GCRYCTL_INITIALIZATION_FINISHED, 0);
+            const Hmac hmac(GCRY_MD_SHA1, Bytes(20, 0x01));
+            void* plain = gcry_malloc_secure(32);
+            std::exit(plain != nullptr && !gcry_is_secure(plain) ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
 }
 
 TEST(AesCbc128Test, MatchesNistSp800_38aAndDecryptsBack) {
