@@ -156,8 +156,7 @@ const char* adviceFor(Failure failure) {
                    "common ones)";
         case Failure::CipherSuiteInsecure:
             return "choose cipher suite 17 or 3, or set TOLMAR_IPMI_ALLOW_CIPHER_SUITE_0=1 to "
-                   "allow "
-                   "suite 0 all the same";
+                   "allow suite 0 all the same";
         case Failure::Ipmi20Unavailable:
             return "the BMC does not offer IPMI v2.0 (RMCP+) sessions";
         case Failure::BadSettings:

@@ -56,26 +56,6 @@ std::string statusText(unsigned char status) {
     return "RMCP+ status " + std::string(code) + " (" + text + ")";
 }
 
-RmcpPlusSession::Failure failureFor(unsigned char status);
-
-}  // namespace
-
-// Every answer starts with the tag, the status, two reserved bytes and our session ID, and a
-// refusal may end there. Anyone on the network path can send a refusal, so one that would change
-// what the client believes of the user (a privilege level or the credentials refused: remembered,
-// or ending the search) counts only with our session ID. Other refusals end the attempt either
-// way, as a dropped packet could; some BMCs (OpenIPMI's simulator) send them as tag and status
-// alone.
-bool RmcpPlusSession::believable(const Bytes& answer) const {
-    if (answer.size() >= 8)
-        return RmcpPlusCodec::littleEndian32(&answer[4]) == rakp_.consoleSessionId;
-    const Failure failure = failureFor(answer[1]);
-    return answer[1] != 0x00 &&
-           (failure == Failure::CipherSuiteRefused || failure == Failure::BmcRefused);
-}
-
-namespace {
-
 RmcpPlusSession::Failure failureFor(unsigned char status) {
     using Failure = RmcpPlusSession::Failure;
     switch (status) {
@@ -107,6 +87,20 @@ Bytes userKey(const std::string& password) {
 }
 
 }  // namespace
+
+// Every answer starts with the tag, the status, two reserved bytes and our session ID, and a
+// refusal may end there. Anyone on the network path can send a refusal, so one that would change
+// what the client believes of the user (a privilege level or the credentials refused: remembered,
+// or ending the search) counts only with our session ID. Other refusals end the attempt either
+// way, as a dropped packet could; some BMCs (OpenIPMI's simulator) send them as tag and status
+// alone.
+bool RmcpPlusSession::believable(const Bytes& answer) const {
+    if (answer.size() >= 8)
+        return RmcpPlusCodec::littleEndian32(&answer[4]) == rakp_.consoleSessionId;
+    const Failure failure = failureFor(answer[1]);
+    return answer[1] != 0x00 &&
+           (failure == Failure::CipherSuiteRefused || failure == Failure::BmcRefused);
+}
 
 RmcpPlusSession::RmcpPlusSession(Settings settings)
     : settings_(std::move(settings)), datagram_(kLargestDatagram) {}

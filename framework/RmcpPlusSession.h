@@ -71,10 +71,10 @@ private:
     Failure openSession(Clock::time_point deadline);
     Failure authenticate(Clock::time_point deadline);
     Failure setPrivilege();
-    // One handshake step: sends a payload built with a fresh message tag, resending until an
-    // answer of `answerType` carrying that tag arrives; its payload goes to `answer`.
     // Whether a handshake answer of the right tag is taken (see the definition).
     bool believable(const Bytes& answer) const;
+    // One handshake step: sends a payload built with a fresh message tag, resending until an
+    // answer of `answerType` carrying that tag arrives; its payload goes to `answer`.
     bool handshake(unsigned char requestType, const std::function<Bytes(unsigned char tag)>& build,
                    unsigned char answerType, Clock::time_point deadline, Bytes& answer);
     // Sends what `nextPacket` gives, again after each retransmission interval, until `accept`

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <iostream>
 #include <mutex>
+#include <set>
 #include <thread>
 
 #include "IpmiClientActivity.h"
@@ -354,6 +355,7 @@ int main(int argc, char** argv) {
     std::vector<EventRow> events;
     std::vector<EntryRow> entries;
     std::string problems;  // one line a host that failed or stopped answering, after the output
+    std::set<std::string> warnings;  // how sessions were opened: each once, before the problems
     int status = 0;
     bool anyRead = false;
     const std::vector<std::string> hosts =
@@ -372,10 +374,7 @@ int main(int argc, char** argv) {
                 problems += "ipmi-event-log: " + incompleteText(hosts[i], r, options) + "\n";
         }
         status = std::max(status, exitStatus(r));
-        // Once for the run, however many hosts it concerns.
-        const std::string warning = "ipmi-event-log: warning: " + r.record.warning + "\n";
-        if (!r.record.warning.empty() && problems.find(warning) == std::string::npos)
-            problems.insert(0, warning);
+        if (!r.record.warning.empty()) warnings.insert(r.record.warning);
     }
     // Headers and brackets only for something read: a failed read prints nothing on stdout.
     const tool::Style style = outputStyle(options);
@@ -385,6 +384,8 @@ int main(int argc, char** argv) {
         tool::writeEntries(std::cout, entries, style);
     }
     std::cout.flush();
+    for (const std::string& warning : warnings)
+        std::cerr << "ipmi-event-log: warning: " << warning << "\n";
     std::cerr << problems;
     return status;
 }
