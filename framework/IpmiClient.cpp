@@ -20,6 +20,7 @@
 #include "IpmiCompletionCode.h"
 #include "Log.h"
 #include "RmcpPlusSession.h"
+#include "Secret.h"
 
 namespace {
 
@@ -111,6 +112,28 @@ std::vector<unsigned char> privilegeLevels() {
     return {std::begin(kPrivilegeLevels), std::end(kPrivilegeLevels)};
 }
 
+// TOLMAR_IPMI_BMC_KEY: the BMC key K_g in hexadecimal (as ipmitool's -y takes it), for a BMC set
+// up with one. A key that cannot be read fails the connection rather than being ignored: the
+// handshake would fail later for a less clear reason.
+bool bmcKeyFromEnvironment(std::string& key) {
+    key.clear();
+    const char* text = std::getenv("TOLMAR_IPMI_BMC_KEY");
+    std::string hex = text != nullptr ? text : "";
+    if (hex.rfind("0x", 0) == 0 || hex.rfind("0X", 0) == 0) hex.erase(0, 2);
+    const WipedOnExit<std::string> hexWiped(hex);
+    if (hex.size() % 2 != 0 || hex.size() > 40 ||
+        hex.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+        return false;
+    }
+    const auto nibble = [](char digit) {
+        return digit <= '9' ? digit - '0' : (digit | 0x20) - 'a' + 10;
+    };
+    for (std::size_t i = 0; i < hex.size(); i += 2) {
+        key.push_back(static_cast<char>(nibble(hex[i]) << 4 | nibble(hex[i + 1])));
+    }
+    return true;
+}
+
 // How an attempt to open a LAN session ended, for what to do next.
 enum class OpenFailure {
     CredentialsRefused,  // unknown user or wrong password: refused at every privilege level
@@ -123,6 +146,7 @@ OpenFailure classify(Failure failure) {
         case Failure::UserNameRefused:
         case Failure::UserNameUnanswered:
         case Failure::PasswordRefused:
+        case Failure::BmcKeyRefused:
             return OpenFailure::CredentialsRefused;
         case Failure::PrivilegeRefused:
             return OpenFailure::PrivilegeRefused;
@@ -160,7 +184,10 @@ const char* adviceFor(Failure failure) {
         case Failure::Ipmi20Unavailable:
             return "the BMC does not offer IPMI v2.0 (RMCP+) sessions";
         case Failure::BadSettings:
-            return "check the user name and password";
+            return "check the user name, the password and the BMC key";
+        case Failure::BmcKeyRefused:
+            return "give the BMC key (K_g) the BMC is set up with, in hexadecimal in "
+                   "TOLMAR_IPMI_BMC_KEY, or none where it has none";
         case Failure::SystemError:
             return "check this machine's network set-up";
         default:
@@ -253,6 +280,7 @@ struct IpmiClient::Session {
     bool transfer(unsigned char netFn, unsigned char command, const Bytes& data, Bytes& answer);
     std::string lastFailure() const;
     void close();
+    ~Session() { wipe(password); }
 };
 
 IpmiClient::IpmiClient(const std::string& address, const std::string& user,
@@ -341,8 +369,15 @@ Failure IpmiClient::Session::openAt(unsigned char privilege, std::string& why) {
                                              kDefaultRetransmissionTimeoutMs),
                  std::max(1u, timeoutMs / 2));
     const char* allowZero = std::getenv("TOLMAR_IPMI_ALLOW_CIPHER_SUITE_0");
+    std::string bmcKey;
+    const WipedOnExit<std::string> bmcKeyWiped(bmcKey);
+    if (!bmcKeyFromEnvironment(bmcKey)) {
+        why = "TOLMAR_IPMI_BMC_KEY is not a BMC key: up to 40 hexadecimal digits";
+        return Failure::BadSettings;
+    }
     auto session = std::make_unique<RmcpPlusSession>(RmcpPlusSession::Settings{
-        address, port, user, password, cipherSuite, privilege, std::chrono::milliseconds(timeoutMs),
+        address, port, user, password, bmcKey, cipherSuite, privilege,
+        std::chrono::milliseconds(timeoutMs),
         std::chrono::milliseconds(retransmissionMs),
         allowZero != nullptr && std::string(allowZero) == "1"});
     const Failure failure = session->open();

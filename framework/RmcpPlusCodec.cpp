@@ -205,10 +205,17 @@ Bytes RmcpPlusCodec::rakp1(unsigned char tag, std::uint32_t bmcSessionId,
 }
 
 Bytes RmcpPlusCodec::rakp3(unsigned char tag, std::uint32_t bmcSessionId, const Bytes& authCode) {
-    // Tag, status 00h (no errors), two reserved bytes, the BMC's session ID, the key exchange code.
-    Bytes payload = {tag, 0x00, 0x00, 0x00};
-    appendLittleEndian32(payload, bmcSessionId);
+    // Status 00h (no errors), then the key exchange code.
+    Bytes payload = rakp3Refusal(tag, bmcSessionId, 0x00);
     payload.insert(payload.end(), authCode.begin(), authCode.end());
+    return payload;
+}
+
+Bytes RmcpPlusCodec::rakp3Refusal(unsigned char tag, std::uint32_t bmcSessionId,
+                                  unsigned char status) {
+    // Tag, status, two reserved bytes, the BMC's session ID.
+    Bytes payload = {tag, status, 0x00, 0x00};
+    appendLittleEndian32(payload, bmcSessionId);
     return payload;
 }
 

@@ -58,6 +58,9 @@ public:
                        const unsigned char (&consoleRandom)[kRandomLength], unsigned char role,
                        const std::string& user);
     static Bytes rakp3(unsigned char tag, std::uint32_t bmcSessionId, const Bytes& authCode);
+    // RAKP message 3 with an error status and no code: how a remote console ends a session
+    // whose handshake it will not finish (13.22).
+    static Bytes rakp3Refusal(unsigned char tag, std::uint32_t bmcSessionId, unsigned char status);
 
     // The key exchange of one session (13.31), from which the RAKP codes and keys are computed.
     struct Rakp {

@@ -12,13 +12,14 @@
 #include <cstring>
 
 #include "Hmac.h"
+#include "Secret.h"
 
 namespace {
 
 using Bytes = RmcpPlusSession::Bytes;
 
 constexpr std::size_t kLongestUserName = 16;
-constexpr std::size_t kLongestPassword = 20;
+constexpr std::size_t kLongestKey = 20;  // passwords and BMC keys
 constexpr unsigned char kNameOnlyLookup = 0x10;  // RAKP 1's role: find the user by name alone
 constexpr std::size_t kLargestDatagram = 4096;   // IPMI messages over the LAN stay far below
 constexpr std::size_t kKeyConstantLength = 20;
@@ -79,10 +80,16 @@ RmcpPlusSession::Failure failureFor(unsigned char status) {
     }
 }
 
-// The user's key K_uid: the password, zero-padded to IPMI v2.0's 20 bytes.
-Bytes userKey(const std::string& password) {
-    Bytes key(password.begin(), password.end());
-    key.resize(kLongestPassword, 0x00);
+// The RMCP+ status a remote console sends in RAKP message 3 to end a handshake: the BMC's
+// answer failed its check, or the console abandons the session for another reason.
+constexpr unsigned char kStatusInvalidIntegrityCheck = 0x0F;
+constexpr unsigned char kStatusInvalidSessionId = 0x02;
+
+// A key as RAKP uses it (K_uid from the password, K_g): the text, zero-padded to 20 bytes.
+// Sized once, so no copy of the secret is left behind by a reallocation.
+Bytes paddedKey(const std::string& text) {
+    Bytes key(kLongestKey, 0x00);
+    std::copy_n(text.begin(), std::min(text.size(), kLongestKey), key.begin());
     return key;
 }
 
@@ -105,7 +112,11 @@ bool RmcpPlusSession::believable(const Bytes& answer) const {
 RmcpPlusSession::RmcpPlusSession(Settings settings)
     : settings_(std::move(settings)), datagram_(kLargestDatagram) {}
 
-RmcpPlusSession::~RmcpPlusSession() { close(); }
+RmcpPlusSession::~RmcpPlusSession() {
+    close();
+    wipe(settings_.password);
+    wipe(settings_.bmcKey);
+}
 
 RmcpPlusSession::Failure RmcpPlusSession::fail(Failure failure, std::string text) {
     failureText_ = std::move(text);
@@ -113,9 +124,11 @@ RmcpPlusSession::Failure RmcpPlusSession::fail(Failure failure, std::string text
 }
 
 RmcpPlusSession::Failure RmcpPlusSession::open() {
-    if (settings_.user.size() > kLongestUserName || settings_.password.size() > kLongestPassword) {
+    if (settings_.user.size() > kLongestUserName || settings_.password.size() > kLongestKey ||
+        settings_.bmcKey.size() > kLongestKey) {
         return fail(Failure::BadSettings,
-                    "IPMI v2.0 allows user names of up to 16 bytes and passwords of up to 20");
+                    "IPMI v2.0 allows user names of up to 16 bytes and passwords and BMC keys of "
+                    "up to 20");
     }
     const std::optional<CipherSuite> suite = CipherSuite::find(settings_.cipherSuite);
     if (!suite) {
@@ -131,10 +144,35 @@ RmcpPlusSession::Failure RmcpPlusSession::open() {
     const Clock::time_point deadline = Clock::now() + settings_.timeout;
     Failure failure = openSocket();
     if (failure == Failure::None) failure = askForIpmi20(deadline);
-    if (failure == Failure::None) failure = openSession(deadline);
-    if (failure == Failure::None) failure = authenticate(deadline);
-    if (failure == Failure::None) failure = setPrivilege();
+    if (failure == Failure::None) {
+        failure = establish(deadline);
+        // Once more from Open Session, with the time left, when lost or late datagrams may
+        // explain the refusal.
+        if (failure != Failure::None && restartable_ && Clock::now() < deadline) {
+            abandon(kStatusInvalidSessionId);
+            failure = establish(deadline);
+        }
+    }
     if (failure != Failure::None) close();
+    return failure;
+}
+
+RmcpPlusSession::Failure RmcpPlusSession::establish(Clock::time_point deadline) {
+    restartable_ = false;
+    Failure failure = openSession(deadline);
+    if (failure == Failure::None) failure = authenticate(deadline);
+    if (failure != Failure::None) return failure;
+    // A session the BMC did not confirm with RAKP message 4 is tried with the first request,
+    // briefly: it may have taken the first RAKP message 3 and lost the answer.
+    const Clock::time_point answerBy =
+        active_ ? Clock::now() + settings_.timeout
+                : std::min(deadline, Clock::now() + 2 * firstResendInterval());
+    failure = setPrivilege(answerBy);
+    if (failure == Failure::NoAnswer && !active_) {
+        restartable_ = true;
+        return fail(Failure::BmcRefused,
+                    "the BMC refused the resent RAKP message 3, and the session does not answer");
+    }
     return failure;
 }
 
@@ -174,7 +212,7 @@ RmcpPlusSession::Failure RmcpPlusSession::askForIpmi20(Clock::time_point deadlin
                             RmcpPlusCodec::ipmiResponse(
                                 message, kApp, getChannelAuthenticationCapabilities, 0, answer);
                  },
-                 deadline);
+                 deadline, Resend::Doubling);
     if (!answered) return fail(Failure::NoAnswer, "no answer from the BMC");
     // Completion code, channel, authentication types (bit 7: IPMI v2.0 data follows), status,
     // extended capabilities (bit 1: IPMI v2.0 sessions). A BMC that fails the command may still
@@ -205,16 +243,16 @@ RmcpPlusSession::Failure RmcpPlusSession::openSession(Clock::time_point deadline
     if (answer.size() < 36) {
         return fail(Failure::BmcRefused, "an Open Session answer that does not fit the request");
     }
+    rakp_.bmcSessionId = RmcpPlusCodec::littleEndian32(&answer[8]);
+    // Session ID 0 stands for "no session" in every later packet.
+    if (rakp_.bmcSessionId == 0)
+        return fail(Failure::BmcRefused, "the BMC answered Open Session with session ID 0");
     // Bits 7:6 of each algorithm byte are reserved.
     if ((answer[16] & 0x3F) != suite_.authentication || (answer[24] & 0x3F) != suite_.integrity ||
         (answer[32] & 0x3F) != suite_.confidentiality) {
         return fail(Failure::CipherSuiteRefused,
                     "the BMC answered Open Session with other algorithms");
     }
-    rakp_.bmcSessionId = RmcpPlusCodec::littleEndian32(&answer[8]);
-    // Session ID 0 stands for "no session" in every later packet.
-    if (rakp_.bmcSessionId == 0)
-        return fail(Failure::BmcRefused, "the BMC answered Open Session with session ID 0");
     return Failure::None;
 }
 
@@ -232,12 +270,15 @@ RmcpPlusSession::Failure RmcpPlusSession::authenticate(Clock::time_point deadlin
             RmcpPlusCodec::kRakp2, deadline, answer)) {
         return fail(Failure::UserNameUnanswered, "no answer to RAKP message 1");
     }
+    // A BMC that resends RAKP message 2 may have drawn a new random number for each RAKP
+    // message 1: if RAKP message 3 is refused, this one may have signed an outdated one.
+    const bool rakp1Resent = resent_;
     if (answer[1] != 0x00)
         return fail(failureFor(answer[1]), "RAKP message 1 refused: " + statusText(answer[1]));
+    Bytes userKey = paddedKey(settings_.password);
+    const WipedOnExit<Bytes> userKeyWiped(userKey);
     std::unique_ptr<Hmac> user;
-    std::unique_ptr<Hmac> sessionIntegrity;
-    if (suite_.authenticates())
-        user = std::make_unique<Hmac>(suite_.digest, userKey(settings_.password));
+    if (suite_.authenticates()) user = std::make_unique<Hmac>(suite_.digest, userKey);
     const std::size_t codeLength = user ? user->length() : 0;
     // Tag, status, reserved, our session ID, Rc, the BMC's GUID, its key exchange code.
     constexpr std::size_t codeStart = 8 + 2 * RmcpPlusCodec::kRandomLength;
@@ -248,22 +289,34 @@ RmcpPlusSession::Failure RmcpPlusSession::authenticate(Clock::time_point deadlin
     std::copy_n(&answer[8 + RmcpPlusCodec::kRandomLength], RmcpPlusCodec::kRandomLength,
                 rakp_.bmcGuid);
     Bytes rakp3Code;
+    Bytes sik;
     Bytes k1;
     Bytes k2;
+    const WipedOnExit<Bytes> sikWiped(sik);
+    const WipedOnExit<Bytes> k1Wiped(k1);
+    const WipedOnExit<Bytes> k2Wiped(k2);
     if (user) {
-        // The BMC proved it knows the user's password; a mismatch is the wrong password.
+        // The BMC proved it knows the user's password; a mismatch is the wrong password, and
+        // RAKP message 3 tells the BMC so, which ends the session there.
         if (!std::equal(answer.begin() + codeStart, answer.begin() + codeStart + codeLength,
                         user->of(rakp_.rakp2Signed()).begin())) {
+            abandon(kStatusInvalidIntegrityCheck);
             return fail(Failure::PasswordRefused,
                         "the BMC's RAKP message 2 does not match this password");
         }
         rakp3Code = user->of(rakp_.rakp3Signed());
-        // Without a BMC key (K_g) the session integrity key (SIK) is keyed by the user's key.
-        // K1 and K2 are the SIK's HMAC of 20 bytes of 01h and of 02h (IPMI v2.0 13.32).
-        sessionIntegrity = std::make_unique<Hmac>(suite_.digest, user->of(rakp_.sessionKeyInput()));
-        k1 = sessionIntegrity->of(Bytes(kKeyConstantLength, 0x01));
-        k2 = sessionIntegrity->of(Bytes(kKeyConstantLength, 0x02));
+        // The session integrity key (SIK) is keyed by the BMC key K_g, or by the user's key
+        // where the BMC has none. K1 and K2 are the SIK's HMAC of 20 bytes of 01h and of 02h
+        // (IPMI v2.0 13.31, 13.32).
+        Bytes bmcKey = paddedKey(settings_.bmcKey);
+        const WipedOnExit<Bytes> bmcKeyWiped(bmcKey);
+        sik = sessionIntegrityKey(settings_.bmcKey.empty() ? userKey : bmcKey);
+        Hmac sessionIntegrity(suite_.digest, sik);
+        k1 = sessionIntegrity.of(Bytes(kKeyConstantLength, 0x01));
+        k2 = sessionIntegrity.of(Bytes(kKeyConstantLength, 0x02));
     }
+    codec_ =
+        std::make_unique<RmcpPlusCodec>(suite_, rakp_.bmcSessionId, rakp_.consoleSessionId, k1, k2);
     if (!handshake(
             RmcpPlusCodec::kRakp3,
             [&](unsigned char tag) {
@@ -272,31 +325,63 @@ RmcpPlusSession::Failure RmcpPlusSession::authenticate(Clock::time_point deadlin
             RmcpPlusCodec::kRakp4, deadline, answer)) {
         return fail(Failure::NoAnswer, "no answer to RAKP message 3");
     }
-    if (answer[1] != 0x00)
+    if (answer[1] != 0x00) {
+        // A BMC may refuse a resent RAKP message 3 because it took the first one, whose answer
+        // was lost: the first request of the session tells. A refusal after a resent RAKP
+        // message 1 may be the outdated random number: starting again tells.
+        if (resent_) return Failure::None;
+        restartable_ = rakp1Resent;
         return fail(failureFor(answer[1]), "RAKP message 3 refused: " + statusText(answer[1]));
+    }
     const std::size_t checkLength = suite_.authenticates() ? suite_.integrityCheckLength : 0;
     if (answer.size() < 8 + checkLength) {
         return fail(Failure::BmcRefused, "a RAKP message 4 that does not fit the request");
     }
-    if (sessionIntegrity) {
-        const Bytes check = sessionIntegrity->of(rakp_.rakp4Signed());
-        if (!std::equal(answer.begin() + 8, answer.begin() + 8 + checkLength, check.begin())) {
-            return fail(Failure::BmcRefused,
-                        "RAKP message 4 carries a wrong integrity check value");
-        }
-    }
-    codec_ =
-        std::make_unique<RmcpPlusCodec>(suite_, rakp_.bmcSessionId, rakp_.consoleSessionId, k1, k2);
+    if (user && !signsRakp4(sik, answer)) return refuseRakp4(answer, userKey);
+    active_ = true;
     return Failure::None;
 }
 
-RmcpPlusSession::Failure RmcpPlusSession::setPrivilege() {
+RmcpPlusSession::Bytes RmcpPlusSession::sessionIntegrityKey(const Bytes& key) const {
+    return Hmac(suite_.digest, key).of(rakp_.sessionKeyInput());
+}
+
+// RAKP 4's integrity check value: the SIK's HMAC of Rm, SIDc and GUIDc, cut to the suite's
+// length.
+bool RmcpPlusSession::signsRakp4(const Bytes& sik, const Bytes& answer) const {
+    const Bytes check = Hmac(suite_.digest, sik).of(rakp_.rakp4Signed());
+    return std::equal(answer.begin() + 8, answer.begin() + 8 + suite_.integrityCheckLength,
+                      check.begin());
+}
+
+// The BMC took our RAKP message 3, so it knows the password: RAKP 4 signed with another SIK
+// means another BMC key. The session the BMC activated cannot be closed with keys we lack;
+// RAKP message 3's error status asks it to drop the session.
+RmcpPlusSession::Failure RmcpPlusSession::refuseRakp4(const Bytes& answer, const Bytes& userKey) {
+    abandon(kStatusInvalidIntegrityCheck);
+    if (settings_.bmcKey.empty()) {
+        return fail(Failure::BmcKeyRefused,
+                    "RAKP message 4 is signed with a BMC key (K_g) and none was given");
+    }
+    Bytes sik = sessionIntegrityKey(userKey);
+    const WipedOnExit<Bytes> sikWiped(sik);
+    if (signsRakp4(sik, answer)) {
+        return fail(Failure::BmcKeyRefused,
+                    "RAKP message 4 is signed without a BMC key (K_g), but one was given");
+    }
+    return fail(Failure::BmcKeyRefused,
+                "RAKP message 4 is signed with another BMC key (K_g) than the one given");
+}
+
+RmcpPlusSession::Failure RmcpPlusSession::setPrivilege(Clock::time_point deadline) {
     // A session starts at user level; this raises it to the level RAKP 1 asked for.
     Bytes answer;
-    if (!exchange(kApp, kSetSessionPrivilegeLevel, {settings_.privilege}, answer) ||
+    if (!request(kApp, kSetSessionPrivilegeLevel, {settings_.privilege}, deadline, answer) ||
         answer.empty()) {
         return fail(Failure::NoAnswer, "no answer to Set Session Privilege Level");
     }
+    // An answer in the session, checked with its keys: the BMC holds the session.
+    active_ = true;
     char code[8];
     std::snprintf(code, sizeof code, "%02Xh", answer[0]);
     // 80h: not available to this user; 81h: above the user's or the channel's limit.
@@ -315,20 +400,24 @@ bool RmcpPlusSession::handshake(unsigned char requestType,
                                 const std::function<Bytes(unsigned char tag)>& build,
                                 unsigned char answerType, Clock::time_point deadline,
                                 Bytes& answer) {
-    // Each send takes a new tag, so only the answer to the latest one counts: a BMC may start
-    // the step afresh for a resent request.
+    // Each send takes a new tag; an answer to any of them counts, as a late answer to the
+    // first send is as good as one to the latest.
+    const unsigned char firstTag = tag_ + 1;
     return transact([&] { return RmcpPlusCodec::sessionSetupPacket(requestType, build(++tag_)); },
                     [&](const unsigned char* datagram, std::size_t size) {
                         return RmcpPlusCodec::sessionSetupPayload(datagram, size, answerType,
                                                                   answer) &&
-                               answer.size() >= 2 && answer[0] == tag_ && believable(answer);
+                               answer.size() >= 2 &&
+                               static_cast<unsigned char>(answer[0] - firstTag) <=
+                                   static_cast<unsigned char>(tag_ - firstTag) &&
+                               believable(answer);
                     },
-                    deadline);
+                    deadline, Resend::Doubling);
 }
 
 bool RmcpPlusSession::exchange(unsigned char netFn, unsigned char command, const Bytes& data,
                                Bytes& answer) {
-    if (!codec_) return false;
+    if (!active_) return false;
     // A BMC that left a request unanswered for the whole timeout, resends included, is gone: the
     // session's later requests fail at once rather than each waiting as long again.
     if (!bmcAnswering_) {
@@ -356,30 +445,50 @@ bool RmcpPlusSession::request(unsigned char netFn, unsigned char command, const 
                                RmcpPlusCodec::ipmiResponse(received, netFn, command, sequence,
                                                            answer);
                     },
-                    deadline);
+                    deadline, Resend::Steady);
 }
 
 bool RmcpPlusSession::transact(const std::function<Bytes()>& nextPacket, const Acceptor& accept,
-                               Clock::time_point deadline) {
-    for (;;) {
-        const Clock::time_point resendAt =
-            std::min(deadline, Clock::now() + settings_.retransmission);
+                               Clock::time_point deadline, Resend resend) {
+    const Clock::time_point start = Clock::now();
+    std::chrono::nanoseconds interval = firstResendInterval();
+    for (resent_ = false;; resent_ = true) {
         if (!send(nextPacket())) return false;
-        for (;;) {
-            const Clock::time_point now = Clock::now();
-            if (now >= resendAt) break;
-            const auto wait = std::chrono::duration_cast<std::chrono::nanoseconds>(resendAt - now);
-            const timespec timeout{static_cast<time_t>(wait.count() / 1000000000),
-                                   static_cast<long>(wait.count() % 1000000000)};
-            pollfd readable{socket_, POLLIN, 0};
-            const int ready = ppoll(&readable, 1, &timeout, nullptr);
-            if (ready < 0 && errno != EINTR) return false;
-            if (ready <= 0) continue;
-            // A refused port (ICMP) shows up as an error here: the BMC may come back, so go on.
-            const ssize_t size = recv(socket_, datagram_.data(), datagram_.size(), 0);
-            if (size > 0 && accept(datagram_.data(), static_cast<std::size_t>(size))) return true;
+        if (awaitAnswer(accept, std::min(deadline, Clock::now() + interval))) {
+            roundTrip_ = Clock::now() - start;
+            return true;
         }
         if (Clock::now() >= deadline) return false;
+        if (resend == Resend::Doubling)
+            interval = std::min<std::chrono::nanoseconds>(2 * interval, settings_.timeout);
+    }
+}
+
+// The configured interval, or twice the last round trip where that is longer (a slow BMC or a
+// long path), so that an answer on its way is not asked for again; at most a quarter of the
+// timeout, so that a lost datagram is sent again at least twice.
+std::chrono::nanoseconds RmcpPlusSession::firstResendInterval() const {
+    return std::min<std::chrono::nanoseconds>(
+        std::max<std::chrono::nanoseconds>(settings_.retransmission, 2 * roundTrip_),
+        std::max<std::chrono::nanoseconds>(settings_.retransmission, settings_.timeout / 4));
+}
+
+bool RmcpPlusSession::awaitAnswer(const Acceptor& accept, Clock::time_point until) {
+    for (;;) {
+        const Clock::time_point now = Clock::now();
+        if (now >= until) return false;
+        const auto wait = std::chrono::duration_cast<std::chrono::nanoseconds>(until - now);
+        const timespec timeout{static_cast<time_t>(wait.count() / 1000000000),
+                               static_cast<long>(wait.count() % 1000000000)};
+        pollfd readable{socket_, POLLIN, 0};
+        const int ready = ppoll(&readable, 1, &timeout, nullptr);
+        if (ready < 0 && errno != EINTR) return false;
+        if (ready <= 0) continue;
+        // A refused port (ICMP) shows up as an error here: the BMC may come back, so go on.
+        const ssize_t size = recv(socket_, datagram_.data(), datagram_.size(), 0);
+        if (size <= 0) continue;
+        if (accept(datagram_.data(), static_cast<std::size_t>(size))) return true;
+        endDuplicateSession(datagram_.data(), static_cast<std::size_t>(size));
     }
 }
 
@@ -389,18 +498,56 @@ bool RmcpPlusSession::send(const Bytes& packet) {
     return sent == static_cast<ssize_t>(packet.size()) || errno == ECONNREFUSED;
 }
 
+// OpenIPMI's simulator, for one, opens a session for each Open Session it receives, resends
+// included. The first answer is the session used; the others would hold a slot of the BMC's
+// until it times them out.
+void RmcpPlusSession::endDuplicateSession(const unsigned char* datagram, std::size_t size) {
+    Bytes answer;
+    if (!RmcpPlusCodec::sessionSetupPayload(datagram, size, RmcpPlusCodec::kOpenSessionResponse,
+                                            answer) ||
+        answer.size() < 12 || answer[1] != 0x00 ||
+        RmcpPlusCodec::littleEndian32(&answer[4]) != rakp_.consoleSessionId) {
+        return;
+    }
+    const std::uint32_t bmcSessionId = RmcpPlusCodec::littleEndian32(&answer[8]);
+    if (bmcSessionId == 0 || bmcSessionId == rakp_.bmcSessionId) return;
+    send(RmcpPlusCodec::sessionSetupPacket(
+        RmcpPlusCodec::kRakp3,
+        RmcpPlusCodec::rakp3Refusal(++tag_, bmcSessionId, kStatusInvalidSessionId)));
+}
+
+void RmcpPlusSession::abandon(unsigned char status) {
+    if (rakp_.bmcSessionId == 0) return;
+    Bytes unused;
+    if (codec_) request(kApp, kCloseSession, closeSessionData(), Clock::now(), unused);
+    send(RmcpPlusCodec::sessionSetupPacket(
+        RmcpPlusCodec::kRakp3, RmcpPlusCodec::rakp3Refusal(++tag_, rakp_.bmcSessionId, status)));
+    codec_.reset();
+    active_ = false;
+    rakp_.bmcSessionId = 0;
+}
+
 void RmcpPlusSession::close() {
-    if (codec_) {
+    if (active_) {
         // Close Session frees the BMC's slot at once. After a request went unanswered the BMC
         // is likely gone: it is sent once, without waiting.
-        Bytes data;
-        RmcpPlusCodec::appendLittleEndian32(data, rakp_.bmcSessionId);
         const auto wait = bmcAnswering_ ? std::min(settings_.timeout, 2 * settings_.retransmission)
                                         : std::chrono::milliseconds(0);
         Bytes answer;
-        request(kApp, kCloseSession, data, Clock::now() + wait, answer);
+        request(kApp, kCloseSession, closeSessionData(), Clock::now() + wait, answer);
         codec_.reset();
+        active_ = false;
+        rakp_.bmcSessionId = 0;
     }
+    // A session the handshake left unfinished.
+    abandon(kStatusInvalidSessionId);
     if (socket_ >= 0) ::close(socket_);
     socket_ = -1;
+}
+
+// Close Session's data: the session's ID as the BMC knows it.
+Bytes RmcpPlusSession::closeSessionData() const {
+    Bytes data;
+    RmcpPlusCodec::appendLittleEndian32(data, rakp_.bmcSessionId);
+    return data;
 }

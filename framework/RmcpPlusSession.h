@@ -1,6 +1,7 @@
 // One IPMI v2.0 (RMCP+) session with a BMC over UDP: Get Channel Authentication Capabilities,
 // Open Session, RAKP 1 to 4 and Set Session Privilege Level to open it; then one request at a
-// time, each resent until answered or timed out; Close Session at the end.
+// time, each resent at growing intervals until answered or timed out; Close Session at the end.
+// A handshake that fails after the BMC accepted part of it tells the BMC to drop the session.
 #pragma once
 
 #include <chrono>
@@ -20,6 +21,7 @@ public:
         std::string port;
         std::string user;
         std::string password;
+        std::string bmcKey;  // K_g, when the BMC has one: it keys the session integrity key
         unsigned long cipherSuite;
         unsigned char privilege;                   // 2 user, 3 operator, 4 administrator
         std::chrono::milliseconds timeout;         // to open the session, and for each answer
@@ -30,7 +32,7 @@ public:
     // Why a session did not open.
     enum class Failure {
         None,
-        BadSettings,             // a user name or password longer than IPMI allows
+        BadSettings,             // a user name, password or BMC key longer than IPMI allows
         CipherSuiteUnsupported,  // not a suite this client speaks
         CipherSuiteInsecure,     // cipher suite 0, not allowed by the settings
         AddressUnknown,
@@ -42,11 +44,12 @@ public:
         UserNameUnanswered,  // RAKP 1 unanswered after Open Session was: how some BMCs refuse
         PasswordRefused,
         PrivilegeRefused,  // not granted to this user
+        BmcKeyRefused,     // RAKP 4 signed with another BMC key (K_g) than ours
         BmcRefused,        // any other refusal, or an answer that makes no sense
     };
 
     explicit RmcpPlusSession(Settings settings);
-    ~RmcpPlusSession();  // closes the session
+    ~RmcpPlusSession();  // closes the session and wipes the password and keys
     RmcpPlusSession(const RmcpPlusSession&) = delete;
     RmcpPlusSession& operator=(const RmcpPlusSession&) = delete;
 
@@ -68,23 +71,45 @@ private:
     Failure fail(Failure failure, std::string text);
     Failure openSocket();
     Failure askForIpmi20(Clock::time_point deadline);
+    // Open Session to Set Session Privilege Level, once.
+    Failure establish(Clock::time_point deadline);
     Failure openSession(Clock::time_point deadline);
     Failure authenticate(Clock::time_point deadline);
-    Failure setPrivilege();
+    // The SIK: the HMAC keyed by `key` (K_g, or the user's key) of the key exchange.
+    Bytes sessionIntegrityKey(const Bytes& key) const;
+    bool signsRakp4(const Bytes& sik, const Bytes& rakp4) const;
+    // RAKP 4's integrity check value, when it does not match: which BMC key the BMC used.
+    Failure refuseRakp4(const Bytes& rakp4, const Bytes& userKey);
+    Failure setPrivilege(Clock::time_point deadline);
     // Whether a handshake answer of the right tag is taken (see the definition).
     bool believable(const Bytes& answer) const;
     // One handshake step: sends a payload built with a fresh message tag, resending until an
-    // answer of `answerType` carrying that tag arrives; its payload goes to `answer`.
+    // answer of `answerType` carrying one of the step's tags arrives; its payload goes to
+    // `answer`.
     bool handshake(unsigned char requestType, const std::function<Bytes(unsigned char tag)>& build,
                    unsigned char answerType, Clock::time_point deadline, Bytes& answer);
-    // Sends what `nextPacket` gives, again after each retransmission interval, until `accept`
-    // takes a datagram (true) or the deadline passes (false).
+    // How the interval between sends of an unanswered packet changes. A handshake step doubles
+    // it: each resend may make the BMC set up a session afresh, and a slow BMC or path, rather
+    // than a lossy one, needs more time, not more datagrams. Requests in a session keep it: the
+    // BMC answers a resend cheaply, and a lossy path needs resends more than patience.
+    enum class Resend { Steady, Doubling };
+    // Sends what `nextPacket` gives, again after each resend interval, until `accept` takes a
+    // datagram (true) or the deadline passes (false).
     bool transact(const std::function<Bytes()>& nextPacket, const Acceptor& accept,
-                  Clock::time_point deadline);
+                  Clock::time_point deadline, Resend resend);
+    // Waits for a datagram that `accept` takes until `until`; others go to endDuplicateSession().
+    bool awaitAnswer(const Acceptor& accept, Clock::time_point until);
+    std::chrono::nanoseconds firstResendInterval() const;
     bool send(const Bytes& packet);
     // One IPMI request in the active session, answered before the deadline.
     bool request(unsigned char netFn, unsigned char command, const Bytes& data,
                  Clock::time_point deadline, Bytes& answer);
+    // Ends a session the BMC opened for an Open Session resent by us, if `datagram` answers one.
+    void endDuplicateSession(const unsigned char* datagram, std::size_t size);
+    // Tells the BMC to drop the session being set up, without waiting: a RAKP message 3 with an
+    // error status, and Close Session in case the BMC already activated it.
+    void abandon(unsigned char status);
+    Bytes closeSessionData() const;
 
     Settings settings_;
     CipherSuite suite_{};
@@ -92,8 +117,13 @@ private:
     unsigned char tag_ = 0;
     unsigned char requestSequence_ = 0;
     RmcpPlusCodec::Rakp rakp_;
-    std::unique_ptr<RmcpPlusCodec> codec_;  // once the session is active
+    std::unique_ptr<RmcpPlusCodec> codec_;  // once the session keys are known
+    bool active_ = false;                   // the BMC confirmed the session
     bool bmcAnswering_ = true;              // until a request goes unanswered for the whole timeout
+    bool resent_ = false;                   // the last transact() sent more than once
+    // A handshake refused in a way a lost or late datagram explains: worth starting again.
+    bool restartable_ = false;
+    std::chrono::nanoseconds roundTrip_{0};  // of the last answered exchange, from its first send
     std::string failureText_;
     Bytes datagram_;
 };
