@@ -377,8 +377,7 @@ Failure IpmiClient::Session::openAt(unsigned char privilege, std::string& why) {
     }
     auto session = std::make_unique<RmcpPlusSession>(RmcpPlusSession::Settings{
         address, port, user, password, bmcKey, cipherSuite, privilege,
-        std::chrono::milliseconds(timeoutMs),
-        std::chrono::milliseconds(retransmissionMs),
+        std::chrono::milliseconds(timeoutMs), std::chrono::milliseconds(retransmissionMs),
         allowZero != nullptr && std::string(allowZero) == "1"});
     const Failure failure = session->open();
     if (failure == Failure::None) {

@@ -19,7 +19,7 @@ namespace {
 using Bytes = RmcpPlusSession::Bytes;
 
 constexpr std::size_t kLongestUserName = 16;
-constexpr std::size_t kLongestKey = 20;  // passwords and BMC keys
+constexpr std::size_t kLongestKey = 20;          // passwords and BMC keys
 constexpr unsigned char kNameOnlyLookup = 0x10;  // RAKP 1's role: find the user by name alone
 constexpr std::size_t kLargestDatagram = 4096;   // IPMI messages over the LAN stay far below
 constexpr std::size_t kKeyConstantLength = 20;
@@ -161,18 +161,7 @@ RmcpPlusSession::Failure RmcpPlusSession::establish(Clock::time_point deadline) 
     restartable_ = false;
     Failure failure = openSession(deadline);
     if (failure == Failure::None) failure = authenticate(deadline);
-    if (failure != Failure::None) return failure;
-    // A session the BMC did not confirm with RAKP message 4 is tried with the first request,
-    // briefly: it may have taken the first RAKP message 3 and lost the answer.
-    const Clock::time_point answerBy =
-        active_ ? Clock::now() + settings_.timeout
-                : std::min(deadline, Clock::now() + 2 * firstResendInterval());
-    failure = setPrivilege(answerBy);
-    if (failure == Failure::NoAnswer && !active_) {
-        restartable_ = true;
-        return fail(Failure::BmcRefused,
-                    "the BMC refused the resent RAKP message 3, and the session does not answer");
-    }
+    if (failure == Failure::None) failure = setPrivilege(Clock::now() + settings_.timeout);
     return failure;
 }
 
@@ -206,7 +195,7 @@ RmcpPlusSession::Failure RmcpPlusSession::askForIpmi20(Clock::time_point deadlin
     Bytes message;
     Bytes answer;
     const bool answered =
-        transact([&] { return request; },
+        transact([&] { return send(request); },
                  [&](const unsigned char* datagram, std::size_t size) {
                      return RmcpPlusCodec::sessionlessMessage(datagram, size, message) &&
                             RmcpPlusCodec::ipmiResponse(
@@ -317,29 +306,68 @@ RmcpPlusSession::Failure RmcpPlusSession::authenticate(Clock::time_point deadlin
     }
     codec_ =
         std::make_unique<RmcpPlusCodec>(suite_, rakp_.bmcSessionId, rakp_.consoleSessionId, k1, k2);
-    if (!handshake(
-            RmcpPlusCodec::kRakp3,
-            [&](unsigned char tag) {
-                return RmcpPlusCodec::rakp3(tag, rakp_.bmcSessionId, rakp3Code);
-            },
-            RmcpPlusCodec::kRakp4, deadline, answer)) {
-        return fail(Failure::NoAnswer, "no answer to RAKP message 3");
+    Bytes rakp4;
+    switch (confirm(rakp3Code, deadline, rakp4)) {
+        case Confirmation::None:
+            return fail(Failure::NoAnswer, "no answer to RAKP message 3");
+        case Confirmation::BySession:
+            active_ = true;
+            return Failure::None;
+        case Confirmation::ByRakp4:
+            break;
     }
-    if (answer[1] != 0x00) {
-        // A BMC may refuse a resent RAKP message 3 because it took the first one, whose answer
-        // was lost: the first request of the session tells. A refusal after a resent RAKP
-        // message 1 may be the outdated random number: starting again tells.
-        if (resent_) return Failure::None;
-        restartable_ = rakp1Resent;
-        return fail(failureFor(answer[1]), "RAKP message 3 refused: " + statusText(answer[1]));
+    if (rakp4[1] != 0x00) {
+        // After a resent RAKP message 1, the BMC may have drawn a new random number and this
+        // RAKP message 3 signed an outdated one; a resent RAKP message 3 may be refused for the
+        // first: starting again tells.
+        restartable_ = rakp1Resent || resent_;
+        return fail(failureFor(rakp4[1]), "RAKP message 3 refused: " + statusText(rakp4[1]));
     }
     const std::size_t checkLength = suite_.authenticates() ? suite_.integrityCheckLength : 0;
-    if (answer.size() < 8 + checkLength) {
+    if (rakp4.size() < 8 + checkLength) {
         return fail(Failure::BmcRefused, "a RAKP message 4 that does not fit the request");
     }
-    if (user && !signsRakp4(sik, answer)) return refuseRakp4(answer, userKey);
+    if (user && !signsRakp4(sik, rakp4)) return refuseRakp4(rakp4, userKey);
     active_ = true;
     return Failure::None;
+}
+
+RmcpPlusSession::Confirmation RmcpPlusSession::confirm(const Bytes& rakp3Code,
+                                                       Clock::time_point deadline, Bytes& rakp4) {
+    const unsigned char firstTag = tag_ + 1;
+    const unsigned char probeSequence = nextRequestSequence();
+    const Bytes probe = RmcpPlusCodec::ipmiRequest(kApp, kSetSessionPrivilegeLevel, probeSequence,
+                                                   {settings_.privilege});
+    bool resending = false;
+    bool sessionAnswered = false;
+    Bytes probeAnswer;
+    const auto answeredBySession = [&](const unsigned char* datagram, std::size_t size) {
+        sessionAnswered =
+            answers(datagram, size, kApp, kSetSessionPrivilegeLevel, probeSequence, probeAnswer);
+        return sessionAnswered;
+    };
+    const bool answered = transact(
+        [&] {
+            if (resending && !send(codec_->seal(probe))) return false;
+            resending = true;
+            return send(RmcpPlusCodec::sessionSetupPacket(
+                RmcpPlusCodec::kRakp3,
+                RmcpPlusCodec::rakp3(++tag_, rakp_.bmcSessionId, rakp3Code)));
+        },
+        [&](const unsigned char* datagram, std::size_t size) {
+            return answersHandshake(datagram, size, RmcpPlusCodec::kRakp4, firstTag, rakp4) ||
+                   answeredBySession(datagram, size);
+        },
+        deadline, Resend::Doubling);
+    if (!answered) return Confirmation::None;
+    if (sessionAnswered) return Confirmation::BySession;
+    // A refusal of a resent RAKP message 3 may be the BMC's way of saying it took the first:
+    // the request sent beside the resend tells, if it is answered within a round trip or two.
+    if (rakp4[1] != 0x00 && resent_ &&
+        awaitAnswer(answeredBySession, std::min(deadline, Clock::now() + firstResendInterval()))) {
+        return Confirmation::BySession;
+    }
+    return Confirmation::ByRakp4;
 }
 
 RmcpPlusSession::Bytes RmcpPlusSession::sessionIntegrityKey(const Bytes& key) const {
@@ -400,19 +428,25 @@ bool RmcpPlusSession::handshake(unsigned char requestType,
                                 const std::function<Bytes(unsigned char tag)>& build,
                                 unsigned char answerType, Clock::time_point deadline,
                                 Bytes& answer) {
-    // Each send takes a new tag; an answer to any of them counts, as a late answer to the
-    // first send is as good as one to the latest.
     const unsigned char firstTag = tag_ + 1;
-    return transact([&] { return RmcpPlusCodec::sessionSetupPacket(requestType, build(++tag_)); },
-                    [&](const unsigned char* datagram, std::size_t size) {
-                        return RmcpPlusCodec::sessionSetupPayload(datagram, size, answerType,
-                                                                  answer) &&
-                               answer.size() >= 2 &&
-                               static_cast<unsigned char>(answer[0] - firstTag) <=
-                                   static_cast<unsigned char>(tag_ - firstTag) &&
-                               believable(answer);
-                    },
-                    deadline, Resend::Doubling);
+    return transact(
+        [&] { return send(RmcpPlusCodec::sessionSetupPacket(requestType, build(++tag_))); },
+        [&](const unsigned char* datagram, std::size_t size) {
+            return answersHandshake(datagram, size, answerType, firstTag, answer);
+        },
+        deadline, Resend::Doubling);
+}
+
+// Each send of a step takes a new tag, from `firstTag` on; an answer to any of them counts, as
+// a late answer to the first send is as good as one to the latest.
+bool RmcpPlusSession::answersHandshake(const unsigned char* datagram, std::size_t size,
+                                       unsigned char answerType, unsigned char firstTag,
+                                       Bytes& answer) const {
+    return RmcpPlusCodec::sessionSetupPayload(datagram, size, answerType, answer) &&
+           answer.size() >= 2 &&
+           static_cast<unsigned char>(answer[0] - firstTag) <=
+               static_cast<unsigned char>(tag_ - firstTag) &&
+           believable(answer);
 }
 
 bool RmcpPlusSession::exchange(unsigned char netFn, unsigned char command, const Bytes& data,
@@ -433,27 +467,35 @@ bool RmcpPlusSession::exchange(unsigned char netFn, unsigned char command, const
 
 bool RmcpPlusSession::request(unsigned char netFn, unsigned char command, const Bytes& data,
                               Clock::time_point deadline, Bytes& answer) {
-    // IPMI's 6-bit request sequence number; a resend keeps it, so a late answer to the first send
-    // still counts.
-    requestSequence_ = (requestSequence_ + 1) & 0x3F;
-    const unsigned char sequence = requestSequence_;
+    // A resend keeps the sequence number, so a late answer to the first send still counts.
+    const unsigned char sequence = nextRequestSequence();
     const Bytes message = RmcpPlusCodec::ipmiRequest(netFn, command, sequence, data);
-    Bytes received;
-    return transact([&] { return codec_->seal(message); },
+    return transact([&] { return send(codec_->seal(message)); },
                     [&](const unsigned char* datagram, std::size_t size) {
-                        return codec_->open(datagram, size, received) &&
-                               RmcpPlusCodec::ipmiResponse(received, netFn, command, sequence,
-                                                           answer);
+                        return answers(datagram, size, netFn, command, sequence, answer);
                     },
                     deadline, Resend::Steady);
 }
 
-bool RmcpPlusSession::transact(const std::function<Bytes()>& nextPacket, const Acceptor& accept,
+// IPMI's 6-bit request sequence number.
+unsigned char RmcpPlusSession::nextRequestSequence() {
+    requestSequence_ = (requestSequence_ + 1) & 0x3F;
+    return requestSequence_;
+}
+
+bool RmcpPlusSession::answers(const unsigned char* datagram, std::size_t size, unsigned char netFn,
+                              unsigned char command, unsigned char sequence, Bytes& answer) {
+    Bytes message;
+    return codec_->open(datagram, size, message) &&
+           RmcpPlusCodec::ipmiResponse(message, netFn, command, sequence, answer);
+}
+
+bool RmcpPlusSession::transact(const std::function<bool()>& sendNext, const Acceptor& accept,
                                Clock::time_point deadline, Resend resend) {
     const Clock::time_point start = Clock::now();
     std::chrono::nanoseconds interval = firstResendInterval();
     for (resent_ = false;; resent_ = true) {
-        if (!send(nextPacket())) return false;
+        if (!sendNext()) return false;
         if (awaitAnswer(accept, std::min(deadline, Clock::now() + interval))) {
             roundTrip_ = Clock::now() - start;
             return true;

@@ -80,6 +80,13 @@ private:
     bool signsRakp4(const Bytes& sik, const Bytes& rakp4) const;
     // RAKP 4's integrity check value, when it does not match: which BMC key the BMC used.
     Failure refuseRakp4(const Bytes& rakp4, const Bytes& userKey);
+    // How the BMC confirmed the session: RAKP message 4 (in `rakp4`, perhaps a refusal), or an
+    // answer in the session itself.
+    enum class Confirmation { None, ByRakp4, BySession };
+    // RAKP message 3, resent until answered. A BMC that took it but whose RAKP 4 was lost may
+    // ignore a resent one (OpenIPMI's simulator does) or refuse it: each resend goes with Set
+    // Session Privilege Level in the new session, whose answer confirms the session as well.
+    Confirmation confirm(const Bytes& rakp3Code, Clock::time_point deadline, Bytes& rakp4);
     Failure setPrivilege(Clock::time_point deadline);
     // Whether a handshake answer of the right tag is taken (see the definition).
     bool believable(const Bytes& answer) const;
@@ -88,14 +95,16 @@ private:
     // `answer`.
     bool handshake(unsigned char requestType, const std::function<Bytes(unsigned char tag)>& build,
                    unsigned char answerType, Clock::time_point deadline, Bytes& answer);
+    bool answersHandshake(const unsigned char* datagram, std::size_t size, unsigned char answerType,
+                          unsigned char firstTag, Bytes& answer) const;
     // How the interval between sends of an unanswered packet changes. A handshake step doubles
     // it: each resend may make the BMC set up a session afresh, and a slow BMC or path, rather
     // than a lossy one, needs more time, not more datagrams. Requests in a session keep it: the
     // BMC answers a resend cheaply, and a lossy path needs resends more than patience.
     enum class Resend { Steady, Doubling };
-    // Sends what `nextPacket` gives, again after each resend interval, until `accept` takes a
-    // datagram (true) or the deadline passes (false).
-    bool transact(const std::function<Bytes()>& nextPacket, const Acceptor& accept,
+    // Calls `sendNext` (false: it could not send), again after each resend interval, until
+    // `accept` takes a datagram (true) or the deadline passes (false).
+    bool transact(const std::function<bool()>& sendNext, const Acceptor& accept,
                   Clock::time_point deadline, Resend resend);
     // Waits for a datagram that `accept` takes until `until`; others go to endDuplicateSession().
     bool awaitAnswer(const Acceptor& accept, Clock::time_point until);
@@ -104,6 +113,11 @@ private:
     // One IPMI request in the active session, answered before the deadline.
     bool request(unsigned char netFn, unsigned char command, const Bytes& data,
                  Clock::time_point deadline, Bytes& answer);
+    unsigned char nextRequestSequence();
+    // Whether `datagram` is the session's answer to that request; its completion code and data
+    // go to `answer`.
+    bool answers(const unsigned char* datagram, std::size_t size, unsigned char netFn,
+                 unsigned char command, unsigned char sequence, Bytes& answer);
     // Ends a session the BMC opened for an Open Session resent by us, if `datagram` answers one.
     void endDuplicateSession(const unsigned char* datagram, std::size_t size);
     // Tells the BMC to drop the session being set up, without waiting: a RAKP message 3 with an

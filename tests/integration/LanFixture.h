@@ -9,6 +9,7 @@
 #include <string>
 
 #include "BmcSimulator.h"
+#include "IpmiClient.h"
 #include "IpmiEventLog.h"
 #include "SampleServer.h"
 
@@ -34,6 +35,18 @@ private:
     std::string old_;
     bool hadOld_ = false;
 };
+
+// Active sessions on the BMC at `port`, as Get Session Info (App 3Dh) counts them from a session of
+// its own (which it counts too); -1 when it cannot tell.
+inline int activeSessions(unsigned short port) {
+    IpmiClient client(BmcSimulator::host(), kAdministrator.name, kAdministrator.password,
+                      std::to_string(port), 3);
+    if (client.connect() != 0) return -1;
+    std::vector<unsigned char> response;
+    unsigned char completionCode = 0;
+    client.sendCommand({0x3D, {0x00}, 0x06}, response, completionCode);
+    return completionCode == 0 && response.size() > 2 ? response[2] & 0x3F : -1;
+}
 
 class LanTest : public ::testing::Test {
 protected:

@@ -10,7 +10,6 @@
 #include <fstream>
 #include <functional>
 
-#include "IpmiClient.h"
 #include "IpmiEventLog.h"
 #include "LanFixture.h"
 
@@ -46,17 +45,7 @@ protected:
         bmc->addSelRecords({sel.begin(), sel.begin() + 3});
     }
 
-    // Active sessions on the BMC, as Get Session Info (App 0x3D) counts them from a session of
-    // its own (which it counts too).
-    int activeSessions() const {
-        IpmiClient client(bmcsim::BmcSimulator::host(), bmcsim::kAdministrator.name,
-                          bmcsim::kAdministrator.password, std::to_string(bmc->port()), 3);
-        if (client.connect() != 0) return -1;
-        std::vector<unsigned char> response;
-        unsigned char completionCode = 0;
-        client.sendCommand({0x3D, {0x00}, 0x06}, response, completionCode);
-        return completionCode == 0 && response.size() > 2 ? response[2] & 0x3F : -1;
-    }
+    int activeSessions() const { return bmcsim::activeSessions(bmc->port()); }
 
     // Runs `call` kCalls times after a warm-up; memory may grow by allocator noise only.
     void expectSteady(const std::function<int(IpmiEventLog&)>& call, int expectedResult = 0) {

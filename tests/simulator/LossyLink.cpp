@@ -30,13 +30,27 @@ sockaddr_in loopback(unsigned short port) {
 struct Pending {
     std::chrono::steady_clock::time_point due;
     bool toBmc;
-    std::vector<char> bytes;
+    std::vector<unsigned char> bytes;
 };
+
+// Datagrams in the order they are due: the two directions may be delayed differently.
+void schedule(std::deque<Pending>& pending, Pending datagram) {
+    const auto later = std::upper_bound(
+        pending.begin(), pending.end(), datagram.due,
+        [](std::chrono::steady_clock::time_point due, const Pending& p) { return due < p.due; });
+    pending.insert(later, std::move(datagram));
+}
 
 }  // namespace
 
-LossyLink::LossyLink(unsigned short bmcPort, double lossProbability,
-                     std::chrono::microseconds delay) {
+std::optional<unsigned char> rmcpPlusPayloadType(const std::vector<unsigned char>& datagram) {
+    // RMCP header (4 bytes), then authentication type 06h for RMCP+ and the payload type.
+    constexpr unsigned char rmcpPlus = 0x06;
+    if (datagram.size() < 6 || datagram[4] != rmcpPlus) return std::nullopt;
+    return datagram[5] & 0x3F;
+}
+
+LossyLink::LossyLink(unsigned short bmcPort, LinkFaults faults) {
     clientSide_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     bmcSide_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     sockaddr_in any = loopback(0);
@@ -49,7 +63,7 @@ LossyLink::LossyLink(unsigned short bmcPort, double lossProbability,
     socklen_t length = sizeof any;
     getsockname(clientSide_, reinterpret_cast<sockaddr*>(&any), &length);
     port_ = ntohs(any.sin_port);
-    thread_ = std::thread([this, lossProbability, delay] { run(lossProbability, delay); });
+    thread_ = std::thread([this, faults = std::move(faults)] { run(faults); });
 }
 
 LossyLink::~LossyLink() {
@@ -69,9 +83,9 @@ std::vector<double> LossyLink::takeClientTurnarounds() {
     return std::exchange(turnarounds_, {});
 }
 
-void LossyLink::run(double lossProbability, std::chrono::microseconds delay) {
+void LossyLink::run(const LinkFaults& faults) {
     std::mt19937 random(12345);  // the same losses every run
-    std::bernoulli_distribution lost(lossProbability);
+    std::bernoulli_distribution lost(faults.lossProbability);
     std::deque<Pending> pending;
     sockaddr_in client{};
     bool knowClient = false;
@@ -87,7 +101,7 @@ void LossyLink::run(double lossProbability, std::chrono::microseconds delay) {
         }
         const timespec timeout{0, static_cast<long>(wait.count())};
         ppoll(fds, 2, &timeout, nullptr);
-        char buffer[2048];
+        unsigned char buffer[2048];
         if (fds[0].revents & POLLIN) {
             socklen_t length = sizeof client;
             const ssize_t n = recvfrom(clientSide_, buffer, sizeof buffer, 0,
@@ -102,17 +116,21 @@ void LossyLink::run(double lossProbability, std::chrono::microseconds delay) {
             }
             if (n > 0 && ++clientDatagrams_ == actionAt_ && action_) action_();
             if (n > 0 && !lost(random)) {
-                pending.push_back(
-                    {std::chrono::steady_clock::now() + delay, true, {buffer, buffer + n}});
+                schedule(
+                    pending,
+                    {std::chrono::steady_clock::now() + faults.delay, true, {buffer, buffer + n}});
             } else if (n > 0) {
                 ++dropped_;
             }
         }
         if (fds[1].revents & POLLIN) {
             const ssize_t n = recv(bmcSide_, buffer, sizeof buffer, 0);
-            if (n > 0 && !lost(random)) {
-                pending.push_back(
-                    {std::chrono::steady_clock::now() + delay, false, {buffer, buffer + n}});
+            const std::vector<unsigned char> datagram(buffer, buffer + std::max<ssize_t>(n, 0));
+            const std::optional<std::chrono::microseconds> later =
+                faults.answerDelay ? faults.answerDelay(datagram) : 0us;
+            if (n > 0 && !lost(random) && later) {
+                schedule(pending, {std::chrono::steady_clock::now() + faults.delay + *later, false,
+                                   datagram});
             } else if (n > 0) {
                 ++dropped_;
             }

@@ -7,14 +7,32 @@
 #include <chrono>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
 namespace bmcsim {
 
+// What the link does to the datagrams it forwards.
+struct LinkFaults {
+    double lossProbability = 0.0;        // of each datagram, both ways
+    std::chrono::microseconds delay{0};  // of each datagram, both ways
+    // How much later still each datagram from the BMC goes on to the client; none drops it.
+    // Called on the link's thread.
+    std::function<std::optional<std::chrono::microseconds>(
+        const std::vector<unsigned char>& datagram)>
+        answerDelay;
+};
+
+// The RMCP+ payload type of a datagram (Open Session answer 11h, RAKP 2 13h, RAKP 4 15h, ...),
+// or none for other datagrams.
+std::optional<unsigned char> rmcpPlusPayloadType(const std::vector<unsigned char>& datagram);
+
 class LossyLink {
 public:
-    LossyLink(unsigned short bmcPort, double lossProbability, std::chrono::microseconds delay);
+    LossyLink(unsigned short bmcPort, LinkFaults faults);
+    LossyLink(unsigned short bmcPort, double lossProbability, std::chrono::microseconds delay)
+        : LossyLink(bmcPort, LinkFaults{lossProbability, delay, {}}) {}
     ~LossyLink();
     LossyLink(const LossyLink&) = delete;
     LossyLink& operator=(const LossyLink&) = delete;
@@ -30,7 +48,7 @@ public:
     std::vector<double> takeClientTurnarounds();
 
 private:
-    void run(double lossProbability, std::chrono::microseconds delay);
+    void run(const LinkFaults& faults);
 
     int clientSide_ = -1;  // bound to port_, where the client sends
     int bmcSide_ = -1;     // connected to the BMC
