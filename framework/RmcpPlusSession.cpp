@@ -385,20 +385,17 @@ bool RmcpPlusSession::signsRakp4(const Bytes& sik, const Bytes& answer) const {
 // The BMC took our RAKP message 3, so it knows the password: RAKP 4 signed with another SIK
 // means another BMC key. The session the BMC activated cannot be closed with keys we lack;
 // RAKP message 3's error status asks it to drop the session.
-RmcpPlusSession::Failure RmcpPlusSession::refuseRakp4(const Bytes& answer, const Bytes& userKey) {
-    abandon(kStatusInvalidIntegrityCheck);
-    if (settings_.bmcKey.empty()) {
-        return fail(Failure::BmcKeyRefused,
-                    "RAKP message 4 is signed with a BMC key (K_g) and none was given");
-    }
+RmcpPlusSession::Failure RmcpPlusSession::refuseRakp4(const Bytes& rakp4, const Bytes& userKey) {
     Bytes sik = sessionIntegrityKey(userKey);
     const WipedOnExit<Bytes> sikWiped(sik);
-    if (signsRakp4(sik, answer)) {
-        return fail(Failure::BmcKeyRefused,
-                    "RAKP message 4 is signed without a BMC key (K_g), but one was given");
-    }
-    return fail(Failure::BmcKeyRefused,
-                "RAKP message 4 is signed with another BMC key (K_g) than the one given");
+    const char* text =
+        settings_.bmcKey.empty()
+            ? "RAKP message 4 is signed with a BMC key (K_g) and none was given"
+        : signsRakp4(sik, rakp4)
+            ? "RAKP message 4 is signed without a BMC key (K_g), but one was given"
+            : "RAKP message 4 is signed with another BMC key (K_g) than the one given";
+    abandon(kStatusInvalidIntegrityCheck);
+    return fail(Failure::BmcKeyRefused, text);
 }
 
 RmcpPlusSession::Failure RmcpPlusSession::setPrivilege(Clock::time_point deadline) {
