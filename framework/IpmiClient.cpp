@@ -186,8 +186,8 @@ const char* adviceFor(Failure failure) {
         case Failure::BadSettings:
             return "check the user name, the password and the BMC key";
         case Failure::BmcKeyRefused:
-            return "give the BMC key (K_g) the BMC is set up with, in hexadecimal in "
-                   "TOLMAR_IPMI_BMC_KEY, or none where it has none";
+            return "give the BMC key (K_g) the BMC is set up with (-k or -y; TOLMAR_IPMI_BMC_KEY "
+                   "in hexadecimal), or none where it has none";
         case Failure::SystemError:
             return "check this machine's network set-up";
         default:

@@ -33,6 +33,8 @@ const char* const kUsage =
     "  -f FILE           password from the first line of FILE\n"
     "  -P PASSWORD       password on the command line (erased from the process's arguments\n"
     "                    once it starts, but visible to other users until then)\n"
+    "  -k KEY            the BMC key (K_g), where the BMC has one; -y HEX the same in\n"
+    "                    hexadecimal (both erased from the process's arguments as -P is)\n"
     "  -C, --cipher-suite N   cipher suite ID (3)\n"
     "  --insecure-cipher-suite-0   allow cipher suite 0: no authentication, any password\n"
     "  -L, --privilege L      admin, operator or user (the highest the BMC grants)\n"
@@ -104,6 +106,24 @@ std::string passwordFromFile(const std::string& path) {
 }
 
 // What IPMI v2.0 allows over the LAN (RAKP message 1 and the user's key K_uid).
+// -k's text as the hexadecimal the framework takes.
+std::string hexOf(const std::string& key) {
+    static const char digits[] = "0123456789abcdef";
+    std::string hex;
+    for (unsigned char c : key) hex += {digits[c >> 4], digits[c & 0x0F]};
+    return hex;
+}
+
+// -y's key: up to 20 bytes in hexadecimal, with or without 0x. The key itself is never shown.
+std::string bmcKeyFromHex(std::string hex) {
+    if (hex.rfind("0x", 0) == 0 || hex.rfind("0X", 0) == 0) hex.erase(0, 2);
+    if (hex.empty() || hex.size() % 2 != 0 || hex.size() > 40 ||
+        hex.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+        throw UsageError("-y takes the BMC key as 2 to 40 hexadecimal digits, an even number");
+    }
+    return hex;
+}
+
 void checkCredentialLengths(const Options& options) {
     constexpr std::size_t longestUserName = 16;
     constexpr std::size_t longestPassword = 20;
@@ -113,6 +133,10 @@ void checkCredentialLengths(const Options& options) {
     }
     if (options.password.size() > longestPassword) {
         throw UsageError("the password is " + std::to_string(options.password.size()) +
+                         " bytes long; IPMI v2.0 allows at most 20");
+    }
+    if (options.bmcKeyHex.size() > 2 * longestPassword) {
+        throw UsageError("the BMC key is " + std::to_string(options.bmcKeyHex.size() / 2) +
                          " bytes long; IPMI v2.0 allows at most 20");
     }
 }
@@ -217,6 +241,10 @@ Options parseOptions(const std::vector<std::string>& args) {
         } else if (arg == "-f") {
             options.password = passwordFromFile(value(i));
             passwordGiven = true;
+        } else if (arg == "-k") {
+            options.bmcKeyHex = hexOf(value(i));
+        } else if (arg == "-y") {
+            options.bmcKeyHex = bmcKeyFromHex(value(i));
         } else if (arg == "-C" || arg == "--cipher-suite") {
             options.cipherSuite =
                 static_cast<unsigned short>(parseNumber(value(i), 255, "cipher suite"));
@@ -272,6 +300,10 @@ Options parseOptions(const std::vector<std::string>& args) {
             "cannot be trusted; --insecure-cipher-suite-0 allows it all the same");
     }
     return options;
+}
+
+bool takesSecret(const std::string& option) {
+    return option == "-P" || option == "-k" || option == "-y";
 }
 
 }  // namespace tool

@@ -21,6 +21,7 @@ struct Options {
     unsigned short port = 623;
     std::string user;
     std::string password;
+    std::string bmcKeyHex;  // K_g in hexadecimal, from -k or -y; empty: the BMC has none
     unsigned short cipherSuite = 3;
     bool insecureCipherSuiteZero = false;  // cipher suite 0 allowed (no authentication at all)
     std::string privilege;  // admin, operator, user; empty: the highest the BMC grants
@@ -38,7 +39,8 @@ struct Options {
 };
 
 // Parses the command line (without the program name). The password comes from -P, -E
-// (IPMI_PASSWORD), -f FILE, or a prompt when standard input is a terminal.
+// (IPMI_PASSWORD), -f FILE, or a prompt when standard input is a terminal; the BMC key from -k
+// (text) or -y (hexadecimal), as ipmitool takes them.
 Options parseOptions(const std::vector<std::string>& args);
 
 // "bmc[01-03].example,other" -> bmc01.example, bmc02.example, bmc03.example, other.
@@ -52,6 +54,9 @@ unsigned long parseRecordId(const std::string& text);
 
 // Sixteen bytes in hexadecimal: "02 00 00 ..." or "0x02,0x00,..." or "0200...".
 std::vector<unsigned char> parseHexBytes(const std::string& text);
+
+// The options whose value is a secret, to be erased from the process's arguments.
+bool takesSecret(const std::string& option);
 
 extern const char* const kUsage;
 

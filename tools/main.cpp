@@ -314,11 +314,11 @@ tool::Style outputStyle(const Options& options) {
     return style;
 }
 
-// Erases the value of -P from the process's arguments, which other users can read in
+// Erases the values of -P, -k and -y from the process's arguments, which other users can read in
 // /proc/PID/cmdline (the copy parsed is kept).
-void erasePasswordArgument(int argc, char** argv) {
+void eraseSecretArguments(int argc, char** argv) {
     for (int i = 1; i + 1 < argc; ++i) {
-        if (std::strcmp(argv[i], "-P") == 0) std::memset(argv[i + 1], 0, std::strlen(argv[i + 1]));
+        if (tool::takesSecret(argv[i])) std::memset(argv[i + 1], 0, std::strlen(argv[i + 1]));
     }
 }
 
@@ -327,7 +327,7 @@ void erasePasswordArgument(int argc, char** argv) {
 int main(int argc, char** argv) {
     Options options;
     const std::vector<std::string> arguments(argv + 1, argv + argc);
-    erasePasswordArgument(argc, argv);
+    eraseSecretArguments(argc, argv);
     try {
         options = tool::parseOptions(arguments);
         if (options.command == "help") {
@@ -350,6 +350,7 @@ int main(int argc, char** argv) {
     // How sessions are opened is the framework client's setting.
     if (!options.privilege.empty()) setenv("TOLMAR_IPMI_PRIVILEGE", options.privilege.c_str(), 1);
     if (options.insecureCipherSuiteZero) setenv("TOLMAR_IPMI_ALLOW_CIPHER_SUITE_0", "1", 1);
+    if (!options.bmcKeyHex.empty()) setenv("TOLMAR_IPMI_BMC_KEY", options.bmcKeyHex.c_str(), 1);
 
     std::vector<HostResult> results = runAll(options);
     std::vector<EventRow> events;

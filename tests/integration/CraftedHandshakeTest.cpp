@@ -9,6 +9,7 @@
 #include "IpmiClient.h"
 #include "IpmiClientActivity.h"
 #include "LanFixture.h"
+#include "ToolRun.h"
 
 namespace {
 
@@ -63,8 +64,8 @@ TEST_F(CraftedHandshakeTest, TheBmcKeyGivenInHexKeysTheSession) {
 
 TEST_F(CraftedHandshakeTest, EachBmcKeyMismatchIsNamedAndEndsTheSession) {
     const std::string advice =
-        "; give the BMC key (K_g) the BMC is set up with, in hexadecimal in TOLMAR_IPMI_BMC_KEY, "
-        "or none where it has none";
+        "; give the BMC key (K_g) the BMC is set up with (-k or -y; TOLMAR_IPMI_BMC_KEY in "
+        "hexadecimal), or none where it has none";
     const struct {
         const char* bmcKey;
         std::string given;
@@ -154,6 +155,45 @@ TEST_F(CraftedHandshakeTest, RefusalsWithoutTheConsoleSessionIdAreIgnored) {
     // Believed, the forged 0Ah would have sent the client down to operator level.
     EXPECT_EQ(bmc.grantedPrivilege(), 4);
     expectDeviceIdAnswered(client);
+}
+
+TEST_F(CraftedHandshakeTest, TheToolTakesTheBmcKeyAsTextOrHexAndNamesAMismatch) {
+    CraftedBehaviour behaviour;
+    behaviour.bmcKey = "the-bmc-key";
+    CraftedBmc bmc(behaviour);
+    const std::string host = "127.0.0.1:" + std::to_string(bmc.port());
+    bmcsim::ScratchDirectory scratch;
+    const auto tool = [&](const std::string& arguments) {
+        return bmcsim::runShell("IPMI_PASSWORD=" + behaviour.password + " " TOOL_PATH " -H " +
+                                    host + " -U " + behaviour.user + " -E " + arguments,
+                                scratch);
+    };
+    for (const std::string& key : {std::string("-k the-bmc-key"), "-y 0x" + hex("the-bmc-key")}) {
+        const bmcsim::ToolRun run = tool(key + " status");
+        EXPECT_EQ(run.status, 0) << key << ": " << run.err;
+        EXPECT_EQ(run.err, "") << key;
+    }
+    const bmcsim::ToolRun without = tool("status");
+    EXPECT_EQ(without.status, 14);
+    EXPECT_EQ(without.err,
+              "ipmi-event-log: authentication refused by " + host +
+                  ": RAKP message 4 is signed with a BMC key (K_g) and none was given; give the "
+                  "BMC key (K_g) the BMC is set up with (-k or -y; TOLMAR_IPMI_BMC_KEY in "
+                  "hexadecimal), or none where it has none\n");
+    const struct {
+        std::string arguments;
+        std::string message;
+    } refused[] = {
+        {"-y 0xzz status", "-y takes the BMC key as 2 to 40 hexadecimal digits, an even number"},
+        {"-y abc status", "-y takes the BMC key as 2 to 40 hexadecimal digits, an even number"},
+        {"-k 123456789012345678901 status",
+         "the BMC key is 21 bytes long; IPMI v2.0 allows at most 20"},
+    };
+    for (const auto& r : refused) {
+        const bmcsim::ToolRun run = tool(r.arguments);
+        EXPECT_EQ(run.status, 2) << r.arguments;
+        EXPECT_EQ(run.err.rfind("ipmi-event-log: " + r.message + "\n", 0), 0u) << run.err;
+    }
 }
 
 }  // namespace

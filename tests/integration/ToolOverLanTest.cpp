@@ -14,14 +14,11 @@
 
 #include "LanFixture.h"
 #include "LossyLink.h"
+#include "ToolRun.h"
 
 namespace {
 
-struct ToolRun {
-    std::string out;
-    std::string err;
-    int status;
-};
+using bmcsim::ToolRun;
 
 std::size_t lines(const std::string& text) { return std::count(text.begin(), text.end(), '\n'); }
 
@@ -64,22 +61,8 @@ protected:
                      " -E " + arguments);
     }
 
-    // Runs a shell command line with no input, its standard output and error kept apart.
     ToolRun shell(const std::string& commandLine) const {
-        const std::string errors = scratch.file("stderr");
-        const std::string command = commandLine + " 2>" + errors + " </dev/null";
-        ToolRun run{"", "", 0};
-        FILE* pipe = popen(command.c_str(), "r");
-        char buffer[4096];
-        for (std::size_t n; (n = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-            run.out.append(buffer, n);
-        const int status = pclose(pipe);
-        run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        std::ifstream in(errors);
-        std::ostringstream text;
-        text << in.rdbuf();
-        run.err = text.str();
-        return run;
+        return bmcsim::runShell(commandLine, scratch);
     }
 
     // The tool refuses the command line: exit 2, nothing on stdout, `message` first on stderr.
@@ -261,7 +244,7 @@ TEST_F(ToolOverLanTest, APasswordFileWithCrLfLinesIsRead) {
     EXPECT_EQ(tool("-f " + file + " status").status, 0);
 }
 
-TEST_F(ToolOverLanTest, ThePasswordGivenWithPIsErasedFromTheProcessArguments) {
+TEST_F(ToolOverLanTest, ThePasswordAndBmcKeyAreErasedFromTheProcessArguments) {
     // A tool that waits 3 s for a BMC that does not answer: long enough to be looked at once it
     // has started.
     bmc->stop();
@@ -270,8 +253,8 @@ TEST_F(ToolOverLanTest, ThePasswordGivenWithPIsErasedFromTheProcessArguments) {
     ASSERT_GE(child, 0);
     if (child == 0) {
         setenv("TOLMAR_IPMI_SESSION_TIMEOUT_MS", "3000", 1);
-        execl(TOOL_PATH, TOOL_PATH, "-H", host.c_str(), "-U", "admin", "-P", "Secret-Pass1",
-              "status", static_cast<char*>(nullptr));
+        execl(TOOL_PATH, TOOL_PATH, "-H", host.c_str(), "-U", "admin", "-P", "Secret-Pass1", "-k",
+              "Kg-Secret", "-y", "0x4b67", "status", static_cast<char*>(nullptr));
         _exit(127);
     }
     const auto arguments = [child] {
@@ -283,8 +266,10 @@ TEST_F(ToolOverLanTest, ThePasswordGivenWithPIsErasedFromTheProcessArguments) {
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     const std::string seen = arguments();
     waitpid(child, nullptr, 0);
-    EXPECT_NE(seen.find(std::string("-P\0\0", 4)), std::string::npos) << seen;
+    for (const char* option : {"-P", "-k", "-y"})
+        EXPECT_NE(seen.find(option + std::string("\0\0", 2)), std::string::npos) << seen;
     EXPECT_EQ(seen.find("Secret"), std::string::npos);
+    EXPECT_EQ(seen.find("4b67"), std::string::npos);
 }
 
 TEST_F(ToolOverLanTest, BadCommandLinesExitWithTwo) {

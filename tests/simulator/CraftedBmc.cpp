@@ -124,9 +124,9 @@ void CraftedBmc::run() {
         const ssize_t size = recvfrom(socket_, datagram.data(), datagram.size(), 0,
                                       reinterpret_cast<sockaddr*>(&client), &length);
         if (size <= 0) continue;
-        // Answers go back where the last datagram came from: one client at a time.
-        connect(socket_, reinterpret_cast<sockaddr*>(&client), length);
         std::lock_guard<std::mutex> lock(mutex_);
+        // Answers go back where the last datagram came from: one client at a time.
+        client_ = client;
         answer({datagram.begin(), datagram.begin() + size});
     }
 }
@@ -158,7 +158,7 @@ void CraftedBmc::answerChannelCapabilities(const Bytes& message) {
     Bytes packet = {0x06, 0x00, 0xFF, 0x07, 0x00, 0, 0, 0, 0, 0, 0, 0, 0};
     packet.push_back(static_cast<unsigned char>(answer.size()));
     packet.insert(packet.end(), answer.begin(), answer.end());
-    send(socket_, packet.data(), packet.size(), 0);
+    reply(packet);
 }
 
 void CraftedBmc::openSession(const Bytes& request) {
@@ -282,13 +282,17 @@ void CraftedBmc::inSession(const Bytes& datagram) {
         answer = ipmiAnswer(request, kInvalidCommand, {});
     }
     const Bytes packet = session->codec->seal(answer);
-    send(socket_, packet.data(), packet.size(), 0);
+    reply(packet);
     if (command == kCloseSession) sessions_.erase(session->rakp.bmcSessionId);
 }
 
 void CraftedBmc::sendSetup(unsigned char payloadType, const Bytes& payload) {
-    const Bytes packet = RmcpPlusCodec::sessionSetupPacket(payloadType, payload);
-    send(socket_, packet.data(), packet.size(), 0);
+    reply(RmcpPlusCodec::sessionSetupPacket(payloadType, payload));
+}
+
+void CraftedBmc::reply(const Bytes& packet) {
+    sendto(socket_, packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr*>(&client_),
+           sizeof client_);
 }
 
 // What anyone on the path could send: refusals that would lower the privilege level or condemn

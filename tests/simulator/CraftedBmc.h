@@ -4,6 +4,8 @@
 // ID and Close Session, and refuses other commands with C1h.
 #pragma once
 
+#include <netinet/in.h>
+
 #include <atomic>
 #include <cstdint>
 #include <map>
@@ -62,11 +64,13 @@ private:
     void rakp3(const Bytes& request);
     void inSession(const Bytes& datagram);
     void sendSetup(unsigned char payloadType, const Bytes& payload);
+    void reply(const Bytes& packet);
     void forgeRefusal(unsigned char payloadType, unsigned char tag);
     Session* find(std::uint32_t bmcSessionId);
 
     CraftedBehaviour behaviour_;
     int socket_ = -1;
+    sockaddr_in client_{};
     unsigned short port_ = 0;
     std::uint32_t nextSessionId_ = 0x5E550001;
     mutable std::mutex mutex_;
