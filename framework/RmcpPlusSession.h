@@ -1,7 +1,8 @@
 // One IPMI v2.0 (RMCP+) session with a BMC over UDP: Get Channel Authentication Capabilities,
 // Open Session, RAKP 1 to 4 and Set Session Privilege Level to open it; then one request at a
-// time, each resent at growing intervals until answered or timed out; Close Session at the end.
-// A handshake that fails after the BMC accepted part of it tells the BMC to drop the session.
+// time, each resent until answered or timed out; Close Session at the end. Resends are spaced by
+// the round trip where it is long, and double during the handshake. A handshake that fails after
+// the BMC accepted part of it tells the BMC to drop the session.
 #pragma once
 
 #include <chrono>

@@ -8,9 +8,10 @@
 #include <string>
 #include <vector>
 
+// An empty vector's data() may be null, which explicit_bzero does not take.
 inline void wipe(std::string& secret) { explicit_bzero(secret.data(), secret.size()); }
 inline void wipe(std::vector<unsigned char>& secret) {
-    explicit_bzero(secret.data(), secret.size());
+    if (!secret.empty()) explicit_bzero(secret.data(), secret.size());
 }
 
 // Wipes a secret when the scope that holds it ends, however it ends.
