@@ -93,20 +93,6 @@ double median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
-// A SEL of `count` events: the sample server's, repeated, a minute apart.
-std::vector<bmcsim::SelRecord> eventLog(std::size_t count) {
-    const std::vector<bmcsim::SelRecord> sample = bmcsim::sampleEventLog();
-    std::vector<bmcsim::SelRecord> log;
-    std::uint32_t time = 0x55000000;
-    for (std::size_t i = 0; i < count; ++i) {
-        bmcsim::SelRecord record = sample[i % sample.size()];
-        time += 60;
-        for (int b = 0; b < 4; ++b) record[3 + b] = static_cast<unsigned char>(time >> (8 * b));
-        log.push_back(record);
-    }
-    return log;
-}
-
 // A session of the framework client through the link, as the administrator, cipher suite 3.
 std::unique_ptr<IpmiClient> connectedClient(unsigned short port) {
     auto client =
@@ -286,7 +272,7 @@ int main(int argc, char** argv) {
     for (std::size_t records : {100, 1000, 3000}) {
         bmcsim::BmcSimulator bmc(bmcsim::sdrCommands(bmcsim::sampleSdrRepository()));
         bmc.setEventFilters(bmcsim::sampleEventFilters());
-        bmc.addSelRecords(eventLog(records));
+        bmc.addSelRecords(bmcsim::repeatedEventLog(records));
         for (const auto delay : {0us, 500us}) {
             bmcsim::LossyLink link(bmc.port(), 0.0, delay);
             measurePath(records, delay == 0us ? "loopback" : "~1 ms", link, tool, runs);

@@ -51,12 +51,18 @@ int bindLoopbackUdp(unsigned short port) {
     return fd;
 }
 
-unsigned short freeUdpPort() {
-    const int fd = bindLoopbackUdp(0);
-    if (fd < 0) throw std::runtime_error("no free UDP port on 127.0.0.1");
+// A port of 127.0.0.1 free for `type` (SOCK_DGRAM, SOCK_STREAM) when asked.
+unsigned short freeLoopbackPort(int type) {
+    const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t length = sizeof address;
-    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+        if (fd >= 0) close(fd);
+        throw std::runtime_error("no free port on 127.0.0.1");
+    }
     close(fd);
     return ntohs(address.sin_port);
 }
@@ -72,7 +78,8 @@ bool portInUse(unsigned short port) {
     return errno == EADDRINUSE;
 }
 
-std::string lanConfiguration(unsigned short port, const std::string& auxiliaryLogFile) {
+std::string lanConfiguration(unsigned short port, unsigned short vmPort,
+                             const std::string& auxiliaryLogFile) {
     std::ostringstream out;
     out << "name \"tolmar_bmc\"\n";
     out << "loadlib \"" << AUXLOG_PLUGIN << "\" \"" << auxiliaryLogFile << "\"\n";
@@ -90,6 +97,8 @@ std::string lanConfiguration(unsigned short port, const std::string& auxiliaryLo
         << "  allowed_auths_admin none md2 md5 straight\n"
         << "  guid a123456789abcdefa123456789abcdef\n"
         << "endlan\n";
+    // The system interface a VM's KCS device reaches through QEMU's external BMC.
+    if (vmPort != 0) out << "serial kcs 127.0.0.1 " << vmPort << " codec VM\n";
     return out.str();
 }
 
@@ -120,7 +129,9 @@ void writeFile(const std::string& path, const std::string& text) {
 }  // namespace
 
 BmcSimulator::BmcSimulator(const std::string& emulation,
-                           const std::vector<std::vector<unsigned char>>& auxiliaryLog) {
+                           const std::vector<std::vector<unsigned char>>& auxiliaryLog,
+                           Interfaces interfaces)
+    : interfaces_(interfaces) {
     writeFile(directory_.file("auxiliary.log"), auxiliaryLogFile(auxiliaryLog));
     for (int attempt = 0; attempt < kStartAttempts; ++attempt) {
         if (start(emulation)) return;
@@ -135,9 +146,10 @@ bool BmcSimulator::start(const std::string& emulation) {
     const std::string state = directory_.file("state");
     std::filesystem::remove_all(state);
     std::filesystem::create_directories(state);
-    port_ = freeUdpPort();
+    port_ = freeLoopbackPort(SOCK_DGRAM);
+    vmPort_ = interfaces_ == Interfaces::LanAndVm ? freeLoopbackPort(SOCK_STREAM) : 0;
     writeFile(directory_.file("lan.conf"),
-              lanConfiguration(port_, directory_.file("auxiliary.log")));
+              lanConfiguration(port_, vmPort_, directory_.file("auxiliary.log")));
     writeFile(directory_.file("bmc.emu"), emulationFile(emulation));
     const std::string log = directory_.file("ipmi_sim.log");
 

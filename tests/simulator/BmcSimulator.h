@@ -24,6 +24,10 @@ extern const LanUser kAdministrator;
 extern const LanUser kOperator;
 extern const LanUser kViewer;  // user privilege: may read, may not change
 
+// Where the simulated BMC answers: its LAN channel always; with `LanAndVm`, also a system
+// interface for a virtual machine (QEMU's ipmi-bmc-extern device) on a TCP port of 127.0.0.1.
+enum class Interfaces { Lan, LanAndVm };
+
 class BmcSimulator {
 public:
     // Starts the simulator and returns once its LAN port is open. `emulation` holds ipmi_sim
@@ -32,13 +36,16 @@ public:
     // library is built with. Throws std::runtime_error, with the simulator's own output, when it
     // does not come up.
     explicit BmcSimulator(const std::string& emulation = "",
-                          const std::vector<std::vector<unsigned char>>& auxiliaryLog = {});
+                          const std::vector<std::vector<unsigned char>>& auxiliaryLog = {},
+                          Interfaces interfaces = Interfaces::Lan);
     ~BmcSimulator();
     BmcSimulator(const BmcSimulator&) = delete;
     BmcSimulator& operator=(const BmcSimulator&) = delete;
 
     static const char* host() { return "127.0.0.1"; }
     unsigned short port() const { return port_; }
+    // The TCP port of the virtual machine interface (OpenIPMI's "VM" serial codec); 0 without.
+    unsigned short vmPort() const { return vmPort_; }
     pid_t pid() const { return pid_; }
 
     // Adds the records to the SEL over the LAN with the standard commands, as the administrator:
@@ -63,7 +70,9 @@ private:
     void sendAll(const std::vector<Request>& requests) const;
 
     ScratchDirectory directory_;
+    Interfaces interfaces_;
     unsigned short port_ = 0;
+    unsigned short vmPort_ = 0;
     pid_t pid_ = -1;
 };
 

@@ -247,6 +247,19 @@ std::vector<SelRecord> sampleEventLog() {
     return log;
 }
 
+std::vector<SelRecord> repeatedEventLog(std::size_t count) {
+    const std::vector<SelRecord> sample = sampleEventLog();
+    std::vector<SelRecord> log;
+    std::uint32_t time = 0x55000000;
+    for (std::size_t i = 0; i < count; ++i) {
+        SelRecord record = sample[i % sample.size()];
+        time += 60;
+        for (int b = 0; b < 4; ++b) record[3 + b] = static_cast<unsigned char>(time >> (8 * b));
+        log.push_back(record);
+    }
+    return log;
+}
+
 std::vector<unsigned char> auxLogRecord(const AuxRecord& r) {
     // Record bytes 0-1 size, 2-3 SEL record ID, 7 type, 10 severity, 11-12 operation, 13
     // sub-class, 14 class, 15-18 FRU instance, 19-34 GUID, then the extended data.

@@ -18,6 +18,8 @@ using SelRecord = std::array<unsigned char, 16>;
 std::vector<SdrRecord> sampleSdrRepository();
 // The sample server's events, record IDs from 1, time stamps from March 2015 on.
 std::vector<SelRecord> sampleEventLog();
+// A SEL of `count` events: the sample server's, repeated, a minute apart.
+std::vector<SelRecord> repeatedEventLog(std::size_t count);
 
 // One record of the OEM auxiliary log, as the BMC returns it after the enterprise number: its size
 // (the record less 7 bytes), the SEL record ID it belongs to, type, severity, operation, class and

@@ -1,9 +1,10 @@
 // Runs the sample server's BMC (sensors, PEF filters, auxiliary log and event log) on a free
 // loopback port for as long as a command runs:
-//   sample_bmc COMMAND [ARGS...]
+//   sample_bmc [--vm] COMMAND [ARGS...]
 // The command finds the BMC in its environment: BMC_HOST, BMC_PORT, BMC_USER and IPMI_PASSWORD
-// (the administrator account). The simulator is stopped when the command ends; the command's exit
-// status is returned.
+// (the administrator account), and with --vm BMC_VM_PORT, the TCP port of its interface for a
+// virtual machine's KCS device. The simulator is stopped when the command ends; the command's
+// exit status is returned.
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -16,8 +17,10 @@
 #include "SampleServer.h"
 
 int main(int argc, char** argv) {
-    if (argc < 2) {
-        std::fprintf(stderr, "usage: sample_bmc COMMAND [ARGS...]\n");
+    const bool vm = argc > 1 && std::string(argv[1]) == "--vm";
+    char** command = argv + (vm ? 2 : 1);
+    if (*command == nullptr) {
+        std::fprintf(stderr, "usage: sample_bmc [--vm] COMMAND [ARGS...]\n");
         return 2;
     }
     try {
@@ -25,7 +28,9 @@ int main(int argc, char** argv) {
         for (const bmcsim::AuxRecord& record : bmcsim::sampleAuxiliaryLog()) {
             auxiliaryLog.push_back(bmcsim::auxLogRecord(record));
         }
-        bmcsim::BmcSimulator bmc(bmcsim::sdrCommands(bmcsim::sampleSdrRepository()), auxiliaryLog);
+        bmcsim::BmcSimulator bmc(
+            bmcsim::sdrCommands(bmcsim::sampleSdrRepository()), auxiliaryLog,
+            vm ? bmcsim::Interfaces::LanAndVm : bmcsim::Interfaces::Lan);
         bmc.setEventFilters(bmcsim::sampleEventFilters());
         bmc.addSelRecords(bmcsim::sampleEventLog());
         std::fprintf(stderr, "sample BMC (ipmi_sim, pid %d) listening on %s:%u\n", bmc.pid(),
@@ -36,8 +41,9 @@ int main(int argc, char** argv) {
             setenv("BMC_PORT", std::to_string(bmc.port()).c_str(), 1);
             setenv("BMC_USER", bmcsim::kAdministrator.name, 1);
             setenv("IPMI_PASSWORD", bmcsim::kAdministrator.password, 1);
-            execvp(argv[1], argv + 1);
-            std::perror(argv[1]);
+            if (vm) setenv("BMC_VM_PORT", std::to_string(bmc.vmPort()).c_str(), 1);
+            execvp(command[0], command);
+            std::perror(command[0]);
             _exit(127);
         }
         int status = 0;

@@ -1,0 +1,56 @@
+// A small Linux virtual machine (QEMU, booted by guest.sh) whose BMC is an ipmi_sim of the test's:
+// the guest reaches it through the kernel's IPMI driver and a KCS interface, and runs commands in
+// band. Each command's exit status, output and error output come back through a serial port. The
+// guest is bounded in time and stopped by its PID; it never outlives the test.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "ScratchDirectory.h"
+
+namespace bmcsim {
+
+class GuestMachine {
+public:
+    struct Result {
+        int status = -1;
+        std::string out;
+        std::string err;
+    };
+
+    // Boots the guest. `commands` is shell the guest sources, one `run NAME COMMAND...` a command;
+    // `binaries` are copied to the guest's /bin with their libraries. `vmPort` is the simulator's
+    // VM interface. Throws std::runtime_error when the guest cannot be started.
+    GuestMachine(unsigned short vmPort, const std::string& commands,
+                 const std::vector<std::string>& binaries);
+    ~GuestMachine();
+    GuestMachine(const GuestMachine&) = delete;
+    GuestMachine& operator=(const GuestMachine&) = delete;
+
+    // Whether the guest reported `line` (as "@@start NAME" when a command starts) within
+    // `timeout`; false when the guest ended first.
+    bool waitForLine(const std::string& line, std::chrono::seconds timeout);
+    // Waits up to `timeout` for the guest to power off, then stops it. True when it powered off
+    // by itself after running every command.
+    bool finish(std::chrono::seconds timeout);
+
+    // The commands' results so far, by name.
+    std::map<std::string, Result> results() const;
+    // The kernel's console and the guest's own log lines, for failure messages.
+    std::string console() const;
+    std::string log() const;
+
+private:
+    std::string read(const std::string& name) const;
+    void stop();
+
+    ScratchDirectory directory_;
+    pid_t pid_ = -1;
+};
+
+}  // namespace bmcsim

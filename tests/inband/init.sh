@@ -1,0 +1,48 @@
+#!/bin/busybox sh
+# The guest's first process: loads the kernel's IPMI drivers, runs the commands the host put in
+# /commands, writes each one's exit status, output and error output to the second serial port (the
+# first is the kernel's console), and powers the machine off. The port is raw: bytes go through
+# as they are, each command's counted in its header.
+/bin/busybox --install -s /bin
+export PATH=/bin
+mount -t proc proc /proc
+mount -t sysfs sysfs /sys
+mount -t devtmpfs devtmpfs /dev
+mkdir -p /tmp
+stty -F /dev/ttyS1 raw -echo
+exec 3>/dev/ttyS1
+
+# The system interface (KCS) is found through the ACPI tables QEMU describes it in; the device
+# node /dev/ipmi0 appears once ipmi_devintf knows the interface.
+for module in ipmi_msghandler ipmi_devintf ipmi_si; do
+    insmod "/modules/$module.ko" || echo "@@log insmod $module failed" >&3
+done
+waited=0
+while [ ! -e /dev/ipmi0 ] && [ "$waited" -lt 200 ]; do
+    sleep 0.1
+    waited=$((waited + 1))
+done
+echo "@@log /dev/ipmi0 $([ -e /dev/ipmi0 ] && echo present || echo missing) after $waited tenths" >&3
+
+uptime() { cut -d ' ' -f 1 /proc/uptime; }
+echo "@@log booted in $(uptime) s" >&3
+
+# run NAME COMMAND [ARGS...]: "@@start NAME" as it starts, then "@@result NAME STATUS OUT ERR"
+# followed by OUT bytes of output and ERR bytes of error output, and "@@log NAME took S s".
+run() {
+    name=$1
+    shift
+    echo "@@start $name" >&3
+    started=$(uptime)
+    "$@" >/tmp/out 2>/tmp/err
+    status=$?
+    ended=$(uptime)
+    echo "@@result $name $status $(($(wc -c </tmp/out))) $(($(wc -c </tmp/err)))" >&3
+    cat /tmp/out /tmp/err >&3
+    # A new line first: the output may not end with one.
+    printf '\n@@log %s took %s s\n' "$name" "$(echo "$ended $started" | awk '{ printf "%.2f", $1 - $2 }')" >&3
+}
+
+. /commands
+echo "@@done" >&3
+poweroff -f
