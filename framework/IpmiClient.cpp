@@ -44,6 +44,9 @@ constexpr unsigned kDefaultRetransmissionTimeoutMs = 1000;
 
 // Largest IPMI response over the in-band interface, with the command and completion code bytes.
 constexpr unsigned kInbandResponseCapacity = 1024;
+// Completion codes (IPMI v2.0 table 5-2) that stand in for an answer the BMC did not give.
+constexpr unsigned char kTimedOut = 0xC3;  // timeout while processing the command
+constexpr unsigned char kNotReady = 0xD2;  // BMC initialization in progress
 
 constexpr unsigned char kUserLevel = 0x02;
 constexpr unsigned char kOperatorLevel = 0x03;
@@ -258,7 +261,7 @@ struct IpmiClient::Session {
     unsigned long localInterface;
     std::unique_ptr<RmcpPlusSession> rmcpPlus;  // an open LAN session, or null
     ipmi_ctx_t context = nullptr;               // an open in-band interface, or null
-    bool inbandTimedOut = false;                // a request of `context` went unanswered
+    std::string inbandUnanswered = {};  // why a request of `context` went unanswered, once one did
 
     bool isOpen() const { return rmcpPlus != nullptr || context != nullptr; }
     // "address:port", as messages show it.
@@ -448,7 +451,7 @@ void IpmiClient::Session::close() {
     ipmi_ctx_close(context);
     ipmi_ctx_destroy(context);
     context = nullptr;
-    inbandTimedOut = false;
+    inbandUnanswered.clear();
 }
 
 void IpmiClient::disconnect() { session_->close(); }
@@ -464,8 +467,8 @@ bool IpmiClient::Session::exchange(unsigned char netFn, unsigned char command, c
 bool IpmiClient::Session::transfer(unsigned char netFn, unsigned char command, const Bytes& data,
                                    Bytes& answer) {
     if (rmcpPlus) return rmcpPlus->exchange(netFn, command, data, answer);
-    // As on the LAN, a BMC that let the driver time out is gone: later requests fail at once.
-    if (inbandTimedOut) return false;
+    // As on the LAN, a BMC that left a request unanswered is gone: later requests fail at once.
+    if (!inbandUnanswered.empty()) return false;
     // FreeIPMI's raw form: the command byte, then the data; the response starts with the command
     // byte and the completion code.
     Bytes raw;
@@ -477,7 +480,19 @@ bool IpmiClient::Session::transfer(unsigned char netFn, unsigned char command, c
     const int length = ipmi_cmd_raw(context, lun, netFn, raw.data(),
                                     static_cast<unsigned>(raw.size()), response, sizeof response);
     if (length < 2) {
-        inbandTimedOut = ipmi_ctx_errnum(context) == IPMI_ERR_DRIVER_TIMEOUT;
+        if (ipmi_ctx_errnum(context) == IPMI_ERR_DRIVER_TIMEOUT)
+            inbandUnanswered = ipmi_ctx_errormsg(context);
+        return false;
+    }
+    // A BMC that stopped answering shows in band as an answer made up on its behalf: C3h from
+    // the kernel's message handler when its time-out passed, D2h from QEMU's external BMC device
+    // while its BMC is disconnected. Neither comes from the BMC.
+    const unsigned char completionCode = response[1];
+    if (completionCode == kTimedOut || completionCode == kNotReady) {
+        char code[8];
+        std::snprintf(code, sizeof code, "%02Xh", unsigned{completionCode});
+        inbandUnanswered = "no answer from the BMC (completion code " + std::string(code) + ", " +
+                           ipmiCompletionCodeName(completionCode) + ")";
         return false;
     }
     answer.assign(response + 1, response + length);
@@ -486,7 +501,7 @@ bool IpmiClient::Session::transfer(unsigned char netFn, unsigned char command, c
 
 std::string IpmiClient::Session::lastFailure() const {
     if (rmcpPlus) return rmcpPlus->failureText();
-    return ipmi_ctx_errormsg(context);  // FreeIPMI keeps the driver's time-out as the last error
+    return inbandUnanswered.empty() ? ipmi_ctx_errormsg(context) : inbandUnanswered;
 }
 
 int IpmiClient::sendCommand(const IpmiCommandRequest& request,

@@ -1,11 +1,14 @@
 #include "GuestMachine.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -39,11 +42,15 @@ GuestMachine::GuestMachine(unsigned short vmPort, const std::string& commands,
         // guest.sh becomes QEMU: it must not outlive a test process that crashed.
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (getppid() != parent) _exit(1);
+        const std::string output = directory_.file("guest.out");
+        const int out = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+        dup2(out, STDOUT_FILENO);
+        dup2(out, STDERR_FILENO);
         std::vector<char*> argv;
         for (std::string& argument : arguments) argv.push_back(argument.data());
         argv.push_back(nullptr);
         execv(GUEST_SCRIPT, argv.data());
-        std::perror(GUEST_SCRIPT);
+        dprintf(out, "cannot run %s: %s\n", GUEST_SCRIPT, strerror(errno));
         _exit(127);
     }
 }
@@ -114,7 +121,9 @@ std::map<std::string, GuestMachine::Result> GuestMachine::results() const {
     return results;
 }
 
-std::string GuestMachine::console() const { return read("console.log"); }
+std::string GuestMachine::console() const {
+    return read("guest.out") + "--- the guest's console:\n" + read("console.log");
+}
 
 std::string GuestMachine::log() const {
     std::istringstream lines(read("results"));

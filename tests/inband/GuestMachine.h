@@ -41,7 +41,8 @@ public:
 
     // The commands' results so far, by name.
     std::map<std::string, Result> results() const;
-    // The kernel's console and the guest's own log lines, for failure messages.
+    // What guest.sh and QEMU said, with the kernel's console; and the guest's own log lines
+    // (boot and command times). For failure messages.
     std::string console() const;
     std::string log() const;
 

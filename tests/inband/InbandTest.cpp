@@ -5,9 +5,14 @@
 // in-band read gives what was read, reported as on the LAN, within the session timeout.
 #include <gtest/gtest.h>
 
+#include <signal.h>
+
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <memory>
+#include <regex>
+#include <thread>
 
 #include "BmcSimulator.h"
 #include "GuestMachine.h"
@@ -61,6 +66,20 @@ const Step kSteps[] = {
     {"addAfterClear", "add '00 00 f1 aa bb cc dd ee ff 00 11 22 33 44 55 66'"},
     {"rawAtTheEnd", "raw"},
 };
+
+// The first match of `pattern` in `text`, or an empty match.
+std::smatch match(const std::string& text, const std::string& pattern) {
+    std::smatch found;
+    std::regex_search(text, found, std::regex(pattern));
+    return found;
+}
+
+std::size_t count(const std::string& text, const std::string& part) {
+    std::size_t n = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++n;
+    return n;
+}
 
 class InbandTest : public ::testing::Test {
 protected:
@@ -141,6 +160,46 @@ TEST_F(InbandTest, TheGuestReadsAndChangesInBandWhatThisMachineDoesOverTheLan) {
     // The guest's changes were made on its BMC: this machine reads the same SEL there.
     EXPECT_EQ(results.at("rawAtTheEnd").out,
               asInBand(overLan(*inband, {"raw", "raw"}).out, *inband));
+}
+
+// A BMC that goes away half a second into an in-band read of 3,900 records (ipmi_sim's SEL holds
+// up to 4,000; the guest reads about 2,000 a second): the records read before are printed, the
+// read is reported incomplete as on the LAN, and the call ends within the session timeout.
+void expectAnIncompleteReadWhenTheBmcGoes(const std::function<void(BmcSimulator&)>& goAway) {
+    const auto bmc = sampleBmc(bmcsim::repeatedEventLog(3900));
+    GuestMachine guest(bmc->vmPort(), "run list ipmi-event-log --format jsonl list\n", {TOOL_PATH});
+    ASSERT_TRUE(guest.waitForLine("@@start list", kGuestTimeout)) << guest.log() << guest.console();
+    std::this_thread::sleep_for(500ms);
+    goAway(*bmc);
+    ASSERT_TRUE(guest.finish(kGuestTimeout)) << guest.log() << guest.console();
+    std::printf("%s", guest.log().c_str());
+
+    const GuestMachine::Result list = guest.results().at("list");
+    EXPECT_EQ(list.status, 3);
+    const std::smatch said =
+        match(list.err,
+              "ipmi-event-log: the local BMC: incomplete: BMC stopped answering "
+              "after ([0-9]+) SEL entries; severities, sensor names and "
+              "auxiliary details may be missing\n");
+    ASSERT_FALSE(said.empty()) << list.err;
+    const long read = std::stol(said[1]);
+    EXPECT_GT(read, 0);
+    EXPECT_LT(read, 3900);
+    EXPECT_EQ(std::count(list.out.begin(), list.out.end(), '\n'), read);
+    EXPECT_EQ(count(list.out, "\"complete\":false}"), static_cast<std::size_t>(read));
+    const std::smatch took = match(guest.log(), "(?:^|\n)list took ([0-9.]+) s\n");
+    ASSERT_FALSE(took.empty()) << guest.log();
+    EXPECT_LT(std::stod(took[1]), 10.0);  // the default session timeout
+}
+
+TEST_F(InbandTest, ABmcKilledPartWayThroughAnInBandReadIsReportedAsOnTheLan) {
+    // QEMU's external BMC device answers D2h for a BMC whose connection closed.
+    expectAnIncompleteReadWhenTheBmcGoes([](BmcSimulator& bmc) { bmc.stop(); });
+}
+
+TEST_F(InbandTest, ABmcThatFreezesPartWayThroughAnInBandReadIsReportedAsOnTheLan) {
+    // Nothing answers: the kernel's message handler gives up on the request (C3h).
+    expectAnIncompleteReadWhenTheBmcGoes([](BmcSimulator& bmc) { kill(bmc.pid(), SIGSTOP); });
 }
 
 }  // namespace
