@@ -47,7 +47,6 @@ public:
     std::string log() const;
 
 private:
-    std::string read(const std::string& name) const;
     void stop();
 
     ScratchDirectory directory_;

@@ -74,13 +74,6 @@ std::smatch match(const std::string& text, const std::string& pattern) {
     return found;
 }
 
-std::size_t count(const std::string& text, const std::string& part) {
-    std::size_t n = 0;
-    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
-        ++n;
-    return n;
-}
-
 class InbandTest : public ::testing::Test {
 protected:
     static std::string guestCommand(const Step& step) {
@@ -186,7 +179,7 @@ void expectAnIncompleteReadWhenTheBmcGoes(const std::function<void(BmcSimulator&
     EXPECT_GT(read, 0);
     EXPECT_LT(read, 3900);
     EXPECT_EQ(std::count(list.out.begin(), list.out.end(), '\n'), read);
-    EXPECT_EQ(count(list.out, "\"complete\":false}"), static_cast<std::size_t>(read));
+    EXPECT_EQ(bmcsim::countOf(list.out, "\"complete\":false}"), static_cast<std::size_t>(read));
     const std::smatch took = match(guest.log(), "(?:^|\n)list took ([0-9.]+) s\n");
     ASSERT_FALSE(took.empty()) << guest.log();
     EXPECT_LT(std::stod(took[1]), 10.0);  // the default session timeout

@@ -22,12 +22,7 @@ using bmcsim::ToolRun;
 
 std::size_t lines(const std::string& text) { return std::count(text.begin(), text.end(), '\n'); }
 
-std::size_t countOf(const std::string& text, const std::string& part) {
-    std::size_t count = 0;
-    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
-        ++count;
-    return count;
-}
+using bmcsim::countOf;
 
 class ToolOverLanTest : public ::testing::Test {
 protected:

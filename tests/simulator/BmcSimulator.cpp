@@ -1,10 +1,8 @@
 #include "BmcSimulator.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,11 +13,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
 
+#include "ChildProcess.h"
 #include "IpmiClient.h"
 
 namespace bmcsim {
@@ -120,19 +118,13 @@ std::string auxiliaryLogFile(const std::vector<std::vector<unsigned char>>& reco
     return out.str();
 }
 
-void writeFile(const std::string& path, const std::string& text) {
-    std::ofstream out(path);
-    out << text;
-    if (!out) throw std::runtime_error("cannot write " + path);
-}
-
 }  // namespace
 
 BmcSimulator::BmcSimulator(const std::string& emulation,
                            const std::vector<std::vector<unsigned char>>& auxiliaryLog,
                            Interfaces interfaces)
     : interfaces_(interfaces) {
-    writeFile(directory_.file("auxiliary.log"), auxiliaryLogFile(auxiliaryLog));
+    directory_.write("auxiliary.log", auxiliaryLogFile(auxiliaryLog));
     for (int attempt = 0; attempt < kStartAttempts; ++attempt) {
         if (start(emulation)) return;
     }
@@ -148,28 +140,13 @@ bool BmcSimulator::start(const std::string& emulation) {
     std::filesystem::create_directories(state);
     port_ = freeLoopbackPort(SOCK_DGRAM);
     vmPort_ = interfaces_ == Interfaces::LanAndVm ? freeLoopbackPort(SOCK_STREAM) : 0;
-    writeFile(directory_.file("lan.conf"),
-              lanConfiguration(port_, vmPort_, directory_.file("auxiliary.log")));
-    writeFile(directory_.file("bmc.emu"), emulationFile(emulation));
-    const std::string log = directory_.file("ipmi_sim.log");
+    directory_.write("lan.conf",
+                     lanConfiguration(port_, vmPort_, directory_.file("auxiliary.log")));
+    directory_.write("bmc.emu", emulationFile(emulation));
 
-    const pid_t parent = getpid();
-    pid_ = fork();
-    if (pid_ < 0) throw std::runtime_error("cannot fork for ipmi_sim");
-    if (pid_ == 0) {
-        // The simulator must not outlive a test process that crashed or was killed.
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (getppid() != parent) _exit(1);
-        const int out = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        dup2(out, STDOUT_FILENO);
-        dup2(out, STDERR_FILENO);
-        const std::string config = directory_.file("lan.conf");
-        const std::string commands = directory_.file("bmc.emu");
-        execl(IPMI_SIM, "ipmi_sim", "-c", config.c_str(), "-f", commands.c_str(), "-s",
-              state.c_str(), "-n", static_cast<char*>(nullptr));
-        dprintf(out, "cannot run ipmi_sim (Debian package openipmi): %s\n", strerror(errno));
-        _exit(127);
-    }
+    pid_ = startChild({IPMI_SIM, "-c", directory_.file("lan.conf"), "-f",
+                       directory_.file("bmc.emu"), "-s", state, "-n"},
+                      directory_.file("ipmi_sim.log"), "Debian package openipmi");
     const auto deadline = std::chrono::steady_clock::now() + kStartTimeout;
     while (std::chrono::steady_clock::now() < deadline) {
         if (waitpid(pid_, nullptr, WNOHANG) == pid_) {
@@ -241,12 +218,7 @@ void BmcSimulator::sendAll(const std::vector<Request>& requests) const {
     client.disconnect();
 }
 
-std::string BmcSimulator::output() const {
-    std::ifstream in(directory_.file("ipmi_sim.log"));
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
+std::string BmcSimulator::output() const { return directory_.read("ipmi_sim.log"); }
 
 BmcSimulator::~BmcSimulator() { stop(); }
 

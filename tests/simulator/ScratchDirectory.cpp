@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <stdexcept>
 #include <vector>
 
@@ -25,6 +27,19 @@ ScratchDirectory::ScratchDirectory() {
 ScratchDirectory::~ScratchDirectory() {
     std::error_code ignored;
     std::filesystem::remove_all(path_, ignored);
+}
+
+void ScratchDirectory::write(const std::string& name, const std::string& text) const {
+    std::ofstream out(file(name), std::ios::binary);
+    out << text;
+    if (!out) throw std::runtime_error("cannot write " + file(name));
+}
+
+std::string ScratchDirectory::read(const std::string& name) const {
+    std::ifstream in(file(name), std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
 }
 
 }  // namespace bmcsim

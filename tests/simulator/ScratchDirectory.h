@@ -17,6 +17,10 @@ public:
     const std::string& path() const { return path_; }
     // The path of `name` inside the directory.
     std::string file(const std::string& name) const { return path_ + "/" + name; }
+    // Writes the file `name` (throws std::runtime_error when it cannot), or reads it whole (""
+    // when it is not there).
+    void write(const std::string& name, const std::string& text) const;
+    std::string read(const std::string& name) const;
 
 private:
     std::string path_;

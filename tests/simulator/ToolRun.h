@@ -19,6 +19,14 @@ struct ToolRun {
     int status;  // -1: killed by a signal
 };
 
+// How many times `part` occurs in `text`.
+inline std::size_t countOf(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
 // Standard error goes through a file in `scratch`.
 inline ToolRun runShell(const std::string& commandLine, const ScratchDirectory& scratch) {
     const std::string errors = scratch.file("stderr");

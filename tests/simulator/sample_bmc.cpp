@@ -28,9 +28,8 @@ int main(int argc, char** argv) {
         for (const bmcsim::AuxRecord& record : bmcsim::sampleAuxiliaryLog()) {
             auxiliaryLog.push_back(bmcsim::auxLogRecord(record));
         }
-        bmcsim::BmcSimulator bmc(
-            bmcsim::sdrCommands(bmcsim::sampleSdrRepository()), auxiliaryLog,
-            vm ? bmcsim::Interfaces::LanAndVm : bmcsim::Interfaces::Lan);
+        bmcsim::BmcSimulator bmc(bmcsim::sdrCommands(bmcsim::sampleSdrRepository()), auxiliaryLog,
+                                 vm ? bmcsim::Interfaces::LanAndVm : bmcsim::Interfaces::Lan);
         bmc.setEventFilters(bmcsim::sampleEventFilters());
         bmc.addSelRecords(bmcsim::sampleEventLog());
         std::fprintf(stderr, "sample BMC (ipmi_sim, pid %d) listening on %s:%u\n", bmc.pid(),
