@@ -79,8 +79,11 @@ done
 # runs, and other projects build against it.
 dpkg-deb --extract "$package" "$work/root"
 installed=$(find "$work/root" -name 'libipmi_event_log.so.0' | head -n 1)
-LD_LIBRARY_PATH=$(dirname "$installed") ldd "$installed" | grep -q 'libtolmar_framework.so.0 =>'
-LD_LIBRARY_PATH=$(dirname "$installed") "$work/root/usr/bin/ipmi-event-log" --help |
-    grep -q '^usage: ipmi-event-log'
+# Whole outputs are taken before grep looks: grep -q stops reading at its match, and a writer still
+# writing would die of the broken pipe, failing the pipeline.
+libraries=$(LD_LIBRARY_PATH=$(dirname "$installed") ldd "$installed")
+grep -q 'libtolmar_framework.so.0 =>' <<<"$libraries"
+usage=$(LD_LIBRARY_PATH=$(dirname "$installed") "$work/root/usr/bin/ipmi-event-log" --help)
+grep -q '^usage: ipmi-event-log' <<<"$usage"
 consume "$work/root/usr" package
 exit $failed
