@@ -1,12 +1,9 @@
 #include "IpmiEventLogImp.h"
 
-#include <cstdio>
-#include <cstring>
 #include <new>
 #include <sstream>
 
-#include "IPMIAuxiliaryLog.h"
-#include "IpmiEventBuilder.h"
+#include "EventLogData.h"
 #include "IpmiException.h"
 #include "Log.h"
 #include "RawSelEntry.h"
@@ -24,49 +21,11 @@ const char* const kLogSource = "ipmi_event_log/IpmiEventLogImp";
 // Line numbers the event log's messages have always carried; log readers key on them.
 constexpr int kClientLogLine = 81;
 constexpr int kNoClientLogLine = 88;
-constexpr int kSelRecordLogLine = 134;
-constexpr int kSdrLogLine = 160;
-constexpr int kSdrMapLogLine = 175;
-constexpr int kBuildLogLine = 200;
 constexpr int kAuthenticationFailLogLine = 221;
 constexpr int kConnectionFailLogLine = 224;
 
 bool logsFailures() { return Log::GetMinLogLevel() != 0; }
 bool logsTraces() { return Log::GetMinLogLevel() > 3; }
-
-// Two lower-case hexadecimal digits.
-std::string hex(unsigned char byte) {
-    char text[3];
-    std::snprintf(text, sizeof text, "%02x", byte);
-    return text;
-}
-
-void logSelRecords(const std::vector<RawSelEntry>& sel) {
-    for (std::size_t i = 0; i < sel.size(); ++i) {
-        const RawSelEntry& r = sel[i];
-        Log(4, kLogSource, kSelRecordLogLine).Stream()
-            << "RawSelEntry[" << (r.recordId[0] + r.recordId[1] * 256) << "]: index=" << i
-            << ", recordType=" << hex(r.recordType) << ", generatorId[0]=" << hex(r.generatorId[0])
-            << ", generatorId[1]=" << hex(r.generatorId[1]) << ", evMRev=" << hex(r.evMRev)
-            << ", sensorType=" << hex(r.sensorType) << ", sensorNum=" << hex(r.sensorNum)
-            << ", eventDirType=" << hex(r.eventDirType) << ", eventData1=" << hex(r.eventData1)
-            << ", eventData2=" << hex(r.eventData2) << ", eventData3=" << hex(r.eventData3)
-            << ", generatorId=" << (r.generatorId[0] + r.generatorId[1] * 256);
-    }
-}
-
-void logSdrs(const std::vector<RawSDR>& sdrs) {
-    for (std::size_t i = 0; i < sdrs.size(); ++i) {
-        const unsigned char* b = sdrs[i].bytes;
-        char sensorId[17] = {};
-        std::memcpy(sensorId, b + 48, 16);
-        // "sensorNumber= " keeps its blank.
-        Log(4, kLogSource, kSdrLogLine).Stream()
-            << "RawSDR[" << (b[0] + b[1] * 256) << "]: index=" << i << ", sensorId=" << sensorId
-            << ", sensorNumber= " << hex(b[7]) << ", entityId=" << hex(b[8])
-            << ", entityInstance=" << hex(b[9]);
-    }
-}
 
 int connectFailureResult(int connectStatus) {
     return connectStatus == kConnectStatusAuthenticationRefused ? IpmiEventLog::EL_AUTHTICATION_FAIL
@@ -176,10 +135,10 @@ int IpmiEventLogImp::GetAllIpmiEventLog(std::vector<TolmarAgentless::IPMIEVENT>&
         }
         resultOnException = IpmiEventLog::EL_SUCCESS;
         EventLogData data;
-        readEventLogData(eventOperations, sdrOperations, data);
+        data.read(eventOperations, sdrOperations);
         // Everything is read before rendering starts: the session is as short as the reads allow.
         client->disconnect();
-        appendDecodedEvents(data, events);
+        data.appendDecodedEvents(events);
     } catch (const IpmiException&) {
         client->disconnect();
         delete client;
@@ -188,53 +147,6 @@ int IpmiEventLogImp::GetAllIpmiEventLog(std::vector<TolmarAgentless::IPMIEVENT>&
     // Any other exception leaves with the client undeleted.
     delete client;
     return IpmiEventLog::EL_SUCCESS;
-}
-
-void IpmiEventLogImp::readEventLogData(IpmiEventOperations& events, IpmiSDROperations& sensors,
-                                       EventLogData& data) {
-    // Each read ends quietly at its first failure; what it read is used.
-    events.getRawSelEntries(data.sel);
-    events.getRawPETEntries(data.pet);
-    sensors.getTypeOneAndTwoPartialRawSDRs(data.sdr);
-    if (logsTraces()) {
-        logSelRecords(data.sel);
-        logSdrs(data.sdr);
-    }
-    IpmiEventOperations::getSelPETEntryNumberMap(data.sel, data.pet, data.entryMap);
-    IpmiEventOperations::getSelSDRNumberMap(data.sel, data.sdr, data.selSDRMap);
-    if (logsTraces()) {
-        for (const auto& [position, sdr] : data.selSDRMap) {
-            Log(4, kLogSource, kSdrMapLogLine).Stream() << "selSDRMap[" << position << "]: " << sdr;
-        }
-    }
-    // The auxiliary log's own results are not needed: whatever it read is parsed.
-    unsigned int auxCount = 0;
-    events.IPMIGetAuxLogStatus(&auxCount);
-    std::vector<s_AuxLog_entry> auxBuffer(auxCount);
-    events.IPMIReadExtendedData(auxBuffer.data(), auxCount);
-    data.auxEntries = IPMIAuxiliaryLog().ParseExtendedSELData(auxBuffer.data(), auxCount);
-}
-
-void IpmiEventLogImp::appendDecodedEvents(EventLogData& data,
-                                          std::vector<TolmarAgentless::IPMIEVENT>& events) {
-    IpmiEventBuilder* builder = IpmiEventBuilder::getIpmiEventBuilder();
-    RawPETEntry noFilter{};  // severity 0 for records that match no filter
-    const int count = static_cast<int>(data.sel.size());
-    events.reserve(events.size() + data.sel.size());
-    for (int i = 0; i < count; ++i) {
-        if (logsTraces()) {
-            Log(4, kLogSource, kBuildLogLine).Stream()
-                << "Plover_Build Ipmi Event: selSDRMap[" << i << "]: " << data.selSDRMap[i]
-                << ", entryMap[" << i << "]: " << data.entryMap[i];
-        }
-        const int sdr = data.selSDRMap[i];
-        const int filter = data.entryMap[i];
-        const RawPETEntry& pet = filter != -1 ? data.pet[filter] : noFilter;
-        // Each event gets its own copy of the auxiliary entries; the builder consumes from it.
-        events.push_back(sdr != -1
-                             ? builder->build(data.sel[i], data.sdr[sdr], pet, data.auxEntries)
-                             : builder->build(data.sel[i], pet, data.auxEntries));
-    }
 }
 
 int IpmiEventLogImp::GetIpmiEventLogByRecordId(unsigned long recordId,

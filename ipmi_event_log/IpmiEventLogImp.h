@@ -37,20 +37,6 @@ private:
         int afterConnected;
     };
 
-    // Everything the decoded event log is made of, read in one session.
-    struct EventLogData {
-        std::vector<RawSelEntry> sel;
-        std::vector<RawPETEntry> pet;
-        std::vector<RawSDR> sdr;
-        std::map<int, int> entryMap;   // SEL position to filter position, or -1
-        std::map<int, int> selSDRMap;  // SEL position to SDR position, or -1
-        std::vector<IPMIExtendedSELDataEntry> auxEntries;
-    };
-    static void readEventLogData(IpmiEventOperations& events, IpmiSDROperations& sensors,
-                                 EventLogData& data);
-    static void appendDecodedEvents(EventLogData& data,
-                                    std::vector<TolmarAgentless::IPMIEVENT>& events);
-
     // A new client for the configured interface, or null when it cannot be allocated.
     IpmiClient* createClient() const;
     // Creates a client, connects, runs `operation` (which returns the result), disconnects and
