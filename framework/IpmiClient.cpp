@@ -58,7 +58,8 @@ constexpr unsigned char kPrivilegeLevels[] = {kAdministratorLevel, kOperatorLeve
 // Every failed attempt to open a session can leave a half-open session on the BMC until it times
 // out, and BMCs have few of them (OpenIPMI's simulator refuses new ones after about 60). So the
 // privilege level that opened a session to a BMC, as a user with a cipher suite, is remembered for
-// the life of the process and tried first; only the first connection searches.
+// the life of the process and tried first; only the first connection searches, and later ones
+// skip Get Channel Authentication Capabilities, whose answer they already had.
 class Recipes {
 public:
     std::optional<unsigned char> find(const std::string& key) {
@@ -271,7 +272,8 @@ struct IpmiClient::Session {
     // Logs why no session could be opened and gives connect()'s status.
     int openFailed(Failure failure, const std::string& why) const;
     // One attempt to open a LAN session at a privilege level; `why` tells what failed.
-    Failure openAt(unsigned char privilege, std::string& why);
+    // `openedBefore`: a session to this BMC, as this user, opened earlier in the process.
+    Failure openAt(unsigned char privilege, std::string& why, bool openedBefore);
     // What opened a session to this BMC, as this user with this cipher suite, before.
     std::string recipeKey() const {
         return target() + "|" + user + "|" + std::to_string(cipherSuite);
@@ -322,7 +324,7 @@ int IpmiClient::Session::openLan() {
     const std::optional<unsigned char> known = recipes().find(key);
     std::string why;
     if (known && std::count(levels.begin(), levels.end(), *known)) {
-        const Failure failure = openAt(*known, why);
+        const Failure failure = openAt(*known, why, true);
         if (failure == Failure::None) return kConnected;
         // Refused credentials stay refused at every level: no search.
         if (classify(failure) == OpenFailure::CredentialsRefused) return openFailed(failure, why);
@@ -332,7 +334,7 @@ int IpmiClient::Session::openLan() {
     Failure failure = Failure::None;
     for (unsigned char privilege : levels) {
         if (privilege > ceiling) continue;
-        failure = openAt(privilege, why);
+        failure = openAt(privilege, why, false);
         if (failure == Failure::None) {
             const unsigned char limit =
                 searching && privilege > kUserLevel ? userPrivilegeLimit(privilege) : privilege;
@@ -363,7 +365,7 @@ int IpmiClient::Session::openFailed(Failure failure, const std::string& why) con
                : kFailed;
 }
 
-Failure IpmiClient::Session::openAt(unsigned char privilege, std::string& why) {
+Failure IpmiClient::Session::openAt(unsigned char privilege, std::string& why, bool openedBefore) {
     const unsigned timeoutMs =
         millisecondsFromEnvironment("TOLMAR_IPMI_SESSION_TIMEOUT_MS", kDefaultSessionTimeoutMs);
     // A retransmission interval above the session timeout would never resend.
@@ -381,7 +383,7 @@ Failure IpmiClient::Session::openAt(unsigned char privilege, std::string& why) {
     auto session = std::make_unique<RmcpPlusSession>(RmcpPlusSession::Settings{
         address, port, user, password, bmcKey, cipherSuite, privilege,
         std::chrono::milliseconds(timeoutMs), std::chrono::milliseconds(retransmissionMs),
-        allowZero != nullptr && std::string(allowZero) == "1"});
+        allowZero != nullptr && std::string(allowZero) == "1", openedBefore});
     const Failure failure = session->open();
     if (failure == Failure::None) {
         rmcpPlus = std::move(session);

@@ -143,7 +143,7 @@ RmcpPlusSession::Failure RmcpPlusSession::open() {
     initializeLibgcrypt();
     const Clock::time_point deadline = Clock::now() + settings_.timeout;
     Failure failure = openSocket();
-    if (failure == Failure::None) failure = askForIpmi20(deadline);
+    if (failure == Failure::None && !settings_.speaksIpmi20) failure = askForIpmi20(deadline);
     if (failure == Failure::None) {
         failure = establish(deadline);
         // Once more from Open Session, with the time left, when lost or late datagrams may

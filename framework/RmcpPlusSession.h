@@ -28,6 +28,9 @@ public:
         std::chrono::milliseconds timeout;         // to open the session, and for each answer
         std::chrono::milliseconds retransmission;  // between sends of an unanswered packet
         bool allowCipherSuiteZero;                 // RAKP-none: no authentication at all
+        // This process opened a session to this BMC before: it speaks IPMI v2.0, and Get
+        // Channel Authentication Capabilities, which only tells that, is not sent again.
+        bool speaksIpmi20;
     };
 
     // Why a session did not open.

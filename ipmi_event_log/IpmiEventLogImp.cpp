@@ -27,11 +27,6 @@ constexpr int kConnectionFailLogLine = 224;
 bool logsFailures() { return Log::GetMinLogLevel() != 0; }
 bool logsTraces() { return Log::GetMinLogLevel() > 3; }
 
-int connectFailureResult(int connectStatus) {
-    return connectStatus == kConnectStatusAuthenticationRefused ? IpmiEventLog::EL_AUTHTICATION_FAIL
-                                                                : IpmiEventLog::EL_CONNECTION_FAIL;
-}
-
 }  // namespace
 
 IpmiEventLogImp::IpmiEventLogImp(const TolmarConnection::ConnectionInfo& info) {
@@ -51,6 +46,11 @@ void IpmiEventLogImp::RecostructParameters(const TolmarConnection::ConnectionInf
         port_ = port.str();
         remote_ = info.connectionType == kConnectionTypeLan;
     }
+}
+
+int IpmiEventLogImp::connectFailureResult(int connectStatus) {
+    return connectStatus == kConnectStatusAuthenticationRefused ? IpmiEventLog::EL_AUTHTICATION_FAIL
+                                                                : IpmiEventLog::EL_CONNECTION_FAIL;
 }
 
 IpmiClient* IpmiEventLogImp::createClient() const {

@@ -30,6 +30,12 @@ public:
     int DeleteAllEventLog();
     int AddSelEntry(const IPMISELENTRY& entry);
 
+    // A new client for the configured interface, or null when it cannot be allocated.
+    IpmiClient* createClient() const;
+    // The result of a connect that failed with `connectStatus`: 4 when the credentials were
+    // refused (status 2), 3 otherwise.
+    static int connectFailureResult(int connectStatus);
+
 private:
     // Results for an IpmiException raised while the session is being opened and once it is open.
     struct ExceptionResults {
@@ -37,8 +43,6 @@ private:
         int afterConnected;
     };
 
-    // A new client for the configured interface, or null when it cannot be allocated.
-    IpmiClient* createClient() const;
     // Creates a client, connects, runs `operation` (which returns the result), disconnects and
     // deletes the client.
     template <typename Operation>

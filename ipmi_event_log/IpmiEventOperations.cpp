@@ -122,12 +122,15 @@ int IpmiEventOperations::getSelEntry(unsigned long recordId, RawSelEntry& entry)
 }
 
 void IpmiEventOperations::getRawSelEntries(std::vector<RawSelEntry>& entries) {
+    walkSel(kFirstRecord, entries);
+}
+
+bool IpmiEventOperations::walkSel(unsigned long recordId, std::vector<RawSelEntry>& entries) {
     try {
         // A BMC whose next-record chain comes back to an ID already requested would make the walk
         // loop forever; it ends there instead, as if the chain had. A chain that ends never
         // repeats an ID, so nothing changes for it.
         std::set<unsigned long> requested;
-        unsigned long recordId = kFirstRecord;
         while (recordId != kLastRecord) {
             if (!requested.insert(recordId).second) {
                 logRepeatedRecordId("getRawSelEntries", recordId, __LINE__);
@@ -145,9 +148,11 @@ void IpmiEventOperations::getRawSelEntries(std::vector<RawSelEntry>& entries) {
             entry.setValues(response.data);
             entries.push_back(entry);
         }
+        return true;
     } catch (const IpmiException&) {
         // The walk ends at its first failure, whether reported by the BMC or by the client; the
         // records read so far stay in `entries`.
+        return false;
     }
 }
 

@@ -31,6 +31,9 @@ public:
     // Walks the SEL from its first record along the next-record chain and appends every record.
     // A failure ends the walk (and is logged); the records read before it stay.
     void getRawSelEntries(std::vector<RawSelEntry>& entries);
+    // The same walk from the record `recordId` on (0x0000: the first). True when the chain ended
+    // (next record FFFFh); false when a failure ended the walk first.
+    bool walkSel(unsigned long recordId, std::vector<RawSelEntry>& entries);
     // Delete SEL Entry under a fresh reservation.
     int deleteSEL(unsigned long recordId);
     // Clear SEL under a fresh reservation: starts the erase and does not wait for it.

@@ -11,6 +11,8 @@ constexpr unsigned char kNetFnStorage = 0x0A;
 constexpr unsigned char kNetFnOemGroup = 0x2E;
 
 constexpr unsigned char kGetPefParameters = 0x13;
+constexpr unsigned char kGetSdrRepositoryInfo = 0x20;
+constexpr unsigned char kGetSelInfo = 0x40;
 constexpr unsigned char kReserveSdrRepository = 0x22;
 constexpr unsigned char kGetSdr = 0x23;
 constexpr unsigned char kReserveSel = 0x42;
@@ -57,11 +59,26 @@ BmcResponse readPart(std::uint16_t nextId, const std::vector<unsigned char>& rec
 
 }  // namespace
 
-void SimulatedBmc::storeSelRecord(const SelRecord& record) { sel_.push_back(record); }
+void SimulatedBmc::storeSelRecord(const SelRecord& record) {
+    sel_.push_back(record);
+    changed(selStamps_[0]);
+}
+
+void SimulatedBmc::removeSelRecord(std::uint16_t recordId) {
+    const long at = findSelRecord(recordId);
+    if (at < 0) return;
+    sel_.erase(sel_.begin() + at);
+    changed(selStamps_[1]);
+}
+
+void SimulatedBmc::answerRepositoryInfo(bool answer) { answerRepositoryInfo_ = answer; }
 
 const std::vector<SimulatedBmc::SelRecord>& SimulatedBmc::selRecords() const { return sel_; }
 
-void SimulatedBmc::storeSdr(const std::vector<unsigned char>& record) { sdrs_.push_back(record); }
+void SimulatedBmc::storeSdr(const std::vector<unsigned char>& record) {
+    sdrs_.push_back(record);
+    changed(sdrStamps_[0]);
+}
 
 void SimulatedBmc::limitSdrReads(unsigned char maxCount) { sdrReadLimit_ = maxCount; }
 
@@ -103,6 +120,10 @@ BmcResponse SimulatedBmc::handleStorage(unsigned char command, const Bytes& data
             return clearSel(data);
         case kGetAuxLogStatus:
             return getAuxLogStatus(data);
+        case kGetSelInfo:
+            return repositoryInfo(sel_.size(), selStamps_);
+        case kGetSdrRepositoryInfo:
+            return repositoryInfo(sdrs_.size(), sdrStamps_);
         default:
             return failure(kInvalidCommand);
     }
@@ -126,6 +147,23 @@ long SimulatedBmc::findSelRecord(std::uint16_t recordId) const {
         return (r[0] | r[1] << 8) == recordId;
     });
     return found == sel_.end() ? -1 : found - sel_.begin();
+}
+
+// Get SEL Info and Get SDR Repository Info share their layout: version 51h, record count, free
+// space, most recent addition and erase time stamps, operation support.
+BmcResponse SimulatedBmc::repositoryInfo(std::size_t records,
+                                         const std::uint32_t (&stamps)[2]) const {
+    if (!answerRepositoryInfo_) return failure(kInvalidCommand);
+    BmcResponse response;
+    response.data = {0x51};
+    appendWord(response.data, static_cast<std::uint16_t>(records));
+    appendWord(response.data, 0x1000);
+    for (std::uint32_t stamp : stamps) {
+        appendWord(response.data, static_cast<std::uint16_t>(stamp));
+        appendWord(response.data, static_cast<std::uint16_t>(stamp >> 16));
+    }
+    response.data.push_back(0x0F);
+    return response;
 }
 
 BmcResponse SimulatedBmc::getSelEntry(const Bytes& data) const {
@@ -161,6 +199,7 @@ BmcResponse SimulatedBmc::addSelEntry(const Bytes& data) {
     record[0] = id & 0xFF;
     record[1] = id >> 8;
     sel_.push_back(record);
+    changed(selStamps_[0]);
     BmcResponse response;
     appendWord(response.data, id);
     return response;
@@ -173,6 +212,7 @@ BmcResponse SimulatedBmc::deleteSelEntry(const Bytes& data) {
     if (at < 0) return failure(kNotPresent);
     const SelRecord deleted = sel_[static_cast<std::size_t>(at)];
     sel_.erase(sel_.begin() + at);
+    changed(selStamps_[1]);
     selReservation_ = 0;  // a change to the SEL cancels the reservation
     BmcResponse response;
     response.data = {deleted[0], deleted[1]};
@@ -188,6 +228,7 @@ BmcResponse SimulatedBmc::clearSel(const Bytes& data) {
     if (data[2] != 'C' || data[3] != 'L' || data[4] != 'R') return failure(kInvalidDataField);
     if (data[5] == initiateErase) {
         sel_.clear();
+        changed(selStamps_[1]);
         selReservation_ = 0;
     } else if (data[5] != getErasureStatus) {
         return failure(kInvalidDataField);

@@ -32,6 +32,8 @@ public:
 
     // The SEL, in chain order. A stored record keeps the record ID in its bytes 0-1.
     void storeSelRecord(const SelRecord& record);
+    // Drops a stored record, as Delete SEL Entry would, without a reservation.
+    void removeSelRecord(std::uint16_t recordId);
     const std::vector<SelRecord>& selRecords() const;
 
     // SDR repository records, whole, each carrying its record ID in bytes 0-1.
@@ -52,6 +54,11 @@ public:
     void setAuxLogEnterprise(std::uint32_t enterprise);
     void addAuxLogEntry(const std::vector<unsigned char>& entry);
 
+    // Get SEL Info and Get SDR Repository Info answer with each repository's most recent addition
+    // and erase stamps: a clock that every change moves on. Without them (as on some BMCs), both
+    // commands are refused with C1h.
+    void answerRepositoryInfo(bool answer);
+
     // Answers one request.
     BmcResponse handle(unsigned char netFn, unsigned char command,
                        const std::vector<unsigned char>& data);
@@ -68,6 +75,8 @@ private:
     BmcResponse getSdr(const Bytes& data) const;
     BmcResponse getPefParameter(const Bytes& data) const;
     BmcResponse getAuxLogStatus(const Bytes& data) const;
+    BmcResponse repositoryInfo(std::size_t records, const std::uint32_t (&stamps)[2]) const;
+    void changed(std::uint32_t& stamp) { stamp = ++clock_; }
     BmcResponse readAuxLog(const Bytes& data) const;
 
     // Position of a SEL record: ID 0x0000 is the first record, 0xFFFF the last; -1 when absent.
@@ -84,6 +93,10 @@ private:
     std::uint16_t selReservation_ = 0;  // 0: none, or cancelled
     std::uint16_t sdrReservation_ = 0;
     unsigned sdrReadLimit_ = 0xFF;
+    bool answerRepositoryInfo_ = true;
+    std::uint32_t clock_ = 0x55000000;
+    std::uint32_t selStamps_[2] = {};  // most recent addition, most recent erase
+    std::uint32_t sdrStamps_[2] = {};
 };
 
 }  // namespace sim

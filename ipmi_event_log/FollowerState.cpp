@@ -1,0 +1,196 @@
+#include "FollowerState.h"
+
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+namespace Tolmar {
+
+namespace {
+
+const char* const kHeader = "ipmi-event-log follower state 1";
+static_assert(sizeof(RawSDR) == RawSDR::size, "RawSDR is a byte image");
+constexpr std::size_t kMostRecords = 65536;  // record IDs are 16 bits
+
+// FNV-1a, 64 bits: enough to tell a damaged or cut file from a whole one.
+std::uint64_t checksum(const std::string& text) {
+    std::uint64_t hash = 14695981039346656037ull;
+    for (unsigned char c : text) hash = (hash ^ c) * 1099511628211ull;
+    return hash;
+}
+
+std::string hexOf(const unsigned char* bytes, std::size_t size) {
+    static const char digits[] = "0123456789abcdef";
+    std::string text;
+    for (std::size_t i = 0; i < size; ++i) text += {digits[bytes[i] >> 4], digits[bytes[i] & 0x0F]};
+    return text;
+}
+
+bool bytesOf(const std::string& hex, unsigned char* bytes, std::size_t size) {
+    if (hex.size() != 2 * size || hex.find_first_not_of("0123456789abcdef") != std::string::npos)
+        return false;
+    for (std::size_t i = 0; i < size; ++i) {
+        bytes[i] = static_cast<unsigned char>(std::stoul(hex.substr(2 * i, 2), nullptr, 16));
+    }
+    return true;
+}
+
+std::string stampsText(const RepositoryStamps& stamps) {
+    return std::to_string(stamps.lastAddition) + " " + std::to_string(stamps.lastErase);
+}
+
+bool stampsOf(std::istringstream& fields, RepositoryStamps& stamps) {
+    unsigned long long addition = 0;
+    unsigned long long erase = 0;
+    std::string rest;
+    if (!(fields >> addition >> erase) || fields >> rest || addition > UINT32_MAX ||
+        erase > UINT32_MAX) {
+        return false;
+    }
+    stamps = {static_cast<std::uint32_t>(addition), static_cast<std::uint32_t>(erase)};
+    return true;
+}
+
+// The rest of a line "KEY HEX" into a fixed-size record (RawSelEntry, RawSDR, RawPETEntry: byte
+// images without padding).
+template <typename Record>
+bool recordOf(std::istringstream& fields, Record& record) {
+    std::string hex;
+    std::string rest;
+    return fields >> hex && !(fields >> rest) &&
+           bytesOf(hex, reinterpret_cast<unsigned char*>(&record), sizeof record);
+}
+
+}  // namespace
+
+std::string FollowerState::text() const {
+    std::ostringstream out;
+    out << kHeader << "\n";
+    out << "bmc " << bmc << "\n";
+    if (sel) out << "sel " << stampsText(*sel) << "\n";
+    if (lastRecord) {
+        out << "last "
+            << hexOf(reinterpret_cast<const unsigned char*>(&*lastRecord), sizeof *lastRecord)
+            << "\n";
+    }
+    if (sdr) out << "sdr " << stampsText(*sdr) << "\n";
+    for (const RawSDR& sensor : sensors)
+        out << "sensor " << hexOf(sensor.bytes, RawSDR::size) << "\n";
+    for (const RawPETEntry& filter : filters) {
+        out << "filter " << hexOf(reinterpret_cast<const unsigned char*>(&filter), sizeof filter)
+            << "\n";
+    }
+    const std::string body = out.str();
+    char end[32];
+    std::snprintf(end, sizeof end, "end %016llx\n",
+                  static_cast<unsigned long long>(checksum(body)));
+    return body + end;
+}
+
+bool FollowerState::fromText(const std::string& text, FollowerState& state, std::string& error) {
+    std::istringstream lines(text);
+    std::string line;
+    if (!std::getline(lines, line) || line != kHeader) {
+        error = "not a follower state of this version (its first line is not \"" +
+                std::string(kHeader) + "\")";
+        return false;
+    }
+    FollowerState read;
+    std::string body = line + "\n";
+    for (int number = 2; std::getline(lines, line); ++number) {
+        std::istringstream fields(line);
+        std::string key;
+        fields >> key;
+        const std::string where = "line " + std::to_string(number) + " (\"" + key + "\")";
+        bool fits = true;
+        if (key == "end") {
+            std::string sum;
+            std::string rest;
+            char expected[17];
+            std::snprintf(expected, sizeof expected, "%016llx",
+                          static_cast<unsigned long long>(checksum(body)));
+            if (!(fields >> sum) || fields >> rest || sum != expected || lines.peek() != EOF) {
+                error = where + ": the file is damaged (its checksum does not match)";
+                return false;
+            }
+            if (read.bmc.empty()) {
+                error = "the file names no BMC";
+                return false;
+            }
+            state = std::move(read);
+            return true;
+        }
+        if (key == "bmc") {
+            fits = static_cast<bool>(fields >> read.bmc) && read.bmc.size() < 300;
+        } else if (key == "sel") {
+            read.sel.emplace();
+            fits = stampsOf(fields, *read.sel);
+        } else if (key == "sdr") {
+            read.sdr.emplace();
+            fits = stampsOf(fields, *read.sdr);
+        } else if (key == "last") {
+            read.lastRecord.emplace();
+            fits = recordOf(fields, *read.lastRecord);
+        } else if (key == "sensor" && read.sensors.size() < kMostRecords) {
+            read.sensors.emplace_back();
+            fits = recordOf(fields, read.sensors.back());
+        } else if (key == "filter" && read.filters.size() < kMostRecords) {
+            read.filters.emplace_back();
+            fits = recordOf(fields, read.filters.back());
+        } else {
+            fits = false;
+        }
+        if (!fits) {
+            error = where + " does not hold what it should";
+            return false;
+        }
+        body += line + "\n";
+    }
+    error = "the file is cut short (it has no \"end\" line)";
+    return false;
+}
+
+bool FollowerState::save(const std::string& path, std::string& error) const {
+    // A file of its own beside the target, renamed over it once complete.
+    std::string temporary = path + ".XXXXXX";
+    const int fd = mkstemp(temporary.data());
+    if (fd < 0) {
+        error = "cannot write beside " + path + ": " + std::strerror(errno);
+        return false;
+    }
+    const std::string content = text();
+    const bool written =
+        write(fd, content.data(), content.size()) == static_cast<ssize_t>(content.size()) &&
+        fsync(fd) == 0;
+    const int writeError = errno;
+    close(fd);
+    if (!written || std::rename(temporary.c_str(), path.c_str()) != 0) {
+        error = "cannot write " + path + ": " + std::strerror(written ? errno : writeError);
+        unlink(temporary.c_str());
+        return false;
+    }
+    return true;
+}
+
+bool FollowerState::load(const std::string& path, FollowerState& state, std::string& error) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) {
+        error = "cannot read " + path + ": " + std::strerror(errno);
+        return false;
+    }
+    std::ostringstream content;
+    content << in.rdbuf();
+    if (!fromText(content.str(), state, error)) {
+        error = path + ": " + error;
+        return false;
+    }
+    return true;
+}
+
+}  // namespace Tolmar

@@ -1,0 +1,37 @@
+// What an IpmiEventFollower keeps between polls: how far it has read the SEL, the SEL's and the
+// SDR repository's change stamps when it last looked, and the sensor records and event filters it
+// renders with. It is saved as a small text file, versioned and checked on loading.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "RawPETEntry.h"
+#include "RawSDR.h"
+#include "RawSelEntry.h"
+#include "RepositoryInfo.h"
+
+namespace Tolmar {
+
+struct FollowerState {
+    std::string bmc;                        // "address:port" or "local": whose state this is
+    std::optional<RepositoryStamps> sel;    // when the SEL was last read to its end
+    std::optional<RawSelEntry> lastRecord;  // the last record read: where the next read starts
+    std::optional<RepositoryStamps> sdr;    // when `sensors` were read
+    std::vector<RawSDR> sensors;
+    std::vector<RawPETEntry> filters;
+
+    // The file's text.
+    std::string text() const;
+    // The state a file's text holds. False, with the reason in `error`, for a text that is not a
+    // complete state of this version; `state` is then left as it was.
+    static bool fromText(const std::string& text, FollowerState& state, std::string& error);
+
+    // Writes the file in one piece: a reader never sees half of it. False with the reason.
+    bool save(const std::string& path, std::string& error) const;
+    // False with the reason for a file that is missing, unreadable, foreign or damaged.
+    static bool load(const std::string& path, FollowerState& state, std::string& error);
+};
+
+}  // namespace Tolmar

@@ -1,0 +1,241 @@
+// IpmiEventFollower against the in-memory BMC: the requests of each kind of poll, the events it
+// renders (the same as the whole log's), a cleared SEL and a changed SDR repository, a BMC without
+// Get SEL Info, and its state saved, restored, and refused when foreign or damaged.
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "BmcTest.h"
+#include "EventAssertions.h"
+#include "IpmiEventFollower.h"
+#include "IpmiEventLog.h"
+#include "ScratchDirectory.h"
+#include "SmallBmc.h"
+
+namespace {
+
+using sim::RecordedRequest;
+using sim::selRecord;
+using Tolmar::IpmiEventFollower;
+using Tolmar::IpmiEventLog;
+using Tolmar::kAuxLogEnterpriseNumber;
+using Tolmar::TolmarAgentless::IPMIEVENT;
+
+constexpr unsigned char kIana0 = kAuxLogEnterpriseNumber & 0xFF;
+constexpr unsigned char kIana1 = (kAuxLogEnterpriseNumber >> 8) & 0xFF;
+constexpr unsigned char kIana2 = (kAuxLogEnterpriseNumber >> 16) & 0xFF;
+
+// A fourth event: PS1 failure deasserted.
+const sim::SimulatedBmc::SelRecord kFourth = selRecord(
+    0x0004, {0x02, 0xB4, 0x00, 0x00, 0x55, 0x20, 0x00, 0x04, 0x08, 0x60, 0xEF, 0x01, 0xFF, 0xFF});
+
+class IpmiEventFollowerTest : public sim::BmcTest {
+protected:
+    void SetUp() override {
+        BmcTest::SetUp();
+        bmc.setAuxLogEnterprise(kAuxLogEnterpriseNumber);
+        sim::stockSmallBmc(bmc);
+    }
+
+    // One poll; the requests it sent.
+    std::vector<RecordedRequest> poll(IpmiEventFollower& follower, std::vector<IPMIEVENT>& events,
+                                      int expected = IpmiEventLog::EL_SUCCESS) {
+        const std::size_t before = bench.requests().size();
+        EXPECT_EQ(follower.Poll(events), expected);
+        return {bench.requests().begin() + static_cast<long>(before), bench.requests().end()};
+    }
+
+    // What the whole log gives now.
+    std::vector<IPMIEVENT> wholeLog() {
+        std::vector<IPMIEVENT> events;
+        EXPECT_EQ(IpmiEventLog(sim::lanConnection()).GetAllIpmiEventLog(events), 0);
+        return events;
+    }
+
+    static RecordedRequest getSelInfo() { return request(0x0A, 0x40, {}); }
+    static RecordedRequest getSdrRepositoryInfo() { return request(0x0A, 0x20, {}); }
+    static RecordedRequest getSel(unsigned id) {
+        return request(
+            0x0A, 0x43,
+            {0, 0, static_cast<unsigned char>(id), static_cast<unsigned char>(id >> 8), 0, 0xFF});
+    }
+    // The filters and the auxiliary log, read for every poll that renders new records.
+    static std::vector<RecordedRequest> filtersAndAuxiliaryLog() {
+        return {request(0x04, 0x13, {0x05, 0x00, 0x00}),
+                request(0x04, 0x13, {0x06, 0x01, 0x00}),
+                request(0x0A, 0x5A, {0x01}),
+                request(0x2E, 0x93, {kIana0, kIana1, kIana2, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00}),
+                request(0x2E, 0x93, {kIana0, kIana1, kIana2, 0x01, 0x00, 0x00, 0x00, 0x19, 0x00}),
+                request(0x2E, 0x93, {kIana0, kIana1, kIana2, 0x01, 0x00, 0x19, 0x00, 0x0D, 0x00})};
+    }
+    static std::size_t sdrReads(const std::vector<RecordedRequest>& requests) {
+        return std::count_if(requests.begin(), requests.end(),
+                             [](const RecordedRequest& r) { return r.command == 0x23; });
+    }
+
+    IpmiEventFollower follower{sim::lanConnection()};
+};
+
+TEST_F(IpmiEventFollowerTest, TheFirstPollRendersEveryRecordAsTheWholeLogDoes) {
+    std::vector<IPMIEVENT> events;
+    poll(follower, events);
+    sim::expectSameEvents(events, sim::smallBmcEvents());
+    EXPECT_FALSE(follower.Restarted());
+    EXPECT_TRUE(follower.Complete());
+}
+
+TEST_F(IpmiEventFollowerTest, APollThatFindsNothingNewAsksOnlyForTheSelInfoInOneSession) {
+    std::vector<IPMIEVENT> events;
+    poll(follower, events);
+    events.clear();
+    const std::size_t clientsBefore = bench.constructions().size();
+    EXPECT_EQ(poll(follower, events), std::vector<RecordedRequest>{getSelInfo()});
+    EXPECT_TRUE(events.empty());
+    EXPECT_EQ(bench.constructions().size(), clientsBefore + 1);
+    EXPECT_EQ(bench.liveClients(), 0u);
+}
+
+TEST_F(IpmiEventFollowerTest, NewRecordsAreReadFromTheLastOneAndRenderedAsTheWholeLogDoes) {
+    std::vector<IPMIEVENT> events;
+    poll(follower, events);
+    bmc.storeSelRecord(kFourth);
+    events.clear();
+    std::vector<RecordedRequest> expected = {getSelInfo(), getSel(0x0003), getSel(0x0004),
+                                             getSdrRepositoryInfo()};
+    const auto rest = filtersAndAuxiliaryLog();
+    expected.insert(expected.end(), rest.begin(), rest.end());
+    EXPECT_EQ(poll(follower, events), expected);
+    const std::vector<IPMIEVENT> all = wholeLog();
+    ASSERT_EQ(all.size(), 4u);
+    sim::expectSameEvents(events, {all[3]});
+}
+
+TEST_F(IpmiEventFollowerTest, SensorRecordsAreReadAgainOnlyWhenTheRepositoryChanged) {
+    std::vector<IPMIEVENT> events;
+    poll(follower, events);
+    bmc.storeSelRecord(kFourth);
+    EXPECT_EQ(sdrReads(poll(follower, events)), 0u);
+    bmc.storeSelRecord(selRecord(0x0005, {0x02, 0xF0, 0x00, 0x00, 0x55, 0x20, 0x00, 0x04, 0x01,
+                                          0x30, 0x01, 0x59, 0x5A, 0x50}));
+    bmc.storeSdr(sim::kPs1);  // the repository changed
+    events.clear();
+    EXPECT_GT(sdrReads(poll(follower, events)), 0u);
+    const std::vector<IPMIEVENT> all = wholeLog();
+    sim::expectSameEvents(events, {all.back()});
+}
+
+TEST_F(IpmiEventFollowerTest, AClearedSelIsReadFromItsFirstRecord) {
+    std::vector<IPMIEVENT> events;
+    poll(follower, events);
+    for (unsigned id : {1u, 2u, 3u}) bmc.removeSelRecord(static_cast<std::uint16_t>(id));
+    bmc.storeSelRecord(kFourth);
+    events.clear();
+    const auto requests = poll(follower, events);
+    EXPECT_EQ(std::vector<RecordedRequest>(requests.begin(), requests.begin() + 3),
+              (std::vector<RecordedRequest>{getSelInfo(), getSel(0x0003), getSel(0x0000)}));
+    EXPECT_TRUE(follower.Restarted());
+    sim::expectSameEvents(events, wholeLog());
+}
+
+TEST_F(IpmiEventFollowerTest, WithoutGetSelInfoEachPollWalksOnFromTheLastRecord) {
+    bmc.answerRepositoryInfo(false);
+    std::vector<IPMIEVENT> events;
+    poll(follower, events);
+    events.clear();
+    EXPECT_EQ(poll(follower, events), (std::vector<RecordedRequest>{getSelInfo(), getSel(0x0003)}));
+    EXPECT_TRUE(events.empty());
+}
+
+TEST_F(IpmiEventFollowerTest, AReadCutShortIsTakenUpAtTheNextPoll) {
+    std::vector<IPMIEVENT> events;
+    // Get SEL Info, then the SEL's first two records; the third read fails.
+    bench.injectFault(4, sim::Fault::transportFailure());
+    poll(follower, events);
+    EXPECT_FALSE(follower.Complete());
+    EXPECT_EQ(events.size(), 2u);
+    const auto requests = poll(follower, events);
+    EXPECT_TRUE(follower.Complete());
+    EXPECT_EQ(std::vector<RecordedRequest>(requests.begin(), requests.begin() + 3),
+              (std::vector<RecordedRequest>{getSelInfo(), getSel(0x0002), getSel(0x0003)}));
+    sim::expectSameEvents(events, sim::smallBmcEvents());
+}
+
+TEST_F(IpmiEventFollowerTest, ARefusedConnectionLeavesTheStateAsItWas) {
+    std::vector<IPMIEVENT> events;
+    poll(follower, events);
+    bench.setConnectStatus(2);
+    events.clear();
+    EXPECT_TRUE(poll(follower, events, IpmiEventLog::EL_AUTHTICATION_FAIL).empty());
+    bench.setConnectStatus(1);
+    poll(follower, events, IpmiEventLog::EL_CONNECTION_FAIL);
+    bench.setConnectStatus(0);
+    EXPECT_EQ(poll(follower, events), std::vector<RecordedRequest>{getSelInfo()});
+}
+
+class FollowerStateTest : public IpmiEventFollowerTest {
+protected:
+    std::string path() const { return scratch.file("state"); }
+    std::string read() const { return scratch.read("state"); }
+
+    bmcsim::ScratchDirectory scratch;
+};
+
+TEST_F(FollowerStateTest, AStateSavedAndLoadedCarriesOnWhereItWas) {
+    std::vector<IPMIEVENT> events;
+    poll(follower, events);
+    std::string error;
+    ASSERT_TRUE(follower.SaveState(path(), error)) << error;
+    EXPECT_EQ(read().rfind("ipmi-event-log follower state 1\nbmc bmc1.example.test:623\n", 0), 0u);
+    IpmiEventFollower restored(sim::lanConnection());
+    ASSERT_TRUE(restored.LoadState(path(), error)) << error;
+    events.clear();
+    EXPECT_EQ(poll(restored, events), std::vector<RecordedRequest>{getSelInfo()});
+    // Sensor records and filters came back too: a new record needs no sensor read.
+    bmc.storeSelRecord(kFourth);
+    EXPECT_EQ(sdrReads(poll(restored, events)), 0u);
+    sim::expectSameEvents(events, {wholeLog()[3]});
+}
+
+TEST_F(FollowerStateTest, AFileThatCannotBeTakenIsRefusedWithItsReasonAndTheNextPollReadsAll) {
+    std::vector<IPMIEVENT> events;
+    poll(follower, events);
+    std::string error;
+    ASSERT_TRUE(follower.SaveState(path(), error)) << error;
+    const std::string saved = read();
+    Tolmar::TolmarConnection::ConnectionInfo other = sim::lanConnection();
+    other.ip = "bmc2.example.test";
+    const struct {
+        std::string content;  // empty: no file at all
+        std::string reason;
+    } cases[] = {
+        {"", "cannot read " + path() + ": No such file or directory"},
+        {"[Unit]\nDescription=something else\n",
+         path() + ": not a follower state of this version (its first line is not \"ipmi-event-"
+                  "log follower state 1\")"},
+        {saved.substr(0, saved.rfind("end ")),
+         path() + ": the file is cut short (it has no \"end\" line)"},
+        {std::string(saved).replace(saved.find("last ") + 5, 1, "f"),
+         path() + ": line " + std::to_string(std::count(saved.begin(), saved.end(), '\n')) +
+             " (\"end\"): the file is damaged (its checksum does not match)"},
+        {"ipmi-event-log follower state 1\nbmc x\nsel 12\n",
+         path() + ": line 3 (\"sel\") does not hold what it should"},
+    };
+    for (const auto& c : cases) {
+        std::remove(path().c_str());
+        if (!c.content.empty()) std::ofstream(path()) << c.content;
+        IpmiEventFollower restored(sim::lanConnection());
+        EXPECT_FALSE(restored.LoadState(path(), error)) << c.reason;
+        EXPECT_EQ(error, c.reason);
+        events.clear();
+        EXPECT_EQ(poll(restored, events)[1], getSel(0x0000)) << c.reason;
+        EXPECT_EQ(events.size(), 3u);
+    }
+    std::ofstream(path()) << saved;
+    IpmiEventFollower elsewhere(other);
+    EXPECT_FALSE(elsewhere.LoadState(path(), error));
+    EXPECT_EQ(error, path() +
+                         ": the state of BMC bmc1.example.test:623, not of "
+                         "bmc2.example.test:623");
+}
+
+}  // namespace
