@@ -23,6 +23,7 @@ const char* const kUsage =
     "  clear             clear the SEL\n"
     "  add HEX16         add a SEL entry of 16 bytes\n"
     "  status            probe the connection\n"
+    "  follow            the events there are, then new ones as they come (like tail -f)\n"
     "\n"
     "connection:\n"
     "  -H, --host LIST   BMCs over the LAN (RMCP+): names, addresses, ranges (bmc[01-40].lab),\n"
@@ -50,7 +51,13 @@ const char* const kUsage =
     "  --severity MIN    info, warning or critical\n"
     "  --since T, --until T   YYYY-MM-DD[ HH:MM[:SS]] in UTC\n"
     "  --id A-B          record IDs A to B (or one ID)\n"
-    "  --last N          the last N events\n";
+    "  --last N          the last N events (follow: of those there are at the start)\n"
+    "\n"
+    "following:\n"
+    "  --state PATH      list: only events added since the last run with PATH (a directory\n"
+    "                    for several hosts)\n"
+    "  --interval S      follow: seconds between polls (10)\n"
+    "  --polls N         follow: stop after N polls (default: when interrupted)\n";
 
 unsigned long parseNumber(const std::string& text, unsigned long max, const std::string& what) {
     char* end = nullptr;
@@ -274,6 +281,13 @@ Options parseOptions(const std::vector<std::string>& args) {
                 dash == std::string::npos ? options.firstId : parseRecordId(range.substr(dash + 1));
         } else if (arg == "--last") {
             options.last = parseNumber(value(i), 1000000, "--last");
+        } else if (arg == "--state") {
+            options.statePath = value(i);
+        } else if (arg == "--interval") {
+            options.interval = static_cast<unsigned>(parseNumber(value(i), 86400, "--interval"));
+            if (options.interval == 0) throw UsageError("--interval must be at least 1 second");
+        } else if (arg == "--polls") {
+            options.polls = parseNumber(value(i), 1000000000, "--polls");
         } else if (arg == "--fanout") {
             options.fanout = static_cast<unsigned>(parseNumber(value(i), 256, "--fanout"));
             if (options.fanout == 0) throw UsageError("--fanout must be at least 1");

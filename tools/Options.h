@@ -15,7 +15,7 @@ struct UsageError : std::runtime_error {
 enum class Format { Table, Json, Jsonl, Csv };
 
 struct Options {
-    std::string command;                 // list, show, raw, get, delete, clear, add, status
+    std::string command;                 // list, show, raw, get, delete, clear, add, status, follow
     std::vector<std::string> arguments;  // the subcommand's own
     std::vector<std::string> hosts;      // empty: the local in-band interface
     unsigned short port = 623;
@@ -36,6 +36,9 @@ struct Options {
     unsigned long lastId = 0xFFFF;
     std::size_t last = 0;  // 0: every event
     unsigned fanout = 8;
+    std::string statePath;    // list: where what was read is kept; a directory for a fleet
+    unsigned interval = 10;   // follow: seconds between polls
+    unsigned long polls = 0;  // follow: stop after this many polls; 0: when interrupted
 };
 
 // Parses the command line (without the program name). The password comes from -P, -E

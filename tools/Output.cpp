@@ -62,7 +62,7 @@ void writeTable(std::ostream& out, const std::vector<std::vector<std::string>>& 
             std::min(widths[cutColumn],
                      std::max<std::size_t>(20, style.width - std::min(style.width, others)));
     }
-    for (std::size_t r = 0; r < rows.size(); ++r) {
+    for (std::size_t r = style.header ? 0 : 1; r < rows.size(); ++r) {
         std::string line;
         for (std::size_t c = 0; c < rows[r].size(); ++c) {
             const std::string cell = cut(rows[r][c], widths[c]);
@@ -168,7 +168,8 @@ void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Sty
             for (const EventRow& row : rows) out << json(row) << "\n";
             return;
         case Format::Csv:
-            out << "host,recordId,timeStamp,severity,message,source,auxLog,complete\r\n";
+            if (style.header)
+                out << "host,recordId,timeStamp,severity,message,source,auxLog,complete\r\n";
             for (const EventRow& row : rows) {
                 const auto& e = row.event;
                 out << csvField(row.host) << "," << recordIdText(e.recordId) << ","

@@ -34,6 +34,7 @@ struct Style {
     bool showHost = false;
     bool colour = false;
     std::size_t width = 0;  // of the terminal; 0: no limit
+    bool header = true;     // the table's and CSV's header line (a stream prints it once)
 };
 
 void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Style& style);

@@ -16,6 +16,8 @@
 #include <set>
 #include <thread>
 
+#include "Follow.h"
+#include "HostRequests.h"
 #include "IpmiClientActivity.h"
 #include "IpmiCompletionCode.h"
 #include "Log.h"
@@ -29,199 +31,15 @@ using Tolmar::IpmiEventLog;
 using Tolmar::TolmarAgentless::IPMIEVENT;
 using tool::EntryRow;
 using tool::EventRow;
+using tool::HostResult;
 using tool::Options;
 
 constexpr int kUsageStatus = 2;
-constexpr int kIncompleteStatus = 3;
-
-struct HostResult {
-    int result = IpmiEventLog::EL_SUCCESS;
-    // A read (list, show, raw) that lost its BMC part way: the library still succeeds, with what
-    // it read before; the framework's record of the call tells.
-    bool incomplete = false;
-    IpmiCallRecord record;
-    std::vector<EventRow> events;
-    std::vector<EntryRow> entries;
-    std::string note;  // printed on success (status, changes)
-};
-
-// Exit statuses: 0 success, 2 a command line that cannot be followed, 3 a read that ended early
-// (what was read is printed), 10 + the library's result code for a failed request (11 not
-// supported ... 16 internal failure); the worst of a fleet.
-int exitStatus(const HostResult& r) {
-    if (r.result != IpmiEventLog::EL_SUCCESS) return 10 + r.result;
-    return r.incomplete ? kIncompleteStatus : 0;
-}
-
-Tolmar::TolmarConnection::ConnectionInfo connection(const Options& options,
-                                                    const std::string& host) {
-    Tolmar::TolmarConnection::ConnectionInfo info;
-    if (host.empty()) return info;  // the local in-band interface
-    info.connectionType = 1;
-    info.ip = host;
-    info.port = options.port;
-    // host:port names its own port (a name with more than one colon is an IPv6 address).
-    const std::size_t colon = host.rfind(':');
-    if (colon != std::string::npos && host.find(':') == colon) {
-        info.ip = host.substr(0, colon);
-        info.port =
-            static_cast<unsigned short>(tool::parseNumber(host.substr(colon + 1), 65535, "port"));
-    }
-    info.user = options.user;
-    info.password = options.password;
-    info.cipherSuite = options.cipherSuite;
-    return info;
-}
-
-std::string hostName(const std::string& host) { return host.empty() ? "the local BMC" : host; }
-
-// "the BMC answered CBh (requested sensor, data or record not present)".
-std::string refusalText(const IpmiCallRecord& record) {
-    char code[4];
-    std::snprintf(code, sizeof code, "%02X", record.lastCompletionCode);
-    return "the BMC answered " + std::string(code) + "h (" +
-           ipmiCompletionCodeName(record.lastCompletionCode) + ")";
-}
-
-// One line naming the host, the cause and what to check.
-std::string failureText(const std::string& host, const HostResult& r) {
-    const std::string name = hostName(host);
-    switch (r.result) {
-        case IpmiEventLog::EL_NOT_SUPPORTED:
-            return name + " does not support this request";
-        case IpmiEventLog::EL_BUSY:
-            return name + " is busy (the SEL could not be reserved or is being erased): try again";
-        case IpmiEventLog::EL_CONNECTION_FAIL:
-            // The framework says what failed and what to check, where it could tell.
-            if (!r.record.connectFailure.empty())
-                return "cannot connect to " + name + ": " + r.record.connectFailure;
-            return host.empty() ? "no local BMC interface: check the ipmi_si and ipmi_devintf "
-                                  "kernel modules and /dev/ipmi0 (run with -v for details)"
-                                : "cannot connect to " + name +
-                                      ": check the address, the port and that IPMI over LAN is "
-                                      "enabled";
-        case IpmiEventLog::EL_AUTHTICATION_FAIL:
-            if (!r.record.connectFailure.empty())
-                return "authentication refused by " + name + ": " + r.record.connectFailure;
-            return "authentication refused by " + name + ": check user, password and privilege";
-        case IpmiEventLog::EL_NOT_FOUND:
-            return name + " has no SEL record with that ID";
-        default:
-            if (r.record.lastCompletionCode == 0x00) {
-                return "the request to " + name +
-                       " failed: a lost session or an answer that makes no sense (run with -v for "
-                       "the exchange)";
-            }
-            if (r.record.lastCompletionCode == 0xD4) {
-                return "the request to " + name + " failed: " + refusalText(r.record) +
-                       ": the session's level does not allow it (changing the SEL needs operator; "
-                       "see -L)";
-            }
-            return "the request to " + name + " failed: " + refusalText(r.record);
-    }
-}
-
-std::string incompleteText(const std::string& host, const HostResult& r, const Options& options) {
-    std::string text = hostName(host) + ": incomplete: BMC stopped answering after " +
-                       std::to_string(r.record.selEntries) + " SEL entries";
-    // Raw entries have nothing else to miss.
-    if (options.command != "raw")
-        text += "; severities, sensor names and auxiliary details may be missing";
-    return text;
-}
-
-bool keep(const IPMIEVENT& event, const Options& options) {
-    if (event.severity < options.minimumSeverity) return false;
-    if (event.recordId < options.firstId || event.recordId > options.lastId) return false;
-    if (options.since.empty() && options.until.empty()) return true;
-    const auto moment = tool::parseEventTime(event.timeStamp);
-    if (!moment) return false;  // an unspecified time is in no range
-    if (!options.since.empty() && *moment < tool::parseUserTime(options.since)) return false;
-    return options.until.empty() || *moment <= tool::parseUserTime(options.until);
-}
-
-void addEvents(HostResult& out, const std::string& host, std::vector<IPMIEVENT> events,
-               const Options& options) {
-    events.erase(std::remove_if(events.begin(), events.end(),
-                                [&](const IPMIEVENT& e) { return !keep(e, options); }),
-                 events.end());
-    const std::size_t first =
-        options.last != 0 && events.size() > options.last ? events.size() - options.last : 0;
-    for (std::size_t i = first; i < events.size(); ++i) {
-        if (options.localTime) {
-            if (const auto moment = tool::parseEventTime(events[i].timeStamp)) {
-                events[i].timeStamp = tool::localTimeText(*moment);
-            }
-        }
-        out.events.push_back({host, std::move(events[i])});
-    }
-}
-
-HostResult run(const Options& options, const std::string& host) {
-    IpmiEventLog log(connection(options, host));
-    HostResult out;
-    startIpmiCallRecord();
-    const std::string& command = options.command;
-    if (command == "list" || command == "show") {
-        std::vector<IPMIEVENT> events;
-        out.result = log.GetAllIpmiEventLog(events);
-        if (command == "show") {
-            // The whole event, source and auxiliary log included, of the record asked for.
-            const unsigned long id = tool::parseRecordId(options.arguments.at(0));
-            events.erase(std::remove_if(events.begin(), events.end(),
-                                        [id](const IPMIEVENT& e) { return e.recordId != id; }),
-                         events.end());
-            if (out.result == IpmiEventLog::EL_SUCCESS && events.empty() &&
-                ipmiCallRecord().transportFailures == 0) {
-                out.result = IpmiEventLog::EL_NOT_FOUND;
-            }
-            if (events.size() > 1) events.erase(events.begin(), events.end() - 1);
-        }
-        addEvents(out, host, std::move(events), options);
-    } else if (command == "raw") {
-        std::vector<Tolmar::IPMISELENTRY> entries;
-        out.result = log.GetAllIpmiSelEntry(entries);
-        for (const auto& entry : entries) out.entries.push_back({host, entry});
-    } else if (command == "get") {
-        Tolmar::IPMISELENTRY entry{};
-        out.result =
-            log.GetIpmiSelEntryByRecordId(tool::parseRecordId(options.arguments.at(0)), entry);
-        if (out.result == IpmiEventLog::EL_SUCCESS) out.entries.push_back({host, entry});
-    } else if (command == "delete") {
-        for (const std::string& id : options.arguments) {
-            const int result = log.DeleteEventLog(tool::parseRecordId(id));
-            out.result = std::max(out.result, result);
-            if (result == IpmiEventLog::EL_SUCCESS)
-                out.note += hostName(host) + ": deleted " + id + "\n";
-        }
-    } else if (command == "clear") {
-        out.result = log.DeleteAllEventLog();
-        out.note = hostName(host) + ": SEL clear started\n";
-    } else if (command == "add") {
-        Tolmar::IPMISELENTRY entry;
-        const std::vector<unsigned char> bytes = tool::parseHexBytes(options.arguments.at(0));
-        std::memcpy(&entry, bytes.data(), sizeof entry);
-        out.result = log.AddSelEntry(entry);
-        out.note = hostName(host) + ": entry added\n";
-    } else if (command == "status") {
-        const int status = log.GetConnectStatus();
-        out.result = status == 0   ? IpmiEventLog::EL_SUCCESS
-                     : status == 2 ? IpmiEventLog::EL_AUTHTICATION_FAIL
-                                   : IpmiEventLog::EL_CONNECTION_FAIL;
-        out.note = hostName(host) + ": connected\n";
-    }
-    out.record = ipmiCallRecord();
-    const bool read = command == "list" || command == "show" || command == "raw";
-    out.incomplete =
-        read && out.result == IpmiEventLog::EL_SUCCESS && out.record.transportFailures > 0;
-    for (EventRow& row : out.events) row.complete = !out.incomplete;
-    for (EntryRow& row : out.entries) row.complete = !out.incomplete;
-    return out;
-}
 
 void checkArguments(const Options& options) {
     static const std::vector<std::pair<std::string, std::size_t>> counts = {
-        {"list", 0}, {"show", 1}, {"raw", 0}, {"get", 1}, {"clear", 0}, {"add", 1}, {"status", 0}};
+        {"list", 0},  {"show", 1}, {"raw", 0},    {"get", 1},
+        {"clear", 0}, {"add", 1},  {"status", 0}, {"follow", 0}};
     if (options.command == "delete") {
         if (options.arguments.empty()) throw tool::UsageError("delete needs record IDs");
         for (const std::string& id : options.arguments) tool::parseRecordId(id);
@@ -237,6 +55,8 @@ void checkArguments(const Options& options) {
     if (options.command == "show" || options.command == "get")
         tool::parseRecordId(options.arguments[0]);
     if (options.command == "add") tool::parseHexBytes(options.arguments[0]);
+    if (!options.statePath.empty() && options.command != "list")
+        throw tool::UsageError("--state goes with list");
     if (!options.since.empty()) tool::parseUserTime(options.since);
     if (!options.until.empty()) tool::parseUserTime(options.until);
 }
@@ -283,22 +103,13 @@ private:
 
 // Reads every host, `fanout` at a time; results keep the hosts' order.
 std::vector<HostResult> runAll(const Options& options) {
-    const std::vector<std::string> hosts =
-        options.hosts.empty() ? std::vector<std::string>{""} : options.hosts;
+    const std::vector<std::string> hosts = tool::hostsOf(options);
     std::vector<HostResult> results(hosts.size());
     Progress progress(hosts.size());
-    std::atomic<std::size_t> next{0};
-    const auto worker = [&] {
-        for (std::size_t i = next++; i < hosts.size(); i = next++) {
-            results[i] = run(options, hosts[i]);
-            progress.hostDone();
-        }
-    };
-    std::vector<std::thread> workers;
-    const std::size_t count = std::min<std::size_t>(options.fanout, hosts.size());
-    for (std::size_t i = 1; i < count; ++i) workers.emplace_back(worker);
-    worker();
-    for (std::thread& t : workers) t.join();
+    tool::fanOut(hosts.size(), options.fanout, [&](std::size_t i) {
+        results[i] = tool::run(options, hosts[i]);
+        progress.hostDone();
+    });
     return results;
 }
 
@@ -352,6 +163,7 @@ int main(int argc, char** argv) {
     if (options.insecureCipherSuiteZero) setenv("TOLMAR_IPMI_ALLOW_CIPHER_SUITE_0", "1", 1);
     if (!options.bmcKeyHex.empty()) setenv("TOLMAR_IPMI_BMC_KEY", options.bmcKeyHex.c_str(), 1);
 
+    if (options.command == "follow") return tool::follow(options, outputStyle(options));
     std::vector<HostResult> results = runAll(options);
     std::vector<EventRow> events;
     std::vector<EntryRow> entries;
@@ -359,27 +171,30 @@ int main(int argc, char** argv) {
     std::set<std::string> warnings;  // how sessions were opened: each once, before the problems
     int status = 0;
     bool anyRead = false;
-    const std::vector<std::string> hosts =
-        options.hosts.empty() ? std::vector<std::string>{""} : options.hosts;
+    const std::vector<std::string> hosts = tool::hostsOf(options);
     for (std::size_t i = 0; i < results.size(); ++i) {
         HostResult& r = results[i];  // its events move into the merged list
         events.insert(events.end(), std::make_move_iterator(r.events.begin()),
                       std::make_move_iterator(r.events.end()));
         entries.insert(entries.end(), r.entries.begin(), r.entries.end());
         if (r.result != IpmiEventLog::EL_SUCCESS) {
-            problems += "ipmi-event-log: " + failureText(hosts[i], r) + "\n";
+            problems += "ipmi-event-log: " + tool::failureText(hosts[i], r) + "\n";
         } else {
             anyRead = true;
             std::cout << r.note;
             if (r.incomplete)
-                problems += "ipmi-event-log: " + incompleteText(hosts[i], r, options) + "\n";
+                problems += "ipmi-event-log: " + tool::incompleteText(hosts[i], r, options) + "\n";
         }
-        status = std::max(status, exitStatus(r));
+        status = std::max(status, tool::exitStatus(r));
         if (!r.record.warning.empty()) warnings.insert(r.record.warning);
+        if (!r.warning.empty()) warnings.insert(r.warning);
     }
     // Headers and brackets only for something read: a failed read prints nothing on stdout.
     const tool::Style style = outputStyle(options);
-    if (anyRead && (options.command == "list" || options.command == "show")) {
+    // With --state, a run that found nothing new prints nothing, not even the table's header.
+    const bool nothingNew = !options.statePath.empty() && events.empty();
+    if (anyRead && (options.command == "list" || options.command == "show") &&
+        !(nothingNew && options.format == tool::Format::Table)) {
         tool::writeEvents(std::cout, events, style);
     } else if (anyRead && (options.command == "raw" || options.command == "get")) {
         tool::writeEntries(std::cout, entries, style);

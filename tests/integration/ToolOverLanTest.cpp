@@ -348,4 +348,66 @@ TEST_F(ToolOverLanTest, ShowOfARecordNotReadBeforeTheBmcStoppedIsIncompleteNotAb
     EXPECT_EQ(run.err.find(end), run.err.size() - end.size()) << run.err;
 }
 
+// The last line of a text.
+std::string lastLine(const std::string& text) {
+    const std::size_t end = text.size() - (text.empty() || text.back() != '\n' ? 0 : 1);
+    const std::size_t start = text.rfind('\n', end - 1);
+    return text.substr(start == std::string::npos ? 0 : start + 1, end - start - 1);
+}
+
+TEST_F(ToolOverLanTest, ListWithAStateFilePrintsOnlyWhatWasAddedSinceTheLastRun) {
+    const std::string state = scratch.file("bmc.state");
+    const ToolRun first = tool("--state " + state + " --format jsonl list");
+    EXPECT_EQ(first.status, 0) << first.err;
+    EXPECT_EQ(first.out, tool("--format jsonl list").out);
+    const ToolRun idle = tool("--state " + state + " list");
+    EXPECT_EQ(idle.status, 0);
+    EXPECT_EQ(idle.out, "");
+    EXPECT_EQ(idle.err, "");
+    bmc->addSelRecords({bmcsim::sampleEventLog()[21]});
+    const ToolRun added = tool("--state " + state + " --format jsonl list");
+    EXPECT_EQ(lines(added.out), 1u);
+    EXPECT_EQ(added.out, lastLine(tool("--format jsonl list").out) + "\n");
+    // A file that is not a state is said, and the whole SEL read.
+    std::ofstream(state) << "something else\n";
+    const ToolRun damaged = tool("--state " + state + " --format jsonl list");
+    EXPECT_EQ(lines(damaged.out), 36u);
+    EXPECT_EQ(damaged.err, "ipmi-event-log: warning: " + hostOf(*bmc) + ": " + state +
+                               ": not a follower state of this version (its first line is not "
+                               "\"ipmi-event-log follower state 1\"); reading the whole SEL\n");
+    expectUsageError("--state " + state + " raw", "--state goes with list");
+}
+
+TEST_F(ToolOverLanTest, FollowPrintsTheEventsThereAreThenNewOnesDecodedAsListDecodesThem) {
+    // Two polls two seconds apart; a record is added in between.
+    std::thread adder([this] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+        bmc->addSelRecords({bmcsim::sampleEventLog()[21]});
+    });
+    const ToolRun run = tool("--format jsonl --interval 2 --polls 2 --last 3 follow");
+    adder.join();
+    EXPECT_EQ(run.status, 0) << run.err;
+    const std::string listed = tool("--format jsonl list").out;
+    std::istringstream rows(listed);
+    std::vector<std::string> all;
+    for (std::string row; std::getline(rows, row);) all.push_back(row + "\n");
+    ASSERT_EQ(all.size(), 36u);
+    EXPECT_EQ(run.out, all[32] + all[33] + all[34] + all[35]);
+}
+
+TEST_F(ToolOverLanTest, FollowSaysOnceThatAHostIsDownAndKeepsTheOthers) {
+    auto down = std::make_unique<bmcsim::BmcSimulator>();
+    const std::string hosts = hostOf(*bmc) + "," + hostOf(*down);
+    down->stop();
+    const ToolRun run = tool("--format csv --interval 1 --polls 3 follow", hosts);
+    EXPECT_EQ(run.status, 13);
+    EXPECT_EQ(lines(run.out), 1u + 35u);  // the header once, the events there are
+    EXPECT_EQ(run.err, "ipmi-event-log: cannot connect to " + hostOf(*down) +
+                           ": no answer from the BMC; check the address and port, that the BMC is "
+                           "powered and that IPMI over LAN is enabled on it; trying again every "
+                           "1 s\n");
+    expectUsageError("follow 3", "follow takes 0 argument(s)");
+    expectUsageError("--interval 0 follow", "--interval must be at least 1 second");
+}
+
 }  // namespace

@@ -1,0 +1,224 @@
+#include "HostRequests.h"
+
+#include <IpmiEventFollower.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "IpmiCompletionCode.h"
+#include "TimeStamps.h"
+
+namespace tool {
+
+using Tolmar::IpmiEventLog;
+using Tolmar::TolmarAgentless::IPMIEVENT;
+
+std::vector<std::string> hostsOf(const Options& options) {
+    return options.hosts.empty() ? std::vector<std::string>{""} : options.hosts;
+}
+
+int exitStatus(const HostResult& r) {
+    if (r.result != IpmiEventLog::EL_SUCCESS) return 10 + r.result;
+    return r.incomplete ? kIncompleteStatus : 0;
+}
+
+Tolmar::TolmarConnection::ConnectionInfo connection(const Options& options,
+                                                    const std::string& host) {
+    Tolmar::TolmarConnection::ConnectionInfo info;
+    if (host.empty()) return info;  // the local in-band interface
+    info.connectionType = 1;
+    info.ip = host;
+    info.port = options.port;
+    // host:port names its own port (a name with more than one colon is an IPv6 address).
+    const std::size_t colon = host.rfind(':');
+    if (colon != std::string::npos && host.find(':') == colon) {
+        info.ip = host.substr(0, colon);
+        info.port = static_cast<unsigned short>(parseNumber(host.substr(colon + 1), 65535, "port"));
+    }
+    info.user = options.user;
+    info.password = options.password;
+    info.cipherSuite = options.cipherSuite;
+    return info;
+}
+
+std::string hostName(const std::string& host) { return host.empty() ? "the local BMC" : host; }
+
+// "the BMC answered CBh (requested sensor, data or record not present)".
+std::string refusalText(const IpmiCallRecord& record) {
+    char code[4];
+    std::snprintf(code, sizeof code, "%02X", record.lastCompletionCode);
+    return "the BMC answered " + std::string(code) + "h (" +
+           ipmiCompletionCodeName(record.lastCompletionCode) + ")";
+}
+
+std::string failureText(const std::string& host, const HostResult& r) {
+    const std::string name = hostName(host);
+    switch (r.result) {
+        case IpmiEventLog::EL_NOT_SUPPORTED:
+            return name + " does not support this request";
+        case IpmiEventLog::EL_BUSY:
+            return name + " is busy (the SEL could not be reserved or is being erased): try again";
+        case IpmiEventLog::EL_CONNECTION_FAIL:
+            // The framework says what failed and what to check, where it could tell.
+            if (!r.record.connectFailure.empty())
+                return "cannot connect to " + name + ": " + r.record.connectFailure;
+            return host.empty() ? "no local BMC interface: check the ipmi_si and ipmi_devintf "
+                                  "kernel modules and /dev/ipmi0 (run with -v for details)"
+                                : "cannot connect to " + name +
+                                      ": check the address, the port and that IPMI over LAN is "
+                                      "enabled";
+        case IpmiEventLog::EL_AUTHTICATION_FAIL:
+            if (!r.record.connectFailure.empty())
+                return "authentication refused by " + name + ": " + r.record.connectFailure;
+            return "authentication refused by " + name + ": check user, password and privilege";
+        case IpmiEventLog::EL_NOT_FOUND:
+            return name + " has no SEL record with that ID";
+        default:
+            if (r.record.lastCompletionCode == 0x00) {
+                return "the request to " + name +
+                       " failed: a lost session or an answer that makes no sense (run with -v for "
+                       "the exchange)";
+            }
+            if (r.record.lastCompletionCode == 0xD4) {
+                return "the request to " + name + " failed: " + refusalText(r.record) +
+                       ": the session's level does not allow it (changing the SEL needs operator; "
+                       "see -L)";
+            }
+            return "the request to " + name + " failed: " + refusalText(r.record);
+    }
+}
+
+std::string incompleteText(const std::string& host, const HostResult& r, const Options& options) {
+    std::string text = hostName(host) + ": incomplete: BMC stopped answering after " +
+                       std::to_string(r.record.selEntries) + " SEL entries";
+    // Raw entries have nothing else to miss.
+    if (options.command != "raw")
+        text += "; severities, sensor names and auxiliary details may be missing";
+    return text;
+}
+
+namespace {
+
+bool keep(const IPMIEVENT& event, const Options& options) {
+    if (event.severity < options.minimumSeverity) return false;
+    if (event.recordId < options.firstId || event.recordId > options.lastId) return false;
+    if (options.since.empty() && options.until.empty()) return true;
+    const auto moment = parseEventTime(event.timeStamp);
+    if (!moment) return false;  // an unspecified time is in no range
+    if (!options.since.empty() && *moment < parseUserTime(options.since)) return false;
+    return options.until.empty() || *moment <= parseUserTime(options.until);
+}
+
+}  // namespace
+
+void addEvents(HostResult& out, const std::string& host, std::vector<IPMIEVENT> events,
+               const Options& options) {
+    events.erase(std::remove_if(events.begin(), events.end(),
+                                [&](const IPMIEVENT& e) { return !keep(e, options); }),
+                 events.end());
+    const std::size_t first =
+        options.last != 0 && events.size() > options.last ? events.size() - options.last : 0;
+    for (std::size_t i = first; i < events.size(); ++i) {
+        if (options.localTime) {
+            if (const auto moment = parseEventTime(events[i].timeStamp)) {
+                events[i].timeStamp = localTimeText(*moment);
+            }
+        }
+        out.events.push_back({host, std::move(events[i])});
+    }
+}
+
+namespace {
+
+// Where a host's state is kept: the path given for one host; for a fleet, a file a host in the
+// directory given.
+std::string statePathFor(const Options& options, const std::string& host) {
+    if (options.hosts.size() <= 1) return options.statePath;
+    std::string name = host.empty() ? "local" : host;
+    std::replace(name.begin(), name.end(), '/', '_');
+    return options.statePath + "/" + name + ".state";
+}
+
+// list --state: the events added since the run that saved the state.
+void listNewEvents(const Options& options, const std::string& host, HostResult& out) {
+    Tolmar::IpmiEventFollower follower(connection(options, host));
+    const std::string path = statePathFor(options, host);
+    std::string error;
+    // No file yet is the first run; a file that cannot be taken is said, and all is read.
+    if (!follower.LoadState(path, error) && access(path.c_str(), F_OK) == 0)
+        out.warning = hostName(host) + ": " + error + "; reading the whole SEL";
+    std::vector<IPMIEVENT> events;
+    out.result = follower.Poll(events);
+    if (out.result == IpmiEventLog::EL_SUCCESS && !follower.SaveState(path, error))
+        out.warning = hostName(host) + ": the state was not saved: " + error;
+    out.incomplete = !follower.Complete();
+    addEvents(out, host, std::move(events), options);
+}
+
+}  // namespace
+
+HostResult run(const Options& options, const std::string& host) {
+    IpmiEventLog log(connection(options, host));
+    HostResult out;
+    startIpmiCallRecord();
+    const std::string& command = options.command;
+    if (command == "list" && !options.statePath.empty()) {
+        listNewEvents(options, host, out);
+    } else if (command == "list" || command == "show") {
+        std::vector<IPMIEVENT> events;
+        out.result = log.GetAllIpmiEventLog(events);
+        if (command == "show") {
+            // The whole event, source and auxiliary log included, of the record asked for.
+            const unsigned long id = parseRecordId(options.arguments.at(0));
+            events.erase(std::remove_if(events.begin(), events.end(),
+                                        [id](const IPMIEVENT& e) { return e.recordId != id; }),
+                         events.end());
+            if (out.result == IpmiEventLog::EL_SUCCESS && events.empty() &&
+                ipmiCallRecord().transportFailures == 0) {
+                out.result = IpmiEventLog::EL_NOT_FOUND;
+            }
+            if (events.size() > 1) events.erase(events.begin(), events.end() - 1);
+        }
+        addEvents(out, host, std::move(events), options);
+    } else if (command == "raw") {
+        std::vector<Tolmar::IPMISELENTRY> entries;
+        out.result = log.GetAllIpmiSelEntry(entries);
+        for (const auto& entry : entries) out.entries.push_back({host, entry});
+    } else if (command == "get") {
+        Tolmar::IPMISELENTRY entry{};
+        out.result = log.GetIpmiSelEntryByRecordId(parseRecordId(options.arguments.at(0)), entry);
+        if (out.result == IpmiEventLog::EL_SUCCESS) out.entries.push_back({host, entry});
+    } else if (command == "delete") {
+        for (const std::string& id : options.arguments) {
+            const int result = log.DeleteEventLog(parseRecordId(id));
+            out.result = std::max(out.result, result);
+            if (result == IpmiEventLog::EL_SUCCESS)
+                out.note += hostName(host) + ": deleted " + id + "\n";
+        }
+    } else if (command == "clear") {
+        out.result = log.DeleteAllEventLog();
+        out.note = hostName(host) + ": SEL clear started\n";
+    } else if (command == "add") {
+        Tolmar::IPMISELENTRY entry;
+        const std::vector<unsigned char> bytes = parseHexBytes(options.arguments.at(0));
+        std::memcpy(&entry, bytes.data(), sizeof entry);
+        out.result = log.AddSelEntry(entry);
+        out.note = hostName(host) + ": entry added\n";
+    } else if (command == "status") {
+        const int status = log.GetConnectStatus();
+        out.result = status == 0   ? IpmiEventLog::EL_SUCCESS
+                     : status == 2 ? IpmiEventLog::EL_AUTHTICATION_FAIL
+                                   : IpmiEventLog::EL_CONNECTION_FAIL;
+        out.note = hostName(host) + ": connected\n";
+    }
+    out.record = ipmiCallRecord();
+    const bool read = command == "list" || command == "show" || command == "raw";
+    out.incomplete = read && out.result == IpmiEventLog::EL_SUCCESS &&
+                     (out.incomplete || out.record.transportFailures > 0);
+    for (EventRow& row : out.events) row.complete = !out.incomplete;
+    for (EntryRow& row : out.entries) row.complete = !out.incomplete;
+    return out;
+}
+
+}  // namespace tool
