@@ -2,55 +2,20 @@
 
 #include <IpmiEventFollower.h>
 
-#include <atomic>
 #include <chrono>
-#include <csignal>
 #include <iostream>
 #include <memory>
 #include <set>
-#include <thread>
 
-#include "HostRequests.h"
+#include "Polling.h"
 
 namespace tool {
 
-namespace {
-
 using Tolmar::IpmiEventFollower;
 using Tolmar::IpmiEventLog;
-using Tolmar::TolmarAgentless::IPMIEVENT;
-
-std::atomic<bool> stopping{false};
-
-extern "C" void requestStop(int) { stopping = true; }
-
-// Sleeps until the next poll is due, or until a stop is asked for.
-void waitForNextPoll(std::chrono::steady_clock::time_point due) {
-    while (!stopping && std::chrono::steady_clock::now() < due)
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-}
-
-// One host's poll: its new events as rows, filtered as for list (--last only at the first poll).
-HostResult pollHost(IpmiEventFollower& follower, const Options& options, const std::string& host,
-                    bool first) {
-    HostResult out;
-    startIpmiCallRecord();
-    std::vector<IPMIEVENT> events;
-    out.result = follower.Poll(events);
-    out.record = ipmiCallRecord();
-    out.incomplete = out.result == IpmiEventLog::EL_SUCCESS && !follower.Complete();
-    Options filters = options;
-    if (!first) filters.last = 0;
-    addEvents(out, host, std::move(events), filters);
-    for (EventRow& row : out.events) row.complete = !out.incomplete;
-    return out;
-}
-
-}  // namespace
 
 int follow(const Options& options, Style style) {
-    std::signal(SIGINT, requestStop);
-    std::signal(SIGTERM, requestStop);
+    stopOnSignals();
     const std::vector<std::string> hosts = hostsOf(options);
     std::vector<std::unique_ptr<IpmiEventFollower>> followers;
     for (const std::string& host : hosts)
@@ -59,7 +24,7 @@ int follow(const Options& options, Style style) {
     std::vector<bool> failing(hosts.size(), false);
     std::set<std::string> warnings;
     int status = 0;
-    for (unsigned long poll = 1; !stopping; ++poll) {
+    for (unsigned long poll = 1; !stopRequested(); ++poll) {
         const auto due = std::chrono::steady_clock::now() + std::chrono::seconds(options.interval);
         std::vector<HostResult> results(hosts.size());
         fanOut(hosts.size(), options.fanout, [&](std::size_t i) {

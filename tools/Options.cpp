@@ -24,6 +24,7 @@ const char* const kUsage =
     "  add HEX16         add a SEL entry of 16 bytes\n"
     "  status            probe the connection\n"
     "  follow            the events there are, then new ones as they come (like tail -f)\n"
+    "  serve             a Prometheus exporter of the fleet's events on /metrics\n"
     "\n"
     "connection:\n"
     "  -H, --host LIST   BMCs over the LAN (RMCP+): names, addresses, ranges (bmc[01-40].lab),\n"
@@ -56,7 +57,8 @@ const char* const kUsage =
     "following:\n"
     "  --state PATH      list: only events added since the last run with PATH (a directory\n"
     "                    for several hosts)\n"
-    "  --interval S      follow: seconds between polls (10)\n"
+    "  --interval S      follow, serve: seconds between polls (10)\n"
+    "  --listen A:P      serve: the address and port of /metrics (127.0.0.1:9290)\n"
     "  --polls N         follow: stop after N polls (default: when interrupted)\n";
 
 unsigned long parseNumber(const std::string& text, unsigned long max, const std::string& what) {
@@ -286,6 +288,8 @@ Options parseOptions(const std::vector<std::string>& args) {
         } else if (arg == "--interval") {
             options.interval = static_cast<unsigned>(parseNumber(value(i), 86400, "--interval"));
             if (options.interval == 0) throw UsageError("--interval must be at least 1 second");
+        } else if (arg == "--listen") {
+            options.listen = value(i);
         } else if (arg == "--polls") {
             options.polls = parseNumber(value(i), 1000000000, "--polls");
         } else if (arg == "--fanout") {

@@ -37,8 +37,9 @@ struct Options {
     std::size_t last = 0;  // 0: every event
     unsigned fanout = 8;
     std::string statePath;    // list: where what was read is kept; a directory for a fleet
-    unsigned interval = 10;   // follow: seconds between polls
+    unsigned interval = 10;   // follow, serve: seconds between polls
     unsigned long polls = 0;  // follow: stop after this many polls; 0: when interrupted
+    std::string listen = "127.0.0.1:9290";  // serve: where /metrics is answered
 };
 
 // Parses the command line (without the program name). The password comes from -P, -E

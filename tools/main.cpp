@@ -16,6 +16,7 @@
 #include <set>
 #include <thread>
 
+#include "Exporter.h"
 #include "Follow.h"
 #include "HostRequests.h"
 #include "IpmiClientActivity.h"
@@ -38,8 +39,8 @@ constexpr int kUsageStatus = 2;
 
 void checkArguments(const Options& options) {
     static const std::vector<std::pair<std::string, std::size_t>> counts = {
-        {"list", 0},  {"show", 1}, {"raw", 0},    {"get", 1},
-        {"clear", 0}, {"add", 1},  {"status", 0}, {"follow", 0}};
+        {"list", 0}, {"show", 1},   {"raw", 0},    {"get", 1},  {"clear", 0},
+        {"add", 1},  {"status", 0}, {"follow", 0}, {"serve", 0}};
     if (options.command == "delete") {
         if (options.arguments.empty()) throw tool::UsageError("delete needs record IDs");
         for (const std::string& id : options.arguments) tool::parseRecordId(id);
@@ -164,6 +165,7 @@ int main(int argc, char** argv) {
     if (!options.bmcKeyHex.empty()) setenv("TOLMAR_IPMI_BMC_KEY", options.bmcKeyHex.c_str(), 1);
 
     if (options.command == "follow") return tool::follow(options, outputStyle(options));
+    if (options.command == "serve") return tool::serve(options);
     std::vector<HostResult> results = runAll(options);
     std::vector<EventRow> events;
     std::vector<EntryRow> entries;

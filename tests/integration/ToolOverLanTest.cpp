@@ -2,6 +2,8 @@
 // down.
 #include <gtest/gtest.h>
 
+#include <signal.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -12,6 +14,7 @@
 #include <sstream>
 #include <thread>
 
+#include "ChildProcess.h"
 #include "LanFixture.h"
 #include "LossyLink.h"
 #include "ToolRun.h"
@@ -408,6 +411,65 @@ TEST_F(ToolOverLanTest, FollowSaysOnceThatAHostIsDownAndKeepsTheOthers) {
                            "1 s\n");
     expectUsageError("follow 3", "follow takes 0 argument(s)");
     expectUsageError("--interval 0 follow", "--interval must be at least 1 second");
+}
+
+// The value of one sample of a Prometheus text exposition ("" when absent).
+std::string sample(const std::string& metrics, const std::string& name) {
+    const std::size_t at = metrics.find("\n" + name + " ");
+    if (at == std::string::npos) return "";
+    const std::size_t start = at + name.size() + 2;
+    return metrics.substr(start, metrics.find('\n', start) - start);
+}
+
+TEST_F(ToolOverLanTest, ServeAnswersMetricsThatAgreeWithTheSimulatorsEvents) {
+    const unsigned short port = bmcsim::freeLoopbackPort(SOCK_STREAM);
+    const std::string listen = "127.0.0.1:" + std::to_string(port);
+    bmcsim::ScopedEnvironment password{"IPMI_PASSWORD", bmcsim::kAdministrator.password};
+    const pid_t server =
+        bmcsim::startChild({TOOL_PATH, "-H", hostOf(*bmc), "-U", bmcsim::kAdministrator.name, "-E",
+                            "--interval", "1", "--listen", listen, "serve"},
+                           scratch.file("serve.out"), "the project's tool");
+    const auto scrape = [&] {
+        return shell(CURL " --silent --show-error --max-time 5 http://" + listen + "/metrics").out;
+    };
+    // Ready once the first poll has been made.
+    std::string metrics;
+    for (int attempt = 0; attempt < 100 && sample(metrics, "ipmi_event_log_polls_total").empty();
+         ++attempt) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        metrics = scrape();
+    }
+    // What list says of the same BMC: events by severity, the newest critical one's time.
+    const std::string listed = tool("--format csv list").out;
+    const std::string host = "{host=\"" + hostOf(*bmc) + "\"";
+    EXPECT_EQ(sample(metrics, "ipmi_event_log_up" + host + "}"), "1") << metrics;
+    EXPECT_EQ(sample(metrics, "ipmi_event_log_incomplete" + host + "}"), "0");
+    for (const char* severity : {"info", "warning", "critical"}) {
+        EXPECT_EQ(sample(metrics,
+                         "ipmi_event_log_events_total" + host + ",severity=\"" + severity + "\"}"),
+                  std::to_string(countOf(listed, std::string(",") + severity + ",")))
+            << severity;
+    }
+    EXPECT_EQ(sample(metrics, "ipmi_event_log_sel_entries_read_total" + host + "}"), "35");
+    // The newest critical event of the sample server: record 0x001d, 03/12/2015 16:58:14 UTC.
+    EXPECT_EQ(
+        sample(metrics, "ipmi_event_log_newest_critical_event_timestamp_seconds" + host + "}"),
+        "1426179494");
+
+    // A critical event added is counted at the next poll.
+    const std::string before =
+        sample(metrics, "ipmi_event_log_events_total" + host + ",severity=\"critical\"}");
+    bmc->addSelRecords({bmcsim::sampleEventLog()[21]});
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+    metrics = scrape();
+    EXPECT_EQ(sample(metrics, "ipmi_event_log_events_total" + host + ",severity=\"critical\"}"),
+              std::to_string(std::stoul(before) + 1));
+
+    kill(server, SIGTERM);
+    int status = -1;
+    waitpid(server, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << scratch.read("serve.out");
+    EXPECT_EQ(scratch.read("serve.out"), "ipmi-event-log: serving /metrics on " + listen + "\n");
 }
 
 }  // namespace

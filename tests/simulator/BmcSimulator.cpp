@@ -49,22 +49,6 @@ int bindLoopbackUdp(unsigned short port) {
     return fd;
 }
 
-// A port of 127.0.0.1 free for `type` (SOCK_DGRAM, SOCK_STREAM) when asked.
-unsigned short freeLoopbackPort(int type) {
-    const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        if (fd >= 0) close(fd);
-        throw std::runtime_error("no free port on 127.0.0.1");
-    }
-    close(fd);
-    return ntohs(address.sin_port);
-}
-
 // Whether something has bound the port: ipmi_sim opens its LAN port only after every command of
 // its emulation file succeeded.
 bool portInUse(unsigned short port) {
@@ -119,6 +103,21 @@ std::string auxiliaryLogFile(const std::vector<std::vector<unsigned char>>& reco
 }
 
 }  // namespace
+
+unsigned short freeLoopbackPort(int type) {
+    const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+        if (fd >= 0) close(fd);
+        throw std::runtime_error("no free port on 127.0.0.1");
+    }
+    close(fd);
+    return ntohs(address.sin_port);
+}
 
 BmcSimulator::BmcSimulator(const std::string& emulation,
                            const std::vector<std::vector<unsigned char>>& auxiliaryLog,
