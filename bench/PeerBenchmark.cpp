@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "BmcSimulator.h"
 #include "IpmiClient.h"
 #include "LossyLink.h"
@@ -29,17 +30,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// CPU time and peak memory of a program that ran in a process of its own.
-struct ProcessUsage {
-    double cpuSeconds;
-    long peakKilobytes;
-};
-
 struct Measure {
     double wallSeconds = 0;
     unsigned long datagrams = 0;
-    std::vector<double> turnarounds;      // the program's own time for each exchange
-    std::optional<ProcessUsage> process;  // none for work done in this process
+    std::vector<double> turnarounds;             // the program's own time for each exchange
+    std::optional<bench::ProcessUsage> process;  // none for work done in this process
 };
 
 // Times `work` through the link: its wall time, the datagrams it sent and its own time for each
@@ -58,27 +53,9 @@ Measure throughLink(bmcsim::LossyLink& link, Work work) {
     return measure;
 }
 
-// Runs a shell command with its output discarded; the child's CPU time and peak memory.
-ProcessUsage runCommand(const std::string& command) {
-    const pid_t child = fork();
-    if (child == 0) {
-        execl("/bin/sh", "sh", "-c", ("exec " + command + " >/dev/null 2>&1").c_str(),
-              static_cast<char*>(nullptr));
-        _exit(127);
-    }
-    int status = 0;
-    rusage usage{};
-    wait4(child, &status, 0, &usage);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        std::fprintf(stderr, "failed (%d): %s\n", status, command.c_str());
-    }
-    const double cpu = usage.ru_utime.tv_sec + usage.ru_stime.tv_sec +
-                       (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-    return {cpu, usage.ru_maxrss};
-}
-
 Measure runOnce(const std::string& command, bmcsim::LossyLink& link) {
-    return throughLink(link, [&] { return std::optional<ProcessUsage>(runCommand(command)); });
+    return throughLink(
+        link, [&] { return std::optional<bench::ProcessUsage>(bench::runCommand(command)); });
 }
 
 std::string format(const char* pattern, double value) {
@@ -141,7 +118,7 @@ Measure walkSelChain(bmcsim::LossyLink& link) {
             }
             recordId = response[0] | response[1] << 8;
         }
-        return std::optional<ProcessUsage>();  // the session closes as the client goes
+        return std::optional<bench::ProcessUsage>();  // the session closes as the client goes
     });
 }
 
