@@ -51,17 +51,6 @@ double processCpuSeconds() {
     return bench::cpuSecondsOf(usage);
 }
 
-std::unique_ptr<bmcsim::BmcSimulator> sampleBmc(const std::vector<bmcsim::SelRecord>& events) {
-    std::vector<std::vector<unsigned char>> auxiliary;
-    for (const auto& record : bmcsim::sampleAuxiliaryLog())
-        auxiliary.push_back(bmcsim::auxLogRecord(record));
-    auto bmc = std::make_unique<bmcsim::BmcSimulator>(
-        bmcsim::sdrCommands(bmcsim::sampleSdrRepository()), auxiliary);
-    bmc->setEventFilters(bmcsim::sampleEventFilters());
-    bmc->addSelRecords(events);
-    return bmc;
-}
-
 Tolmar::TolmarConnection::ConnectionInfo lan(unsigned short port) {
     Tolmar::TolmarConnection::ConnectionInfo info;
     info.ip = bmcsim::BmcSimulator::host();
@@ -84,7 +73,8 @@ void printCost(std::size_t records, const char* what, const Cost& cost) {
 
 void pollCosts(const std::string& tool, std::size_t records) {
     const auto log = bmcsim::repeatedEventLog(records + 101);
-    const auto bmc = sampleBmc({log.begin(), log.begin() + static_cast<long>(records)});
+    const auto bmc =
+        bmcsim::sampleServerBmc({log.begin(), log.begin() + static_cast<long>(records)});
     bmcsim::LossyLink link(bmc->port(), bmcsim::LinkFaults{});
     const std::string port = std::to_string(link.port());
     IpmiEventFollower follower(lan(link.port()));
@@ -141,7 +131,7 @@ void fleet(std::size_t size) {
     std::vector<std::unique_ptr<bmcsim::BmcSimulator>> bmcs;
     std::string hosts;
     for (std::size_t i = 0; i < size; ++i) {
-        bmcs.push_back(sampleBmc(bmcsim::sampleEventLog()));
+        bmcs.push_back(bmcsim::sampleServerBmc(bmcsim::sampleEventLog()));
         hosts += (i ? "," : "") + std::string("127.0.0.1:") + std::to_string(bmcs.back()->port());
     }
     std::vector<std::unique_ptr<IpmiEventFollower>> followers;

@@ -29,15 +29,7 @@ using namespace std::chrono_literals;
 constexpr auto kGuestTimeout = 600s;
 
 std::unique_ptr<BmcSimulator> sampleBmc(const std::vector<bmcsim::SelRecord>& events) {
-    std::vector<std::vector<unsigned char>> auxiliaryLog;
-    for (const bmcsim::AuxRecord& record : bmcsim::sampleAuxiliaryLog()) {
-        auxiliaryLog.push_back(bmcsim::auxLogRecord(record));
-    }
-    auto bmc = std::make_unique<BmcSimulator>(bmcsim::sdrCommands(bmcsim::sampleSdrRepository()),
-                                              auxiliaryLog, bmcsim::Interfaces::LanAndVm);
-    bmc->setEventFilters(bmcsim::sampleEventFilters());
-    bmc->addSelRecords(events);
-    return bmc;
+    return bmcsim::sampleServerBmc(events, bmcsim::Interfaces::LanAndVm);
 }
 
 // Each step: its name, then the tool's arguments ("" runs the example program instead).

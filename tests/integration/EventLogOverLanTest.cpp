@@ -13,22 +13,9 @@ using ::testing::Eq;
 using Tolmar::IpmiEventLog;
 using Tolmar::TolmarAgentless::IPMIEVENT;
 
-std::vector<std::vector<unsigned char>> sampleAuxiliaryRecords() {
-    std::vector<std::vector<unsigned char>> records;
-    for (const bmcsim::AuxRecord& record : bmcsim::sampleAuxiliaryLog()) {
-        records.push_back(bmcsim::auxLogRecord(record));
-    }
-    return records;
-}
-
 class EventLogOverLanTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        bmc = std::make_unique<bmcsim::BmcSimulator>(
-            bmcsim::sdrCommands(bmcsim::sampleSdrRepository()), sampleAuxiliaryRecords());
-        bmc->setEventFilters(bmcsim::sampleEventFilters());
-        bmc->addSelRecords(bmcsim::sampleEventLog());
-    }
+    void SetUp() override { bmc = bmcsim::sampleServerBmc(bmcsim::sampleEventLog()); }
 
     // Reading the filters needs operator privilege; ipmi_sim asks administrator privilege for the
     // commands a module adds, the auxiliary log's among them.

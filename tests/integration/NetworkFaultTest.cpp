@@ -18,15 +18,7 @@ using Tolmar::TolmarAgentless::IPMIEVENT;
 using namespace std::chrono_literals;
 
 std::unique_ptr<bmcsim::BmcSimulator> sampleBmc() {
-    std::vector<std::vector<unsigned char>> auxiliary;
-    for (const auto& record : bmcsim::sampleAuxiliaryLog()) {
-        auxiliary.push_back(bmcsim::auxLogRecord(record));
-    }
-    auto bmc = std::make_unique<bmcsim::BmcSimulator>(
-        bmcsim::sdrCommands(bmcsim::sampleSdrRepository()), auxiliary);
-    bmc->setEventFilters(bmcsim::sampleEventFilters());
-    bmc->addSelRecords(bmcsim::sampleEventLog());
-    return bmc;
+    return bmcsim::sampleServerBmc(bmcsim::sampleEventLog());
 }
 
 std::vector<IPMIEVENT> readLog(unsigned short port, int expectedResult = 0) {

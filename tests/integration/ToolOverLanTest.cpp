@@ -29,20 +29,8 @@ using bmcsim::countOf;
 
 class ToolOverLanTest : public ::testing::Test {
 protected:
-    static std::vector<std::vector<unsigned char>> auxiliaryRecords() {
-        std::vector<std::vector<unsigned char>> records;
-        for (const auto& record : bmcsim::sampleAuxiliaryLog()) {
-            records.push_back(bmcsim::auxLogRecord(record));
-        }
-        return records;
-    }
-
     static std::unique_ptr<bmcsim::BmcSimulator> sampleBmc() {
-        auto bmc = std::make_unique<bmcsim::BmcSimulator>(
-            bmcsim::sdrCommands(bmcsim::sampleSdrRepository()), auxiliaryRecords());
-        bmc->setEventFilters(bmcsim::sampleEventFilters());
-        bmc->addSelRecords(bmcsim::sampleEventLog());
-        return bmc;
+        return bmcsim::sampleServerBmc(bmcsim::sampleEventLog());
     }
 
     void SetUp() override { bmc = sampleBmc(); }

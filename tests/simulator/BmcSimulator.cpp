@@ -221,4 +221,16 @@ std::string BmcSimulator::output() const { return directory_.read("ipmi_sim.log"
 
 BmcSimulator::~BmcSimulator() { stop(); }
 
+std::unique_ptr<BmcSimulator> sampleServerBmc(const std::vector<SelRecord>& events,
+                                              Interfaces interfaces) {
+    std::vector<std::vector<unsigned char>> auxiliaryLog;
+    for (const AuxRecord& record : sampleAuxiliaryLog())
+        auxiliaryLog.push_back(auxLogRecord(record));
+    auto bmc = std::make_unique<BmcSimulator>(sdrCommands(sampleSdrRepository()), auxiliaryLog,
+                                              interfaces);
+    bmc->setEventFilters(sampleEventFilters());
+    bmc->addSelRecords(events);
+    return bmc;
+}
+
 }  // namespace bmcsim

@@ -6,6 +6,7 @@
 
 #include <sys/types.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -79,5 +80,10 @@ private:
     unsigned short vmPort_ = 0;
     pid_t pid_ = -1;
 };
+
+// The sample server's BMC: its sensor records, PEF filters and auxiliary log, with `events` in its
+// SEL.
+std::unique_ptr<BmcSimulator> sampleServerBmc(const std::vector<SelRecord>& events,
+                                              Interfaces interfaces = Interfaces::Lan);
 
 }  // namespace bmcsim

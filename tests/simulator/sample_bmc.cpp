@@ -24,14 +24,9 @@ int main(int argc, char** argv) {
         return 2;
     }
     try {
-        std::vector<std::vector<unsigned char>> auxiliaryLog;
-        for (const bmcsim::AuxRecord& record : bmcsim::sampleAuxiliaryLog()) {
-            auxiliaryLog.push_back(bmcsim::auxLogRecord(record));
-        }
-        bmcsim::BmcSimulator bmc(bmcsim::sdrCommands(bmcsim::sampleSdrRepository()), auxiliaryLog,
-                                 vm ? bmcsim::Interfaces::LanAndVm : bmcsim::Interfaces::Lan);
-        bmc.setEventFilters(bmcsim::sampleEventFilters());
-        bmc.addSelRecords(bmcsim::sampleEventLog());
+        const auto sample = bmcsim::sampleServerBmc(
+            bmcsim::sampleEventLog(), vm ? bmcsim::Interfaces::LanAndVm : bmcsim::Interfaces::Lan);
+        const bmcsim::BmcSimulator& bmc = *sample;
         std::fprintf(stderr, "sample BMC (ipmi_sim, pid %d) listening on %s:%u\n", bmc.pid(),
                      bmcsim::BmcSimulator::host(), bmc.port());
         const pid_t child = fork();
