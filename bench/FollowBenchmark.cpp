@@ -51,16 +51,6 @@ double processCpuSeconds() {
     return bench::cpuSecondsOf(usage);
 }
 
-Tolmar::TolmarConnection::ConnectionInfo lan(unsigned short port) {
-    Tolmar::TolmarConnection::ConnectionInfo info;
-    info.ip = bmcsim::BmcSimulator::host();
-    info.port = port;
-    info.user = bmcsim::kAdministrator.name;
-    info.password = bmcsim::kAdministrator.password;
-    info.connectionType = 1;
-    return info;
-}
-
 std::string ipmiSel(const std::string& hosts, const std::string& cache) {
     return IPMI_SEL " -h " + hosts + " -u " + bmcsim::kAdministrator.name + " -p '" +
            bmcsim::kAdministrator.password +
@@ -77,7 +67,7 @@ void pollCosts(const std::string& tool, std::size_t records) {
         bmcsim::sampleServerBmc({log.begin(), log.begin() + static_cast<long>(records)});
     bmcsim::LossyLink link(bmc->port(), bmcsim::LinkFaults{});
     const std::string port = std::to_string(link.port());
-    IpmiEventFollower follower(lan(link.port()));
+    IpmiEventFollower follower(bmcsim::administratorConnection(link.port()));
     std::vector<IPMIEVENT> events;
     const auto poll = [&] { follower.Poll(events); };
     printCost(records, "follower: first poll (every record)", through(link, poll));
@@ -136,7 +126,8 @@ void fleet(std::size_t size) {
     }
     std::vector<std::unique_ptr<IpmiEventFollower>> followers;
     for (const auto& bmc : bmcs)
-        followers.push_back(std::make_unique<IpmiEventFollower>(lan(bmc->port())));
+        followers.push_back(
+            std::make_unique<IpmiEventFollower>(bmcsim::administratorConnection(bmc->port())));
     const auto row = [&](const char* what, const Usage& u) {
         std::printf("| %zu | %s | %.3f | %.3f |\n", size, what, u.cpuSeconds, u.wallSeconds);
     };

@@ -22,13 +22,7 @@ std::unique_ptr<bmcsim::BmcSimulator> sampleBmc() {
 }
 
 std::vector<IPMIEVENT> readLog(unsigned short port, int expectedResult = 0) {
-    Tolmar::TolmarConnection::ConnectionInfo info;
-    info.ip = bmcsim::BmcSimulator::host();
-    info.port = port;
-    info.user = bmcsim::kAdministrator.name;
-    info.password = bmcsim::kAdministrator.password;
-    info.connectionType = 1;
-    IpmiEventLog log(info);
+    IpmiEventLog log(bmcsim::administratorConnection(port));
     std::vector<IPMIEVENT> events;
     EXPECT_EQ(log.GetAllIpmiEventLog(events), expectedResult);
     return events;

@@ -221,6 +221,16 @@ std::string BmcSimulator::output() const { return directory_.read("ipmi_sim.log"
 
 BmcSimulator::~BmcSimulator() { stop(); }
 
+Tolmar::TolmarConnection::ConnectionInfo administratorConnection(unsigned short port) {
+    Tolmar::TolmarConnection::ConnectionInfo info;
+    info.ip = BmcSimulator::host();
+    info.port = port;
+    info.user = kAdministrator.name;
+    info.password = kAdministrator.password;
+    info.connectionType = 1;
+    return info;
+}
+
 std::unique_ptr<BmcSimulator> sampleServerBmc(const std::vector<SelRecord>& events,
                                               Interfaces interfaces) {
     std::vector<std::vector<unsigned char>> auxiliaryLog;

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "IpmiEventLog.h"
 #include "SampleServer.h"
 #include "ScratchDirectory.h"
 
@@ -80,6 +81,9 @@ private:
     unsigned short vmPort_ = 0;
     pid_t pid_ = -1;
 };
+
+// A LAN connection to 127.0.0.1:`port` as the simulator's administrator, cipher suite 3.
+Tolmar::TolmarConnection::ConnectionInfo administratorConnection(unsigned short port);
 
 // The sample server's BMC: its sensor records, PEF filters and auxiliary log, with `events` in its
 // SEL.
