@@ -57,8 +57,8 @@ bool stampsOf(std::istringstream& fields, RepositoryStamps& stamps) {
     return true;
 }
 
-// The rest of a line "KEY HEX" into a fixed-size record (RawSelEntry, RawSDR, RawPETEntry: byte
-// images without padding).
+// The rest of a line "KEY HEX" into a fixed-size record (RawSelEntry, RawSDR, RawPETEntry,
+// s_AuxLog_entry: byte images without padding).
 template <typename Record>
 bool recordOf(std::istringstream& fields, Record& record) {
     std::string hex;
@@ -86,6 +86,8 @@ std::string FollowerState::text() const {
         out << "filter " << hexOf(reinterpret_cast<const unsigned char*>(&filter), sizeof filter)
             << "\n";
     }
+    for (const s_AuxLog_entry& entry : auxiliary)
+        out << "auxiliary " << hexOf(entry.data, sizeof entry.data) << "\n";
     const std::string body = out.str();
     char end[32];
     std::snprintf(end, sizeof end, "end %016llx\n",
@@ -143,6 +145,9 @@ bool FollowerState::fromText(const std::string& text, FollowerState& state, std:
         } else if (key == "filter" && read.filters.size() < kMostRecords) {
             read.filters.emplace_back();
             fits = recordOf(fields, read.filters.back());
+        } else if (key == "auxiliary" && read.auxiliary.size() < kMostRecords) {
+            read.auxiliary.emplace_back();
+            fits = recordOf(fields, read.auxiliary.back());
         } else {
             fits = false;
         }

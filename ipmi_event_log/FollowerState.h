@@ -1,12 +1,14 @@
 // What an IpmiEventFollower keeps between polls: how far it has read the SEL, the SEL's and the
-// SDR repository's change stamps when it last looked, and the sensor records and event filters it
-// renders with. It is saved as a small text file, versioned and checked on loading.
+// SDR repository's change stamps when it last looked, and the sensor records, event filters and
+// auxiliary entries it renders with. It is saved as a small text file, versioned and checked on
+// loading.
 #pragma once
 
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "IPMIAuxiliaryLog.h"
 #include "RawPETEntry.h"
 #include "RawSDR.h"
 #include "RawSelEntry.h"
@@ -21,6 +23,7 @@ struct FollowerState {
     std::optional<RepositoryStamps> sdr;    // when `sensors` were read
     std::vector<RawSDR> sensors;
     std::vector<RawPETEntry> filters;
+    std::vector<s_AuxLog_entry> auxiliary;  // the auxiliary log's entries, as read
 
     // The file's text.
     std::string text() const;

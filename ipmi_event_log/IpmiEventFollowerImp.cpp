@@ -3,6 +3,7 @@
 #include <cstring>
 #include <memory>
 
+#include "IPMIAuxiliaryLog.h"
 #include "IpmiException.h"
 #include "IpmiSDROperations.h"
 #include "RepositoryInfo.h"
@@ -77,10 +78,24 @@ void IpmiEventFollowerImp::readChanges(IpmiClient& client, FollowerState& state,
     if (data.sel.empty()) return;
     state.lastRecord = data.sel.back();
     readRenderingRecords(client, state);
+    readAuxiliaryLog(events, state);
     data.sdr = state.sensors;
     data.pet = state.filters;
     data.relateRecords();
-    data.readAuxiliaryLog(events);
+    data.auxEntries = IPMIAuxiliaryLog().ParseExtendedSELData(
+        state.auxiliary.data(), static_cast<unsigned>(state.auxiliary.size()));
+}
+
+void IpmiEventFollowerImp::readAuxiliaryLog(IpmiEventOperations& events, FollowerState& state) {
+    // The log grows at its end: only entries after those read before are read. A shorter log, or
+    // a SEL read again from its start, reads it all again.
+    unsigned int count = 0;
+    events.IPMIGetAuxLogStatus(&count);
+    if (count < state.auxiliary.size() || restarted_) state.auxiliary.clear();
+    const auto known = static_cast<unsigned>(state.auxiliary.size());
+    state.auxiliary.resize(count);
+    if (count > known)
+        events.readExtendedDataFrom(known + 1, state.auxiliary.data() + known, count - known);
 }
 
 std::vector<RawSelEntry> IpmiEventFollowerImp::readNewRecords(IpmiEventOperations& events,

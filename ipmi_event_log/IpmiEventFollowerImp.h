@@ -30,6 +30,8 @@ private:
                                             const FollowerState& state);
     // The sensor records, read again when the repository changed; and the filters.
     static void readRenderingRecords(IpmiClient& client, FollowerState& state);
+    // The auxiliary entries added since the last read.
+    void readAuxiliaryLog(IpmiEventOperations& events, FollowerState& state);
 
     IpmiEventLogImp connection_;  // how to reach the BMC, as IpmiEventLog does
     FollowerState state_;

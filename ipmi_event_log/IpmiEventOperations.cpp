@@ -324,9 +324,14 @@ int IpmiEventOperations::IPMIGetAuxLogStatus(unsigned int* count) {
 }
 
 int IpmiEventOperations::IPMIReadExtendedData(s_AuxLog_entry* entries, unsigned int count) {
+    return readExtendedDataFrom(1, entries, count);
+}
+
+int IpmiEventOperations::readExtendedDataFrom(unsigned int first, s_AuxLog_entry* entries,
+                                              unsigned int count) {
     int result = IpmiEventLog::EL_SUCCESS;
-    for (unsigned number = 1; number <= count; ++number) {
-        s_AuxLog_entry& entry = entries[number - 1];
+    for (unsigned number = first; number < first + count; ++number) {
+        s_AuxLog_entry& entry = entries[number - first];
         std::memset(entry.data, 0, sizeof entry.data);
         const CommandResponse length =
             exchange(client_, kNetFnOemGroup, kReadAuxLog, auxLogRequest(number, 0, 0));

@@ -54,6 +54,8 @@ public:
     // and read in chunks of up to 25 bytes. 0 when every read was answered; 6 when the BMC
     // answered a request with an error (a length request's error ends the read).
     int IPMIReadExtendedData(s_AuxLog_entry* entries, unsigned int count);
+    // The same read of entries `first` to first + count - 1.
+    int readExtendedDataFrom(unsigned int first, s_AuxLog_entry* entries, unsigned int count);
 
     // Whether the filter applies to the SEL record: generator, sensor type, sensor number and
     // event trigger (0xFF: any), then the event data masks.

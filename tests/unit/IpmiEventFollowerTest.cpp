@@ -59,14 +59,10 @@ protected:
             0x0A, 0x43,
             {0, 0, static_cast<unsigned char>(id), static_cast<unsigned char>(id >> 8), 0, 0xFF});
     }
-    // The filters and the auxiliary log, read for every poll that renders new records.
-    static std::vector<RecordedRequest> filtersAndAuxiliaryLog() {
-        return {request(0x04, 0x13, {0x05, 0x00, 0x00}),
-                request(0x04, 0x13, {0x06, 0x01, 0x00}),
-                request(0x0A, 0x5A, {0x01}),
-                request(0x2E, 0x93, {kIana0, kIana1, kIana2, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00}),
-                request(0x2E, 0x93, {kIana0, kIana1, kIana2, 0x01, 0x00, 0x00, 0x00, 0x19, 0x00}),
-                request(0x2E, 0x93, {kIana0, kIana1, kIana2, 0x01, 0x00, 0x19, 0x00, 0x0D, 0x00})};
+    // The filters and the auxiliary log's status, asked for every poll that renders new records.
+    static std::vector<RecordedRequest> filtersAndAuxiliaryLogStatus() {
+        return {request(0x04, 0x13, {0x05, 0x00, 0x00}), request(0x04, 0x13, {0x06, 0x01, 0x00}),
+                request(0x0A, 0x5A, {0x01})};
     }
     static std::size_t sdrReads(const std::vector<RecordedRequest>& requests) {
         return std::count_if(requests.begin(), requests.end(),
@@ -100,14 +96,33 @@ TEST_F(IpmiEventFollowerTest, NewRecordsAreReadFromTheLastOneAndRenderedAsTheWho
     poll(follower, events);
     bmc.storeSelRecord(kFourth);
     events.clear();
+    // The auxiliary entry read at the first poll is not read again.
     std::vector<RecordedRequest> expected = {getSelInfo(), getSel(0x0003), getSel(0x0004),
                                              getSdrRepositoryInfo()};
-    const auto rest = filtersAndAuxiliaryLog();
+    const auto rest = filtersAndAuxiliaryLogStatus();
     expected.insert(expected.end(), rest.begin(), rest.end());
     EXPECT_EQ(poll(follower, events), expected);
     const std::vector<IPMIEVENT> all = wholeLog();
     ASSERT_EQ(all.size(), 4u);
     sim::expectSameEvents(events, {all[3]});
+}
+
+TEST_F(IpmiEventFollowerTest, OnlyAuxiliaryEntriesAddedSinceTheLastPollAreRead) {
+    std::vector<IPMIEVENT> events;
+    poll(follower, events);
+    bmc.storeSelRecord(kFourth);
+    auto entry = bmcsim::sampleAuxiliaryLog().front();
+    entry.selRecordId = 0x0004;
+    bmc.addAuxLogEntry(bmcsim::auxLogRecord(entry));
+    events.clear();
+    // Entry 2 alone: its length, then its bytes in two chunks.
+    std::vector<unsigned char> entriesRead;
+    for (const RecordedRequest& r : poll(follower, events)) {
+        if (r.command == 0x93) entriesRead.push_back(r.data[3]);
+    }
+    EXPECT_EQ(entriesRead, (std::vector<unsigned char>{2, 2, 2}));
+    sim::expectSameEvents(events, {wholeLog()[3]});
+    EXPECT_NE(events[0].auxLog, "No Extended Data");
 }
 
 TEST_F(IpmiEventFollowerTest, SensorRecordsAreReadAgainOnlyWhenTheRepositoryChanged) {
@@ -190,9 +205,13 @@ TEST_F(FollowerStateTest, AStateSavedAndLoadedCarriesOnWhereItWas) {
     ASSERT_TRUE(restored.LoadState(path(), error)) << error;
     events.clear();
     EXPECT_EQ(poll(restored, events), std::vector<RecordedRequest>{getSelInfo()});
-    // Sensor records and filters came back too: a new record needs no sensor read.
+    // Sensor records and auxiliary entries came back too: a new record reads neither again.
     bmc.storeSelRecord(kFourth);
-    EXPECT_EQ(sdrReads(poll(restored, events)), 0u);
+    const auto requests = poll(restored, events);
+    EXPECT_EQ(sdrReads(requests), 0u);
+    EXPECT_EQ(std::count_if(requests.begin(), requests.end(),
+                            [](const RecordedRequest& r) { return r.command == 0x93; }),
+              0);
     sim::expectSameEvents(events, {wholeLog()[3]});
 }
 
