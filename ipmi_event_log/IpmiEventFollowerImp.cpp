@@ -45,13 +45,17 @@ int IpmiEventFollowerImp::Poll(std::vector<TolmarAgentless::IPMIEVENT>& events) 
     // failure, as the whole log's do.
     FollowerState next = state_;
     EventLogData data;
+    bool connected = false;
     try {
         const int status = client->connect();
         if (status != 0) return IpmiEventLogImp::connectFailureResult(status);
+        connected = true;
         readChanges(*client, next, data);
         client->disconnect();
     } catch (const IpmiException&) {
         client->disconnect();
+        // As for the whole log: 6 while connecting; once connected, what was read is kept.
+        if (!connected) return IpmiEventLog::EL_INTERNAL_FAIL;
         complete_ = false;
     }
     state_ = std::move(next);

@@ -184,6 +184,9 @@ TEST_F(IpmiEventFollowerTest, ARefusedConnectionLeavesTheStateAsItWas) {
     bench.setConnectStatus(1);
     poll(follower, events, IpmiEventLog::EL_CONNECTION_FAIL);
     bench.setConnectStatus(0);
+    bench.throwOnConnect(IpmiException(1, IPMI_EXCEPTION_UNKNOWN));
+    EXPECT_TRUE(poll(follower, events, IpmiEventLog::EL_INTERNAL_FAIL).empty());
+    bench.reset(bmc);
     EXPECT_EQ(poll(follower, events), std::vector<RecordedRequest>{getSelInfo()});
 }
 
