@@ -1,5 +1,6 @@
 // ipmi-event-log: reads, filters and exports BMC event logs, and changes the SEL, through
-// Tolmar::IpmiEventLog. Argument parsing, library calls, formatting; no IPMI of its own.
+// Tolmar::IpmiEventLog and Tolmar::IpmiEventFollower. Argument parsing, library calls, formatting;
+// no IPMI of its own.
 #include <IpmiEventLog.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -8,7 +9,6 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
@@ -20,7 +20,6 @@
 #include "Follow.h"
 #include "HostRequests.h"
 #include "IpmiClientActivity.h"
-#include "IpmiCompletionCode.h"
 #include "Log.h"
 #include "Options.h"
 #include "Output.h"
