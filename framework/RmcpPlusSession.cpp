@@ -386,14 +386,15 @@ bool RmcpPlusSession::signsRakp4(const Bytes& sik, const Bytes& answer) const {
 // means another BMC key. The session the BMC activated cannot be closed with keys we lack;
 // RAKP message 3's error status asks it to drop the session.
 RmcpPlusSession::Failure RmcpPlusSession::refuseRakp4(const Bytes& rakp4, const Bytes& userKey) {
-    Bytes sik = sessionIntegrityKey(userKey);
-    const WipedOnExit<Bytes> sikWiped(sik);
-    const char* text =
-        settings_.bmcKey.empty()
-            ? "RAKP message 4 is signed with a BMC key (K_g) and none was given"
-        : signsRakp4(sik, rakp4)
-            ? "RAKP message 4 is signed without a BMC key (K_g), but one was given"
-            : "RAKP message 4 is signed with another BMC key (K_g) than the one given";
+    const char* text = "RAKP message 4 is signed with a BMC key (K_g) and none was given";
+    if (!settings_.bmcKey.empty()) {
+        // Signed with the SIK of the user's key: the BMC has no BMC key.
+        Bytes sik = sessionIntegrityKey(userKey);
+        const WipedOnExit<Bytes> sikWiped(sik);
+        text = signsRakp4(sik, rakp4)
+                   ? "RAKP message 4 is signed without a BMC key (K_g), but one was given"
+                   : "RAKP message 4 is signed with another BMC key (K_g) than the one given";
+    }
     abandon(kStatusInvalidIntegrityCheck);
     return fail(Failure::BmcKeyRefused, text);
 }
@@ -550,33 +551,28 @@ void RmcpPlusSession::endDuplicateSession(const unsigned char* datagram, std::si
     }
     const std::uint32_t bmcSessionId = RmcpPlusCodec::littleEndian32(&answer[8]);
     if (bmcSessionId == 0 || bmcSessionId == rakp_.bmcSessionId) return;
+    sendRakp3Refusal(bmcSessionId, kStatusInvalidSessionId);
+}
+
+void RmcpPlusSession::sendRakp3Refusal(std::uint32_t bmcSessionId, unsigned char status) {
     send(RmcpPlusCodec::sessionSetupPacket(
-        RmcpPlusCodec::kRakp3,
-        RmcpPlusCodec::rakp3Refusal(++tag_, bmcSessionId, kStatusInvalidSessionId)));
+        RmcpPlusCodec::kRakp3, RmcpPlusCodec::rakp3Refusal(++tag_, bmcSessionId, status)));
 }
 
 void RmcpPlusSession::abandon(unsigned char status) {
     if (rakp_.bmcSessionId == 0) return;
-    Bytes unused;
-    if (codec_) request(kApp, kCloseSession, closeSessionData(), Clock::now(), unused);
-    send(RmcpPlusCodec::sessionSetupPacket(
-        RmcpPlusCodec::kRakp3, RmcpPlusCodec::rakp3Refusal(++tag_, rakp_.bmcSessionId, status)));
-    codec_.reset();
-    active_ = false;
-    rakp_.bmcSessionId = 0;
+    if (codec_) closeSession(std::chrono::milliseconds(0));
+    sendRakp3Refusal(rakp_.bmcSessionId, status);
+    forgetSession();
 }
 
 void RmcpPlusSession::close() {
     if (active_) {
         // Close Session frees the BMC's slot at once. After a request went unanswered the BMC
         // is likely gone: it is sent once, without waiting.
-        const auto wait = bmcAnswering_ ? std::min(settings_.timeout, 2 * settings_.retransmission)
-                                        : std::chrono::milliseconds(0);
-        Bytes answer;
-        request(kApp, kCloseSession, closeSessionData(), Clock::now() + wait, answer);
-        codec_.reset();
-        active_ = false;
-        rakp_.bmcSessionId = 0;
+        closeSession(bmcAnswering_ ? std::min(settings_.timeout, 2 * settings_.retransmission)
+                                   : std::chrono::milliseconds(0));
+        forgetSession();
     }
     // A session the handshake left unfinished.
     abandon(kStatusInvalidSessionId);
@@ -584,9 +580,16 @@ void RmcpPlusSession::close() {
     socket_ = -1;
 }
 
-// Close Session's data: the session's ID as the BMC knows it.
-Bytes RmcpPlusSession::closeSessionData() const {
+// Close Session for the session's ID as the BMC knows it, its answer awaited for `wait`.
+void RmcpPlusSession::closeSession(std::chrono::milliseconds wait) {
     Bytes data;
     RmcpPlusCodec::appendLittleEndian32(data, rakp_.bmcSessionId);
-    return data;
+    Bytes answer;
+    request(kApp, kCloseSession, data, Clock::now() + wait, answer);
+}
+
+void RmcpPlusSession::forgetSession() {
+    codec_.reset();
+    active_ = false;
+    rakp_.bmcSessionId = 0;
 }

@@ -127,7 +127,11 @@ private:
     // Tells the BMC to drop the session being set up, without waiting: a RAKP message 3 with an
     // error status, and Close Session in case the BMC already activated it.
     void abandon(unsigned char status);
-    Bytes closeSessionData() const;
+    // RAKP message 3 with an error status, for a session of the BMC's; no answer is awaited.
+    void sendRakp3Refusal(std::uint32_t bmcSessionId, unsigned char status);
+    void closeSession(std::chrono::milliseconds wait);
+    // Drops the session's keys and IDs: the client holds no session after it.
+    void forgetSession();
 
     Settings settings_;
     CipherSuite suite_{};

@@ -2,9 +2,7 @@
 
 #include <httplib.h>
 
-#include <chrono>
 #include <iostream>
-#include <memory>
 #include <mutex>
 #include <thread>
 
@@ -14,8 +12,6 @@
 namespace tool {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 struct ListenAddress {
     std::string host;
@@ -34,38 +30,12 @@ ListenAddress listenAddress(const std::string& text) {
     return {host, port};
 }
 
-// Polls the fleet until a stop is asked for, each poll's results into `metrics`.
-void pollFleet(const Options& options, FleetMetrics& metrics, std::mutex& guard) {
-    const std::vector<std::string> hosts = hostsOf(options);
-    std::vector<std::unique_ptr<Tolmar::IpmiEventFollower>> followers;
-    for (const std::string& host : hosts)
-        followers.push_back(std::make_unique<Tolmar::IpmiEventFollower>(connection(options, host)));
-    for (bool first = true; !stopRequested(); first = false) {
-        const auto due = Clock::now() + std::chrono::seconds(options.interval);
-        fanOut(hosts.size(), options.fanout, [&](std::size_t i) {
-            const auto started = Clock::now();
-            const HostResult r = pollHost(*followers[i], options, hosts[i], first);
-            const double seconds = std::chrono::duration<double>(Clock::now() - started).count();
-            std::vector<Tolmar::TolmarAgentless::IPMIEVENT> events;
-            for (const EventRow& row : r.events) events.push_back(row.event);
-            std::lock_guard<std::mutex> lock(guard);
-            metrics.recordPoll(hosts[i], r.result == Tolmar::IpmiEventLog::EL_SUCCESS,
-                               !r.incomplete, events, r.record.selEntries, seconds);
-        });
-        {
-            std::lock_guard<std::mutex> lock(guard);
-            metrics.recordFleetPoll();
-        }
-        waitForNextPoll(due);
-    }
-}
-
 }  // namespace
 
 int serve(const Options& options) {
     const ListenAddress address = listenAddress(options.listen);
-    stopOnSignals();
-    FleetMetrics metrics(hostsOf(options));
+    const std::vector<std::string> hosts = hostsOf(options);
+    FleetMetrics metrics(hosts);
     std::mutex guard;
     httplib::Server server;
     server.Get("/metrics", [&](const httplib::Request&, httplib::Response& response) {
@@ -81,14 +51,23 @@ int serve(const Options& options) {
         return 1;
     }
     std::cerr << "ipmi-event-log: serving /metrics on " << options.listen << "\n";
-    std::thread poller([&] { pollFleet(options, metrics, guard); });
-    // A signal handler may not stop the server; this thread does, once one asked.
-    std::thread stopper([&] {
-        waitForNextPoll(Clock::time_point::max());
+    // The polls run on a thread of their own; a signal ends them, and then the server: a signal
+    // handler may not stop the server itself.
+    std::thread poller([&] {
+        pollHosts(options, [&](std::vector<HostResult>& results) {
+            std::lock_guard<std::mutex> lock(guard);
+            for (std::size_t i = 0; i < hosts.size(); ++i) {
+                const HostResult& r = results[i];
+                std::vector<Tolmar::TolmarAgentless::IPMIEVENT> events;
+                for (const EventRow& row : r.events) events.push_back(row.event);
+                metrics.recordPoll(hosts[i], r.result == Tolmar::IpmiEventLog::EL_SUCCESS,
+                                   !r.incomplete, events, r.record.selEntries, r.seconds);
+            }
+            metrics.recordFleetPoll();
+        });
         server.stop();
     });
     server.listen_after_bind();
-    stopper.join();
     poller.join();
     return 0;
 }

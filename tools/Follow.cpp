@@ -1,35 +1,22 @@
 #include "Follow.h"
 
-#include <IpmiEventFollower.h>
-
-#include <chrono>
+#include <algorithm>
 #include <iostream>
-#include <memory>
 #include <set>
 
 #include "Polling.h"
 
 namespace tool {
 
-using Tolmar::IpmiEventFollower;
 using Tolmar::IpmiEventLog;
 
 int follow(const Options& options, Style style) {
-    stopOnSignals();
     const std::vector<std::string> hosts = hostsOf(options);
-    std::vector<std::unique_ptr<IpmiEventFollower>> followers;
-    for (const std::string& host : hosts)
-        followers.push_back(std::make_unique<IpmiEventFollower>(connection(options, host)));
     // A host that fails is said once, and said again when it answers again.
     std::vector<bool> failing(hosts.size(), false);
     std::set<std::string> warnings;
     int status = 0;
-    for (unsigned long poll = 1; !stopRequested(); ++poll) {
-        const auto due = std::chrono::steady_clock::now() + std::chrono::seconds(options.interval);
-        std::vector<HostResult> results(hosts.size());
-        fanOut(hosts.size(), options.fanout, [&](std::size_t i) {
-            results[i] = pollHost(*followers[i], options, hosts[i], poll == 1);
-        });
+    pollHosts(options, [&](std::vector<HostResult>& results) {
         std::vector<EventRow> rows;
         std::string said;
         status = 0;
@@ -58,9 +45,7 @@ int follow(const Options& options, Style style) {
         }
         std::cout.flush();
         std::cerr << said << std::flush;
-        if (options.polls != 0 && poll >= options.polls) break;
-        waitForNextPoll(due);
-    }
+    });
     return status;
 }
 

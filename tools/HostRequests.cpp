@@ -44,6 +44,8 @@ Tolmar::TolmarConnection::ConnectionInfo connection(const Options& options,
 
 std::string hostName(const std::string& host) { return host.empty() ? "the local BMC" : host; }
 
+namespace {
+
 // "the BMC answered CBh (requested sensor, data or record not present)".
 std::string refusalText(const IpmiCallRecord& record) {
     char code[4];
@@ -51,6 +53,8 @@ std::string refusalText(const IpmiCallRecord& record) {
     return "the BMC answered " + std::string(code) + "h (" +
            ipmiCompletionCodeName(record.lastCompletionCode) + ")";
 }
+
+}  // namespace
 
 std::string failureText(const std::string& host, const HostResult& r) {
     const std::string name = hostName(host);

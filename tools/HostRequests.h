@@ -30,6 +30,7 @@ struct HostResult {
     std::vector<EntryRow> entries;
     std::string note;     // printed on success (status, changes)
     std::string warning;  // said on standard error, however the request went
+    double seconds = 0;   // how long a poll of the host took (follow, serve)
 };
 
 // Exit statuses: 0 success, 2 a command line that cannot be followed, 3 a read that ended early

@@ -1,44 +1,66 @@
 #include "Polling.h"
 
+#include <IpmiEventFollower.h>
+
 #include <atomic>
+#include <chrono>
 #include <csignal>
+#include <memory>
 #include <thread>
 
 namespace tool {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 std::atomic<bool> stopping{false};
 
 extern "C" void requestStop(int) { stopping = true; }
 
-}  // namespace
-
-void stopOnSignals() {
-    std::signal(SIGINT, requestStop);
-    std::signal(SIGTERM, requestStop);
-}
-
-bool stopRequested() { return stopping; }
-
-void waitForNextPoll(std::chrono::steady_clock::time_point due) {
-    while (!stopping && std::chrono::steady_clock::now() < due)
+// Sleeps until `due`, or until a stop is asked for.
+void waitUntil(Clock::time_point due) {
+    while (!stopping && Clock::now() < due)
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
 }
 
-HostResult pollHost(Tolmar::IpmiEventFollower& follower, const Options& options,
-                    const std::string& host, bool first) {
+// One poll of a host: its new events as rows, with the framework's record of the calls.
+HostResult pollHost(Tolmar::IpmiEventFollower& follower, const Options& filters,
+                    const std::string& host) {
+    const auto started = Clock::now();
     HostResult out;
     startIpmiCallRecord();
     std::vector<Tolmar::TolmarAgentless::IPMIEVENT> events;
     out.result = follower.Poll(events);
     out.record = ipmiCallRecord();
     out.incomplete = out.result == Tolmar::IpmiEventLog::EL_SUCCESS && !follower.Complete();
-    Options filters = options;
-    if (!first) filters.last = 0;
     addEvents(out, host, std::move(events), filters);
     for (EventRow& row : out.events) row.complete = !out.incomplete;
+    out.seconds = std::chrono::duration<double>(Clock::now() - started).count();
     return out;
+}
+
+}  // namespace
+
+void pollHosts(const Options& options,
+               const std::function<void(std::vector<HostResult>& results)>& report) {
+    std::signal(SIGINT, requestStop);
+    std::signal(SIGTERM, requestStop);
+    const std::vector<std::string> hosts = hostsOf(options);
+    std::vector<std::unique_ptr<Tolmar::IpmiEventFollower>> followers;
+    for (const std::string& host : hosts)
+        followers.push_back(std::make_unique<Tolmar::IpmiEventFollower>(connection(options, host)));
+    Options filters = options;
+    for (unsigned long poll = 1; !stopping; ++poll) {
+        const auto due = Clock::now() + std::chrono::seconds(options.interval);
+        std::vector<HostResult> results(hosts.size());
+        fanOut(hosts.size(), options.fanout,
+               [&](std::size_t i) { results[i] = pollHost(*followers[i], filters, hosts[i]); });
+        report(results);
+        filters.last = 0;  // --last picks among the events there were at the start
+        if (options.polls != 0 && poll >= options.polls) break;
+        waitUntil(due);
+    }
 }
 
 }  // namespace tool

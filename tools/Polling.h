@@ -1,25 +1,19 @@
-// What follow and serve share: polling a host through its IpmiEventFollower, and waiting for the
-// next poll until a stop is asked for (SIGINT, SIGTERM).
+// What follow and serve share: every host of the command line polled through an
+// IpmiEventFollower of its own, `--fanout` at a time, every `--interval` seconds, until a stop is
+// asked for (SIGINT, SIGTERM) or `--polls` polls are done.
 #pragma once
 
-#include <IpmiEventFollower.h>
-
-#include <chrono>
-#include <string>
+#include <functional>
+#include <vector>
 
 #include "HostRequests.h"
 
 namespace tool {
 
-// From now on SIGINT and SIGTERM ask the polling to stop.
-void stopOnSignals();
-bool stopRequested();
-// Sleeps until `due`, or until a stop is asked for.
-void waitForNextPoll(std::chrono::steady_clock::time_point due);
-
-// One poll of a host: its new events as rows, filtered as for list (--last only at the first
-// poll), with the framework's record of the calls.
-HostResult pollHost(Tolmar::IpmiEventFollower& follower, const Options& options,
-                    const std::string& host, bool first);
+// Polls until told to stop; hands each poll's results, in the hosts' order, to `report`. A
+// result's events are filtered as for list, --last applying to the first poll only; its
+// `seconds` say how long the host's poll took.
+void pollHosts(const Options& options,
+               const std::function<void(std::vector<HostResult>& results)>& report);
 
 }  // namespace tool

@@ -16,6 +16,7 @@
 
 #include "ChildProcess.h"
 #include "LanFixture.h"
+#include "Loopback.h"
 #include "LossyLink.h"
 #include "ToolRun.h"
 

@@ -1,7 +1,5 @@
 #include "BmcSimulator.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -19,6 +17,7 @@
 
 #include "ChildProcess.h"
 #include "IpmiClient.h"
+#include "Loopback.h"
 
 namespace bmcsim {
 
@@ -34,25 +33,10 @@ constexpr auto kStartTimeout = 10s;
 constexpr auto kStopTimeout = 3s;
 constexpr int kStartAttempts = 3;
 
-// A UDP socket bound to 127.0.0.1:port (0: any free port), or -1.
-int bindLoopbackUdp(unsigned short port) {
-    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) return -1;
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-        close(fd);
-        return -1;
-    }
-    return fd;
-}
-
 // Whether something has bound the port: ipmi_sim opens its LAN port only after every command of
 // its emulation file succeeded.
 bool portInUse(unsigned short port) {
-    const int fd = bindLoopbackUdp(port);
+    const int fd = bindLoopback(SOCK_DGRAM, port);
     if (fd >= 0) {
         close(fd);
         return false;
@@ -103,21 +87,6 @@ std::string auxiliaryLogFile(const std::vector<std::vector<unsigned char>>& reco
 }
 
 }  // namespace
-
-unsigned short freeLoopbackPort(int type) {
-    const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (fd < 0 || bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        if (fd >= 0) close(fd);
-        throw std::runtime_error("no free port on 127.0.0.1");
-    }
-    close(fd);
-    return ntohs(address.sin_port);
-}
 
 BmcSimulator::BmcSimulator(const std::string& emulation,
                            const std::vector<std::vector<unsigned char>>& auxiliaryLog,

@@ -26,10 +26,6 @@ extern const LanUser kAdministrator;
 extern const LanUser kOperator;
 extern const LanUser kViewer;  // user privilege: may read, may not change
 
-// A port of 127.0.0.1 free for `type` (SOCK_DGRAM, SOCK_STREAM) when asked; throws
-// std::runtime_error when there is none.
-unsigned short freeLoopbackPort(int type);
-
 // Where the simulated BMC answers: its LAN channel always; with `LanAndVm`, also a system
 // interface for a virtual machine (QEMU's ipmi-bmc-extern device) on a TCP port of 127.0.0.1.
 enum class Interfaces { Lan, LanAndVm };

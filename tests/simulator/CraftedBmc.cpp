@@ -1,6 +1,5 @@
 #include "CraftedBmc.h"
 
-#include <arpa/inet.h>
 #include <gcrypt.h>
 #include <netinet/in.h>
 #include <poll.h>
@@ -14,6 +13,7 @@
 
 #include "CipherSuite.h"
 #include "Hmac.h"
+#include "Loopback.h"
 #include "RmcpPlusCodec.h"
 
 namespace bmcsim {
@@ -83,16 +83,9 @@ struct CraftedBmc::Session {
 };
 
 CraftedBmc::CraftedBmc(CraftedBehaviour behaviour) : behaviour_(std::move(behaviour)) {
-    socket_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (socket_ < 0 || bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-        getsockname(socket_, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        throw std::runtime_error("cannot open the crafted BMC's UDP port");
-    }
-    port_ = ntohs(address.sin_port);
+    socket_ = bindLoopback(SOCK_DGRAM, 0);
+    if (socket_ < 0) throw std::runtime_error("cannot open the crafted BMC's UDP port");
+    port_ = boundPort(socket_);
     thread_ = std::thread([this] { run(); });
 }
 

@@ -1,6 +1,5 @@
 #include "LossyLink.h"
 
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -13,19 +12,13 @@
 #include <utility>
 #include <vector>
 
+#include "Loopback.h"
+
 namespace bmcsim {
 
 namespace {
 
 using namespace std::chrono_literals;
-
-sockaddr_in loopback(unsigned short port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return address;
-}
 
 struct Pending {
     std::chrono::steady_clock::time_point due;
@@ -51,18 +44,14 @@ std::optional<unsigned char> rmcpPlusPayloadType(const std::vector<unsigned char
 }
 
 LossyLink::LossyLink(unsigned short bmcPort, LinkFaults faults) {
-    clientSide_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    clientSide_ = bindLoopback(SOCK_DGRAM, 0);
     bmcSide_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in any = loopback(0);
-    const sockaddr_in bmc = loopback(bmcPort);
+    const sockaddr_in bmc = loopbackAddress(bmcPort);
     if (clientSide_ < 0 || bmcSide_ < 0 ||
-        bind(clientSide_, reinterpret_cast<sockaddr*>(&any), sizeof any) != 0 ||
         connect(bmcSide_, reinterpret_cast<const sockaddr*>(&bmc), sizeof bmc) != 0) {
         throw std::runtime_error("cannot set up the lossy link");
     }
-    socklen_t length = sizeof any;
-    getsockname(clientSide_, reinterpret_cast<sockaddr*>(&any), &length);
-    port_ = ntohs(any.sin_port);
+    port_ = boundPort(clientSide_);
     thread_ = std::thread([this, faults = std::move(faults)] { run(faults); });
 }
 

@@ -198,8 +198,7 @@ BmcResponse SimulatedBmc::addSelEntry(const Bytes& data) {
     std::copy(data.begin(), data.end(), record.begin());
     record[0] = id & 0xFF;
     record[1] = id >> 8;
-    sel_.push_back(record);
-    changed(selStamps_[0]);
+    storeSelRecord(record);
     BmcResponse response;
     appendWord(response.data, id);
     return response;
@@ -211,8 +210,7 @@ BmcResponse SimulatedBmc::deleteSelEntry(const Bytes& data) {
     const long at = findSelRecord(word(data, 2));
     if (at < 0) return failure(kNotPresent);
     const SelRecord deleted = sel_[static_cast<std::size_t>(at)];
-    sel_.erase(sel_.begin() + at);
-    changed(selStamps_[1]);
+    removeSelRecord(static_cast<std::uint16_t>(deleted[0] | deleted[1] << 8));
     selReservation_ = 0;  // a change to the SEL cancels the reservation
     BmcResponse response;
     response.data = {deleted[0], deleted[1]};

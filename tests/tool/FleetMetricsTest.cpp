@@ -1,0 +1,68 @@
+// The exporter's text for Prometheus: exact lines, label values escaped, hosts not yet polled and
+// hosts without a critical event left out of the families that do not apply.
+#include <gtest/gtest.h>
+
+#include "Metrics.h"
+
+namespace {
+
+using Tolmar::TolmarAgentless::IPMIEVENT;
+
+IPMIEVENT event(int severity, const char* timeStamp) {
+    IPMIEVENT e;
+    e.severity = severity;
+    e.timeStamp = timeStamp;
+    return e;
+}
+
+TEST(FleetMetricsTest, CountsEventsBySeverityAndKeepsTheNewestCriticalTime) {
+    tool::FleetMetrics metrics({"bmc1", "b\"m\\c2", "never-polled"});
+    metrics.recordPoll("bmc1", true, true,
+                       {event(2, "03/12/2015 16:58:14"), event(2, "03/11/2015 08:00:00"),
+                        event(1, "03/12/2015 17:00:00"), event(0, "Unspecified")},
+                       4, 0.25);
+    metrics.recordPoll("bmc1", true, false, {event(2, "Unspecified")}, 2, 0.5);
+    metrics.recordPoll("b\"m\\c2", false, true, {}, 0, 10);
+    metrics.recordFleetPoll();
+    metrics.recordFleetPoll();
+    EXPECT_EQ(metrics.text(),
+              "# HELP ipmi_event_log_up Whether the last poll of the BMC succeeded.\n"
+              "# TYPE ipmi_event_log_up gauge\n"
+              "ipmi_event_log_up{host=\"bmc1\"} 1\n"
+              "ipmi_event_log_up{host=\"b\\\"m\\\\c2\"} 0\n"
+              "# HELP ipmi_event_log_incomplete Whether the last poll lost the BMC part way "
+              "through the SEL.\n"
+              "# TYPE ipmi_event_log_incomplete gauge\n"
+              "ipmi_event_log_incomplete{host=\"bmc1\"} 1\n"
+              "ipmi_event_log_incomplete{host=\"b\\\"m\\\\c2\"} 0\n"
+              "# HELP ipmi_event_log_last_poll_duration_seconds How long the last poll of the "
+              "BMC took.\n"
+              "# TYPE ipmi_event_log_last_poll_duration_seconds gauge\n"
+              "ipmi_event_log_last_poll_duration_seconds{host=\"bmc1\"} 0.5\n"
+              "ipmi_event_log_last_poll_duration_seconds{host=\"b\\\"m\\\\c2\"} 10\n"
+              "# HELP ipmi_event_log_events_total Events read from the BMC's SEL since the "
+              "exporter started, by severity.\n"
+              "# TYPE ipmi_event_log_events_total counter\n"
+              "ipmi_event_log_events_total{host=\"bmc1\",severity=\"info\"} 1\n"
+              "ipmi_event_log_events_total{host=\"bmc1\",severity=\"warning\"} 1\n"
+              "ipmi_event_log_events_total{host=\"bmc1\",severity=\"critical\"} 3\n"
+              "ipmi_event_log_events_total{host=\"b\\\"m\\\\c2\",severity=\"info\"} 0\n"
+              "ipmi_event_log_events_total{host=\"b\\\"m\\\\c2\",severity=\"warning\"} 0\n"
+              "ipmi_event_log_events_total{host=\"b\\\"m\\\\c2\",severity=\"critical\"} 0\n"
+              "# HELP ipmi_event_log_newest_critical_event_timestamp_seconds The time stamp of "
+              "the newest critical event read from the BMC (Unix time).\n"
+              "# TYPE ipmi_event_log_newest_critical_event_timestamp_seconds gauge\n"
+              "ipmi_event_log_newest_critical_event_timestamp_seconds{host=\"bmc1\"} "
+              "1426179494\n"
+              "# HELP ipmi_event_log_sel_entries_read_total SEL entries read from the BMC since "
+              "the exporter started.\n"
+              "# TYPE ipmi_event_log_sel_entries_read_total counter\n"
+              "ipmi_event_log_sel_entries_read_total{host=\"bmc1\"} 6\n"
+              "ipmi_event_log_sel_entries_read_total{host=\"b\\\"m\\\\c2\"} 0\n"
+              "# HELP ipmi_event_log_polls_total Polls of the whole fleet since the exporter "
+              "started.\n"
+              "# TYPE ipmi_event_log_polls_total counter\n"
+              "ipmi_event_log_polls_total 2\n");
+}
+
+}  // namespace
