@@ -5,12 +5,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <iomanip>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -32,6 +35,7 @@ using namespace std::chrono_literals;
 constexpr auto kStartTimeout = 10s;
 constexpr auto kStopTimeout = 3s;
 constexpr int kStartAttempts = 3;
+constexpr const char* kBmcName = "tolmar_bmc";  // also names its directory in the state directory
 
 // Whether something has bound the port: ipmi_sim opens its LAN port only after every command of
 // its emulation file succeeded.
@@ -47,7 +51,7 @@ bool portInUse(unsigned short port) {
 std::string lanConfiguration(unsigned short port, unsigned short vmPort,
                              const std::string& auxiliaryLogFile) {
     std::ostringstream out;
-    out << "name \"tolmar_bmc\"\n";
+    out << "name \"" << kBmcName << "\"\n";
     out << "loadlib \"" << AUXLOG_PLUGIN << "\" \"" << auxiliaryLogFile << "\"\n";
     int number = 2;  // user 1 is the anonymous user
     for (const LanUser* user : {&kAdministrator, &kOperator, &kViewer}) {
@@ -68,11 +72,42 @@ std::string lanConfiguration(unsigned short port, unsigned short vmPort,
     return out.str();
 }
 
-std::string emulationFile(const std::string& emulation) {
+std::uint32_t timeStampOf(const SelRecord& record) {
+    return record[3] | record[4] << 8 | record[5] << 16 | std::uint32_t{record[6]} << 24;
+}
+
+// Room for the stored records and 4,000 more, within the 16-bit record IDs (FFFFh means "last").
+std::size_t selCapacity(std::size_t stored) {
+    constexpr std::size_t room = 4000;
+    constexpr std::size_t mostIds = 0xFFFE;
+    return std::min(stored + room, mostIds);
+}
+
+std::string emulationFile(const std::string& emulation, std::size_t selCapacity) {
     return "mc_setbmc 0x20\n"
            "mc_add 0x20 0 no-device-sdrs 0x23 9 8 0x9f 0x1291 0xf02 persist_sdr\n"
-           "sel_enable 0x20 4000 0x0a\n" +
-           emulation + "\nmc_enable 0x20\n";
+           "sel_enable 0x20 " +
+           std::to_string(selCapacity) + " 0x0a\n" + emulation + "\nmc_enable 0x20\n";
+}
+
+// The SEL as ipmi_sim keeps it in its state directory and reads it back when it starts: one line a
+// record, newest first, "ID:d:" then its 16 bytes escaped as \\hh; then the last addition and erase
+// times. Adding records over the LAN instead has ipmi_sim rewrite that whole file for each one,
+// which takes minutes for tens of thousands.
+std::string storedSelFile(const std::vector<SelRecord>& sel) {
+    std::ostringstream out;
+    out << std::setfill('0');
+    for (std::size_t id = sel.size(); id > 0; --id) {
+        SelRecord record = sel[id - 1];
+        record[0] = id & 0xFF;
+        record[1] = id >> 8;
+        out << std::dec << id << ":d:" << std::hex;
+        for (unsigned char byte : record) out << '\\' << std::setw(2) << unsigned{byte};
+        out << '\n';
+    }
+    const std::uint32_t lastAddition = sel.empty() ? 0 : timeStampOf(sel.back());
+    out << std::dec << "last_erase_time:i:0\nlast_add_time:i:" << lastAddition << '\n';
+    return out.str();
 }
 
 // The auxiliary-log module's file: the enterprise number, then one record a line in hex.
@@ -90,27 +125,30 @@ std::string auxiliaryLogFile(const std::vector<std::vector<unsigned char>>& reco
 
 BmcSimulator::BmcSimulator(const std::string& emulation,
                            const std::vector<std::vector<unsigned char>>& auxiliaryLog,
-                           Interfaces interfaces)
+                           const std::vector<SelRecord>& sel, Interfaces interfaces)
     : interfaces_(interfaces) {
     directory_.write("auxiliary.log", auxiliaryLogFile(auxiliaryLog));
     for (int attempt = 0; attempt < kStartAttempts; ++attempt) {
-        if (start(emulation)) return;
+        if (start(emulation, sel)) return;
     }
     const std::string log = output();
     stop();
     throw std::runtime_error("ipmi_sim did not open its LAN port; its output:\n" + log);
 }
 
-bool BmcSimulator::start(const std::string& emulation) {
-    // A fresh state directory each time: ipmi_sim keeps the SEL and users there across runs.
+bool BmcSimulator::start(const std::string& emulation, const std::vector<SelRecord>& sel) {
+    // A fresh state directory each time: ipmi_sim keeps the SEL and users there across runs, under
+    // its own name and the BMC's.
     const std::string state = directory_.file("state");
     std::filesystem::remove_all(state);
-    std::filesystem::create_directories(state);
+    const std::string stored = std::string("state/ipmi_sim/") + kBmcName;
+    std::filesystem::create_directories(directory_.file(stored));
+    directory_.write(stored + "/sel.20", storedSelFile(sel));
     port_ = freeLoopbackPort(SOCK_DGRAM);
     vmPort_ = interfaces_ == Interfaces::LanAndVm ? freeLoopbackPort(SOCK_STREAM) : 0;
     directory_.write("lan.conf",
                      lanConfiguration(port_, vmPort_, directory_.file("auxiliary.log")));
-    directory_.write("bmc.emu", emulationFile(emulation));
+    directory_.write("bmc.emu", emulationFile(emulation, selCapacity(sel.size())));
 
     pid_ = startChild({IPMI_SIM, "-c", directory_.file("lan.conf"), "-f",
                        directory_.file("bmc.emu"), "-s", state, "-n"},
@@ -206,9 +244,8 @@ std::unique_ptr<BmcSimulator> sampleServerBmc(const std::vector<SelRecord>& even
     for (const AuxRecord& record : sampleAuxiliaryLog())
         auxiliaryLog.push_back(auxLogRecord(record));
     auto bmc = std::make_unique<BmcSimulator>(sdrCommands(sampleSdrRepository()), auxiliaryLog,
-                                              interfaces);
+                                              events, interfaces);
     bmc->setEventFilters(sampleEventFilters());
-    bmc->addSelRecords(events);
     return bmc;
 }
 

@@ -35,10 +35,12 @@ public:
     // Starts the simulator and returns once its LAN port is open. `emulation` holds ipmi_sim
     // commands (SDRs, SEL entries) run after the BMC is set up and before it is enabled;
     // `auxiliaryLog` the records its OEM auxiliary log serves, under the enterprise number the
-    // library is built with. Throws std::runtime_error, with the simulator's own output, when it
-    // does not come up.
+    // library is built with; `sel` the records its SEL holds from the start, with IDs from 1 and
+    // the last one's time stamp as the last addition. Throws std::runtime_error, with the
+    // simulator's own output, when it does not come up.
     explicit BmcSimulator(const std::string& emulation = "",
                           const std::vector<std::vector<unsigned char>>& auxiliaryLog = {},
+                          const std::vector<SelRecord>& sel = {},
                           Interfaces interfaces = Interfaces::Lan);
     ~BmcSimulator();
     BmcSimulator(const BmcSimulator&) = delete;
@@ -61,7 +63,7 @@ public:
     void stop();
 
 private:
-    bool start(const std::string& emulation);
+    bool start(const std::string& emulation, const std::vector<SelRecord>& sel);
     std::string output() const;
     // Sends each request over one administrator session; throws when one is refused.
     struct Request {
