@@ -14,7 +14,7 @@ namespace Tolmar {
 
 namespace {
 
-const char* const kHeader = "ipmi-event-log follower state 1";
+const char* const kHeader = "ipmi-event-log follower state 2";
 static_assert(sizeof(RawSDR) == RawSDR::size, "RawSDR is a byte image");
 constexpr std::size_t kMostRecords = 65536;  // record IDs are 16 bits
 
@@ -42,18 +42,21 @@ bool bytesOf(const std::string& hex, unsigned char* bytes, std::size_t size) {
 }
 
 std::string stampsText(const RepositoryStamps& stamps) {
-    return std::to_string(stamps.lastAddition) + " " + std::to_string(stamps.lastErase);
+    return std::to_string(stamps.lastAddition) + " " + std::to_string(stamps.lastErase) + " " +
+           std::to_string(stamps.records);
 }
 
 bool stampsOf(std::istringstream& fields, RepositoryStamps& stamps) {
     unsigned long long addition = 0;
     unsigned long long erase = 0;
+    unsigned long long records = 0;
     std::string rest;
-    if (!(fields >> addition >> erase) || fields >> rest || addition > UINT32_MAX ||
-        erase > UINT32_MAX) {
+    if (!(fields >> addition >> erase >> records) || fields >> rest || addition > UINT32_MAX ||
+        erase > UINT32_MAX || records > UINT16_MAX) {
         return false;
     }
-    stamps = {static_cast<std::uint32_t>(addition), static_cast<std::uint32_t>(erase)};
+    stamps = {static_cast<std::uint32_t>(addition), static_cast<std::uint32_t>(erase),
+              static_cast<std::uint16_t>(records)};
     return true;
 }
 

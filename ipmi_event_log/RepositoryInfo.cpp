@@ -12,6 +12,7 @@ constexpr unsigned char kGetSelInfo = 0x40;
 // Both answers: version, record count (2), free space (2), most recent addition (4), most recent
 // erase (4), operation support; time stamps least significant byte first.
 constexpr std::size_t kInfoLength = 14;
+constexpr std::size_t kRecordsAt = 1;
 constexpr std::size_t kLastAdditionAt = 5;
 constexpr std::size_t kLastEraseAt = 9;
 
@@ -34,6 +35,8 @@ bool RepositoryInfo::stampsOf(unsigned char command, RepositoryStamps& stamps) {
         if (!response.succeeded(kInfoLength)) return false;
         stamps.lastAddition = littleEndian32(response.data, kLastAdditionAt);
         stamps.lastErase = littleEndian32(response.data, kLastEraseAt);
+        stamps.records = static_cast<std::uint16_t>(response.data[kRecordsAt] |
+                                                    response.data[kRecordsAt + 1] << 8);
         return true;
     } catch (const IpmiException&) {
         return false;

@@ -366,7 +366,7 @@ TEST_F(ToolOverLanTest, ListWithAStateFilePrintsOnlyWhatWasAddedSinceTheLastRun)
     EXPECT_EQ(lines(damaged.out), 36u);
     EXPECT_EQ(damaged.err, "ipmi-event-log: warning: " + hostOf(*bmc) + ": " + state +
                                ": not a follower state of this version (its first line is not "
-                               "\"ipmi-event-log follower state 1\"); reading the whole SEL\n");
+                               "\"ipmi-event-log follower state 2\"); reading the whole SEL\n");
     expectUsageError("--state " + state + " raw", "--state goes with list");
 }
 

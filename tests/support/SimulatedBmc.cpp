@@ -73,6 +73,8 @@ void SimulatedBmc::removeSelRecord(std::uint16_t recordId) {
 
 void SimulatedBmc::answerRepositoryInfo(bool answer) { answerRepositoryInfo_ = answer; }
 
+void SimulatedBmc::changeWithinTheSameSecond(bool same) { sameSecond_ = same; }
+
 const std::vector<SimulatedBmc::SelRecord>& SimulatedBmc::selRecords() const { return sel_; }
 
 void SimulatedBmc::storeSdr(const std::vector<unsigned char>& record) {

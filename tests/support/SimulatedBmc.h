@@ -58,6 +58,9 @@ public:
     // and erase stamps: a clock that every change moves on. Without them (as on some BMCs), both
     // commands are refused with C1h.
     void answerRepositoryInfo(bool answer);
+    // Changes from now on come within the second of each repository's last change, so its stamps
+    // (whole seconds) stay as they are; only the record counts tell.
+    void changeWithinTheSameSecond(bool same);
 
     // Answers one request.
     BmcResponse handle(unsigned char netFn, unsigned char command,
@@ -76,7 +79,9 @@ private:
     BmcResponse getPefParameter(const Bytes& data) const;
     BmcResponse getAuxLogStatus(const Bytes& data) const;
     BmcResponse repositoryInfo(std::size_t records, const std::uint32_t (&stamps)[2]) const;
-    void changed(std::uint32_t& stamp) { stamp = ++clock_; }
+    void changed(std::uint32_t& stamp) {
+        if (!sameSecond_) stamp = ++clock_;
+    }
     BmcResponse readAuxLog(const Bytes& data) const;
 
     // Position of a SEL record: ID 0x0000 is the first record, 0xFFFF the last; -1 when absent.
@@ -94,6 +99,7 @@ private:
     std::uint16_t sdrReservation_ = 0;
     unsigned sdrReadLimit_ = 0xFF;
     bool answerRepositoryInfo_ = true;
+    bool sameSecond_ = false;
     std::uint32_t clock_ = 0x55000000;
     std::uint32_t selStamps_[2] = {};  // most recent addition, most recent erase
     std::uint32_t sdrStamps_[2] = {};

@@ -139,6 +139,17 @@ TEST_F(IpmiEventFollowerTest, SensorRecordsAreReadAgainOnlyWhenTheRepositoryChan
     sim::expectSameEvents(events, {all.back()});
 }
 
+TEST_F(IpmiEventFollowerTest, ChangesInTheSecondOfTheLastPollAreToldByTheRecordCounts) {
+    std::vector<IPMIEVENT> events;
+    poll(follower, events);
+    bmc.changeWithinTheSameSecond(true);
+    bmc.storeSelRecord(kFourth);
+    bmc.storeSdr(sim::kPs1);
+    events.clear();
+    EXPECT_GT(sdrReads(poll(follower, events)), 0u);
+    sim::expectSameEvents(events, {wholeLog().back()});
+}
+
 TEST_F(IpmiEventFollowerTest, AClearedSelIsReadFromItsFirstRecord) {
     std::vector<IPMIEVENT> events;
     poll(follower, events);
@@ -203,7 +214,7 @@ TEST_F(FollowerStateTest, AStateSavedAndLoadedCarriesOnWhereItWas) {
     poll(follower, events);
     std::string error;
     ASSERT_TRUE(follower.SaveState(path(), error)) << error;
-    EXPECT_EQ(read().rfind("ipmi-event-log follower state 1\nbmc bmc1.example.test:623\n", 0), 0u);
+    EXPECT_EQ(read().rfind("ipmi-event-log follower state 2\nbmc bmc1.example.test:623\n", 0), 0u);
     IpmiEventFollower restored(sim::lanConnection());
     ASSERT_TRUE(restored.LoadState(path(), error)) << error;
     events.clear();
@@ -233,13 +244,16 @@ TEST_F(FollowerStateTest, AFileThatCannotBeTakenIsRefusedWithItsReasonAndTheNext
         {"", "cannot read " + path() + ": No such file or directory"},
         {"[Unit]\nDescription=something else\n",
          path() + ": not a follower state of this version (its first line is not \"ipmi-event-"
-                  "log follower state 1\")"},
+                  "log follower state 2\")"},
         {saved.substr(0, saved.rfind("end ")),
          path() + ": the file is cut short (it has no \"end\" line)"},
         {std::string(saved).replace(saved.find("last ") + 5, 1, "f"),
          path() + ": line " + std::to_string(std::count(saved.begin(), saved.end(), '\n')) +
              " (\"end\"): the file is damaged (its checksum does not match)"},
-        {"ipmi-event-log follower state 1\nbmc x\nsel 12\n",
+        {"ipmi-event-log follower state 1\nbmc x\nend 0\n",
+         path() + ": not a follower state of this version (its first line is not \"ipmi-event-"
+                  "log follower state 2\")"},
+        {"ipmi-event-log follower state 2\nbmc x\nsel 12 13\n",
          path() + ": line 3 (\"sel\") does not hold what it should"},
     };
     for (const auto& c : cases) {
