@@ -2,6 +2,7 @@
 
 #include <IpmiEventFollower.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -18,10 +19,11 @@ std::atomic<bool> stopping{false};
 
 extern "C" void requestStop(int) { stopping = true; }
 
-// Sleeps until `due`, or until a stop is asked for.
+// Sleeps until `due`, or until a stop is asked for (looked at every 50 ms).
 void waitUntil(Clock::time_point due) {
-    while (!stopping && Clock::now() < due)
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    for (auto now = Clock::now(); !stopping && now < due; now = Clock::now())
+        std::this_thread::sleep_for(
+            std::min<Clock::duration>(due - now, std::chrono::milliseconds(50)));
 }
 
 // One poll of a host: its new events as rows, with the framework's record of the calls.
