@@ -32,7 +32,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kStartTimeout = 10s;
+constexpr auto kStartTimeout = 30s;  // a SEL of 65,000 stored records takes about 7 s
 constexpr auto kStopTimeout = 3s;
 constexpr int kStartAttempts = 3;
 constexpr const char* kBmcName = "tolmar_bmc";  // also names its directory in the state directory
@@ -83,11 +83,18 @@ std::size_t selCapacity(std::size_t stored) {
     return std::min(stored + room, mostIds);
 }
 
-std::string emulationFile(const std::string& emulation, std::size_t selCapacity) {
+// ipmi_sim takes seconds over the first addition to a SEL of tens of thousands of records read
+// from its state directory (later ones are quick), and carries out again a request resent
+// meanwhile. A record it adds while it starts pays for that before anyone asks; it is deleted once
+// the BMC is up.
+const char* const kPrimingRecord = "sel_add 0x20 0xe0 0 0 0 0 0 0 0 0 0 0 0 0 0\n";
+
+std::string emulationFile(const std::string& emulation, std::size_t storedRecords) {
     return "mc_setbmc 0x20\n"
            "mc_add 0x20 0 no-device-sdrs 0x23 9 8 0x9f 0x1291 0xf02 persist_sdr\n"
            "sel_enable 0x20 " +
-           std::to_string(selCapacity) + " 0x0a\n" + emulation + "\nmc_enable 0x20\n";
+           std::to_string(selCapacity(storedRecords)) + " 0x0a\n" +
+           (storedRecords > 0 ? kPrimingRecord : "") + emulation + "\nmc_enable 0x20\n";
 }
 
 // The SEL as ipmi_sim keeps it in its state directory and reads it back when it starts: one line a
@@ -129,7 +136,10 @@ BmcSimulator::BmcSimulator(const std::string& emulation,
     : interfaces_(interfaces) {
     directory_.write("auxiliary.log", auxiliaryLogFile(auxiliaryLog));
     for (int attempt = 0; attempt < kStartAttempts; ++attempt) {
-        if (start(emulation, sel)) return;
+        if (start(emulation, sel)) {
+            if (!sel.empty()) deleteSelRecord(static_cast<std::uint16_t>(sel.size() + 1));
+            return;
+        }
     }
     const std::string log = output();
     stop();
@@ -148,7 +158,7 @@ bool BmcSimulator::start(const std::string& emulation, const std::vector<SelReco
     vmPort_ = interfaces_ == Interfaces::LanAndVm ? freeLoopbackPort(SOCK_STREAM) : 0;
     directory_.write("lan.conf",
                      lanConfiguration(port_, vmPort_, directory_.file("auxiliary.log")));
-    directory_.write("bmc.emu", emulationFile(emulation, selCapacity(sel.size())));
+    directory_.write("bmc.emu", emulationFile(emulation, sel.size()));
 
     pid_ = startChild({IPMI_SIM, "-c", directory_.file("lan.conf"), "-f",
                        directory_.file("bmc.emu"), "-s", state, "-n"},
@@ -191,6 +201,16 @@ void BmcSimulator::addSelRecords(const std::vector<SelRecord>& records) const {
         requests.push_back({storage, addSelEntry, {record.begin(), record.end()}});
     }
     sendAll(requests);
+}
+
+void BmcSimulator::deleteSelRecord(std::uint16_t recordId) const {
+    constexpr unsigned char storage = 0x0A;
+    constexpr unsigned char deleteSelEntry = 0x46;
+    // Reservation 0000h: ipmi_sim does not ask for one.
+    sendAll({{storage,
+              deleteSelEntry,
+              {0, 0, static_cast<unsigned char>(recordId),
+               static_cast<unsigned char>(recordId >> 8)}}});
 }
 
 void BmcSimulator::setEventFilters(const std::vector<EventFilter>& filters) const {

@@ -6,6 +6,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -72,6 +73,7 @@ private:
         std::vector<unsigned char> data;
     };
     void sendAll(const std::vector<Request>& requests) const;
+    void deleteSelRecord(std::uint16_t recordId) const;
 
     ScratchDirectory directory_;
     Interfaces interfaces_;
