@@ -1,7 +1,9 @@
 // IpmiEventFollower against ipmi_sim over RMCP+: its polls give what the whole log gives, an idle
 // poll and one with a new record cost the datagrams they should (counted on the wire by the
-// forwarder), and a cleared SEL is noticed.
+// forwarder), and a cleared SEL and a changed SDR repository are noticed.
 #include <gtest/gtest.h>
+
+#include <algorithm>
 
 #include "EventAssertions.h"
 #include "IpmiEventFollower.h"
@@ -79,6 +81,34 @@ TEST_F(FollowerOverLanTest, AClearedSelIsNoticed) {
     poll(follower, events);
     EXPECT_TRUE(follower.Restarted());
     sim::expectSameEvents(events, wholeLog());
+}
+
+TEST_F(FollowerOverLanTest, AChangedSdrRepositoryIsReadAgainToDecodeNewRecords) {
+    IpmiEventFollower follower(throughLink());
+    std::vector<IPMIEVENT> events;
+    poll(follower, events);
+    // The BMC comes back from a firmware update with CPU 1's temperature sensor renamed and its
+    // OEM record gone; its SEL is as it was.
+    std::vector<bmcsim::SdrRecord> sdrs = bmcsim::sampleSdrRepository();
+    const std::string before = "CPU1 Temp";
+    auto name = std::search(sdrs[1].begin(), sdrs[1].end(), before.begin(), before.end());
+    ASSERT_NE(name, sdrs[1].end());
+    std::copy_n("CPU1 Core", before.size(), name);
+    sdrs.pop_back();
+    bmc->restart(bmcsim::sdrCommands(sdrs));
+    constexpr unsigned char cpu1Temperature = 0x30;
+    const auto sample = bmcsim::sampleEventLog();
+    const auto event = std::find_if(sample.begin(), sample.end(), [](const bmcsim::SelRecord& r) {
+        return r[11] == cpu1Temperature;
+    });
+    ASSERT_NE(event, sample.end());
+    bmc->addSelRecords({*event});
+    events.clear();
+    poll(follower, events);
+    const std::vector<IPMIEVENT> all = wholeLog();
+    ASSERT_EQ(events.size(), 1u);
+    sim::expectSameEvents(events, {all.back()});
+    EXPECT_NE(events[0].message.find("CPU1 Core"), std::string::npos) << events[0].message;
 }
 
 }  // namespace

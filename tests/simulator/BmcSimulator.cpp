@@ -89,18 +89,21 @@ std::size_t selCapacity(std::size_t stored) {
 // the BMC is up.
 const char* const kPrimingRecord = "sel_add 0x20 0xe0 0 0 0 0 0 0 0 0 0 0 0 0 0\n";
 
-std::string emulationFile(const std::string& emulation, std::size_t storedRecords) {
+std::string emulationFile(const std::string& emulation, std::size_t selCapacity, bool prime) {
     return "mc_setbmc 0x20\n"
            "mc_add 0x20 0 no-device-sdrs 0x23 9 8 0x9f 0x1291 0xf02 persist_sdr\n"
            "sel_enable 0x20 " +
-           std::to_string(selCapacity(storedRecords)) + " 0x0a\n" +
-           (storedRecords > 0 ? kPrimingRecord : "") + emulation + "\nmc_enable 0x20\n";
+           std::to_string(selCapacity) + " 0x0a\n" + (prime ? kPrimingRecord : "") + emulation +
+           "\nmc_enable 0x20\n";
 }
 
 // The SEL as ipmi_sim keeps it in its state directory and reads it back when it starts: one line a
 // record, newest first, "ID:d:" then its 16 bytes escaped as \\hh; then the last addition and erase
 // times. Adding records over the LAN instead has ipmi_sim rewrite that whole file for each one,
 // which takes minutes for tens of thousands.
+// Where ipmi_sim keeps the BMC's SEL and SDR repository, inside the scratch directory.
+std::string storedDirectory() { return std::string("state/ipmi_sim/") + kBmcName; }
+
 std::string storedSelFile(const std::vector<SelRecord>& sel) {
     std::ostringstream out;
     out << std::setfill('0');
@@ -147,21 +150,23 @@ BmcSimulator::BmcSimulator(const std::string& emulation,
 }
 
 bool BmcSimulator::start(const std::string& emulation, const std::vector<SelRecord>& sel) {
-    // A fresh state directory each time: ipmi_sim keeps the SEL and users there across runs, under
-    // its own name and the BMC's.
-    const std::string state = directory_.file("state");
-    std::filesystem::remove_all(state);
-    const std::string stored = std::string("state/ipmi_sim/") + kBmcName;
-    std::filesystem::create_directories(directory_.file(stored));
-    directory_.write(stored + "/sel.20", storedSelFile(sel));
+    // A fresh state directory each time: ipmi_sim keeps the SEL, the SDR repository and users
+    // there across runs, under its own name and the BMC's.
+    std::filesystem::remove_all(directory_.file("state"));
+    std::filesystem::create_directories(directory_.file(storedDirectory()));
+    directory_.write(storedDirectory() + "/sel.20", storedSelFile(sel));
     port_ = freeLoopbackPort(SOCK_DGRAM);
     vmPort_ = interfaces_ == Interfaces::LanAndVm ? freeLoopbackPort(SOCK_STREAM) : 0;
     directory_.write("lan.conf",
                      lanConfiguration(port_, vmPort_, directory_.file("auxiliary.log")));
-    directory_.write("bmc.emu", emulationFile(emulation, sel.size()));
+    selCapacity_ = selCapacity(sel.size());
+    directory_.write("bmc.emu", emulationFile(emulation, selCapacity_, !sel.empty()));
+    return launch();
+}
 
+bool BmcSimulator::launch() {
     pid_ = startChild({IPMI_SIM, "-c", directory_.file("lan.conf"), "-f",
-                       directory_.file("bmc.emu"), "-s", state, "-n"},
+                       directory_.file("bmc.emu"), "-s", directory_.file("state"), "-n"},
                       directory_.file("ipmi_sim.log"), "Debian package openipmi");
     const auto deadline = std::chrono::steady_clock::now() + kStartTimeout;
     while (std::chrono::steady_clock::now() < deadline) {
@@ -174,6 +179,15 @@ bool BmcSimulator::start(const std::string& emulation, const std::vector<SelReco
     }
     stop();
     return false;
+}
+
+void BmcSimulator::restart(const std::string& emulation) {
+    stop();
+    // ipmi_sim would add the new records to those it kept.
+    std::filesystem::remove(directory_.file(storedDirectory() + "/sdr.20.main"));
+    directory_.write("bmc.emu", emulationFile(emulation, selCapacity_, false));
+    if (!launch())
+        throw std::runtime_error("ipmi_sim did not start again; its output:\n" + output());
 }
 
 void BmcSimulator::stop() {

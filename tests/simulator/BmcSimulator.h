@@ -62,9 +62,14 @@ public:
 
     // Stops the simulator now (SIGTERM, then SIGKILL); harmless when already stopped.
     void stop();
+    // Stops the simulator and starts it again on the same ports with the SEL it kept and the SDR
+    // repository `emulation` loads, as a BMC comes back from a firmware update. Throws
+    // std::runtime_error when it does not come up.
+    void restart(const std::string& emulation);
 
 private:
     bool start(const std::string& emulation, const std::vector<SelRecord>& sel);
+    bool launch();
     std::string output() const;
     // Sends each request over one administrator session; throws when one is refused.
     struct Request {
@@ -79,6 +84,7 @@ private:
     Interfaces interfaces_;
     unsigned short port_ = 0;
     unsigned short vmPort_ = 0;
+    std::size_t selCapacity_ = 0;
     pid_t pid_ = -1;
 };
 
