@@ -387,6 +387,21 @@ TEST_F(ToolOverLanTest, FollowPrintsTheEventsThereAreThenNewOnesDecodedAsListDec
     EXPECT_EQ(run.out, all[32] + all[33] + all[34] + all[35]);
 }
 
+TEST_F(ToolOverLanTest, FollowOfAThreeThousandRecordSelPrintsRecordsAddedByTheNextPoll) {
+    const auto log = bmcsim::repeatedEventLog(3002);
+    bmc = bmcsim::sampleServerBmc({log.begin(), log.begin() + 3000});
+    // Two polls three seconds apart; two records are added in between.
+    std::thread adder([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+        bmc->addSelRecords({log[3000], log[3001]});
+    });
+    const ToolRun run = tool("--format jsonl --interval 3 --polls 2 follow");
+    adder.join();
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(lines(run.out), 3002u);
+    EXPECT_EQ(run.out, tool("--format jsonl list").out);
+}
+
 TEST_F(ToolOverLanTest, FollowSaysOnceThatAHostIsDownAndKeepsTheOthers) {
     auto down = std::make_unique<bmcsim::BmcSimulator>();
     const std::string hosts = hostOf(*bmc) + "," + hostOf(*down);
