@@ -3,17 +3,21 @@
 // requests and wall time of a first poll, an idle one and ones that find 1 and 100 new records,
 // beside a full read by ipmi-event-log list, ipmitool sel elist and ipmi-sel through the same
 // forwarder; then a fleet of ipmi_sim BMCs polled by followers in this process (16 at a time), CPU
-// and wall time a poll, against ipmi-sel reading the same host list with its own fan-out.
+// and wall time a poll, against ipmi-sel reading the same host list with its own fan-out, and
+// followed by ipmi-event-log follow in a process of its own.
 // Prints Markdown tables.
 //   follow_benchmark TOOL [FLEET]     (FLEET BMCs, 50 by default)
 #include <sys/resource.h>
 
 #include <IpmiEventFollower.h>
+#include <IpmiEventLog.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -29,6 +33,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using Tolmar::IpmiEventFollower;
+using Tolmar::IpmiEventLog;
 using Tolmar::TolmarAgentless::IPMIEVENT;
 
 struct Cost {
@@ -61,6 +66,8 @@ void printCost(std::size_t records, const char* what, const Cost& cost) {
     std::printf("| %zu | %s | %lu | %.3f |\n", records, what, cost.requests, cost.seconds);
 }
 
+// Each row gives the records the SEL held when it was measured: the follower's polls as the SEL
+// grows by 1 and then 100 records, and the full reads of the SEL grown.
 void pollCosts(const std::string& tool, std::size_t records) {
     const auto log = bmcsim::repeatedEventLog(records + 101);
     const auto bmc =
@@ -73,21 +80,21 @@ void pollCosts(const std::string& tool, std::size_t records) {
     printCost(records, "follower: first poll (every record)", through(link, poll));
     printCost(records, "follower: poll, nothing new", through(link, poll));
     bmc->addSelRecords({log[records]});
-    printCost(records, "follower: poll, 1 new record", through(link, poll));
+    printCost(records + 1, "follower: poll, 1 new record", through(link, poll));
     bmc->addSelRecords({log.begin() + static_cast<long>(records) + 1, log.end()});
-    printCost(records, "follower: poll, 100 new records", through(link, poll));
+    printCost(log.size(), "follower: poll, 100 new records", through(link, poll));
     const std::string user = bmcsim::kAdministrator.name;
     printCost(
-        records, "ipmi-event-log list", through(link, [&] {
+        log.size(), "ipmi-event-log list", through(link, [&] {
             bench::runCommand(tool + " -H 127.0.0.1:" + port + " -U " + user + " -E -L admin list");
         }));
-    printCost(records, "ipmitool sel elist", through(link, [&] {
+    printCost(log.size(), "ipmitool sel elist", through(link, [&] {
                   bench::runCommand(IPMITOOL " -I lanplus -H 127.0.0.1 -p " + port + " -U " + user +
                                     " -E -C 3 sel elist");
               }));
     bmcsim::ScratchDirectory cache;
     bench::runCommand(ipmiSel("127.0.0.1:" + port, cache.path()));  // its SDR cache, warm
-    printCost(records, "ipmi-sel (warm SDR cache)", through(link, [&] {
+    printCost(log.size(), "ipmi-sel (warm SDR cache)", through(link, [&] {
                   bench::runCommand(ipmiSel("127.0.0.1:" + port, cache.path()));
               }));
 }
@@ -117,7 +124,68 @@ Usage measured(Work work) {
     return {processCpuSeconds() - cpu, std::chrono::duration<double>(Clock::now() - start).count()};
 }
 
-void fleet(std::size_t size) {
+// A run of the tool's `follow` in a process of its own: its CPU time (the children's usage taken
+// around it) and wall time, and the lines it printed. `afterFirstPoll` runs once the first poll's
+// `firstPollLines` lines were printed, while the tool waits for its next poll.
+struct FollowRun {
+    Usage usage;
+    std::size_t lines;
+};
+
+FollowRun followRun(const std::string& command, std::size_t firstPollLines,
+                    const std::function<void()>& afterFirstPoll) {
+    rusage before{};
+    getrusage(RUSAGE_CHILDREN, &before);
+    const auto start = Clock::now();
+    FILE* output = popen(("exec " + command + " 2>/dev/null").c_str(), "r");
+    if (output == nullptr) return {{0, 0}, 0};
+    std::size_t lines = 0;
+    char buffer[4096];
+    while (std::fgets(buffer, sizeof buffer, output) != nullptr) {
+        if (std::strchr(buffer, '\n') != nullptr && ++lines == firstPollLines) afterFirstPoll();
+    }
+    pclose(output);
+    rusage after{};
+    getrusage(RUSAGE_CHILDREN, &after);
+    return {{bench::cpuSecondsOf(after) - bench::cpuSecondsOf(before),
+             std::chrono::duration<double>(Clock::now() - start).count()},
+            lines};
+}
+
+// The tool following the fleet, 16 hosts at a time: a first poll alone; then 6 polls 1 s apart;
+// then 2 polls 5 s apart with a record added to each BMC in between. A later poll's CPU time is
+// the difference from the first run; its wall time the run's less its intervals, so the process's
+// start and end are in it.
+void followFleetWithTheTool(const std::string& tool, const std::string& hosts,
+                            const std::vector<std::unique_ptr<bmcsim::BmcSimulator>>& bmcs,
+                            const std::function<void(const char*, const Usage&)>& row) {
+    const std::string follow = tool + " -H " + hosts + " -U " + bmcsim::kAdministrator.name +
+                               " -E -L admin --fanout 16 --format jsonl follow";
+    std::vector<IPMIEVENT> oneBmc;
+    IpmiEventLog(bmcsim::administratorConnection(bmcs.front()->port())).GetAllIpmiEventLog(oneBmc);
+    const std::size_t firstPoll = oneBmc.size() * bmcs.size();  // lines: the BMCs are alike
+    const FollowRun once = followRun(follow + " --polls 1", firstPoll, [] {});
+    row("ipmi-event-log follow: first poll (every record), process start included", once.usage);
+    const auto later = [&](const FollowRun& run, int polls, int interval) {
+        return Usage{(run.usage.cpuSeconds - once.usage.cpuSeconds) / polls,
+                     run.usage.wallSeconds - polls * interval};
+    };
+    const FollowRun idle = followRun(follow + " --polls 6 --interval 1", firstPoll, [] {});
+    row("ipmi-event-log follow: poll, nothing new (CPU: mean of 5; wall: the last, process start "
+        "included)",
+        later(idle, 5, 1));
+    const auto extra = bmcsim::repeatedEventLog(1);
+    const FollowRun grown = followRun(follow + " --polls 2 --interval 5", firstPoll, [&] {
+        for (const auto& bmc : bmcs) bmc->addSelRecords(extra);
+    });
+    if (grown.lines != firstPoll + bmcs.size())
+        std::fprintf(stderr, "follow printed %zu lines, not %zu\n", grown.lines,
+                     firstPoll + bmcs.size());
+    row("ipmi-event-log follow: poll, 1 new record a BMC (process start included in wall)",
+        later(grown, 1, 5));
+}
+
+void fleet(const std::string& tool, std::size_t size) {
     std::vector<std::unique_ptr<bmcsim::BmcSimulator>> bmcs;
     std::string hosts;
     for (std::size_t i = 0; i < size; ++i) {
@@ -149,6 +217,7 @@ void fleet(std::size_t size) {
         const bench::ProcessUsage usage = bench::runCommand(command);
         row(what, {usage.cpuSeconds, std::chrono::duration<double>(Clock::now() - start).count()});
     }
+    followFleetWithTheTool(tool, hosts, bmcs, row);
 }
 
 }  // namespace
@@ -163,8 +232,8 @@ int main(int argc, char** argv) {
     setenv("IPMI_PASSWORD", bmcsim::kAdministrator.password, 1);
     const std::size_t fleetSize = argc > 2 ? std::strtoul(argv[2], nullptr, 10) : 50;
     std::printf("| SEL records | what | requests sent | wall s |\n|---|---|---|---|\n");
-    for (std::size_t records : {100, 3000}) pollCosts(tool, records);
+    for (std::size_t records : {100, 3000, 65000}) pollCosts(tool, records);
     std::printf("\n| BMCs | what | CPU s | wall s |\n|---|---|---|---|\n");
-    fleet(fleetSize);
+    fleet(tool, fleetSize);
     return 0;
 }
