@@ -97,12 +97,13 @@ std::string emulationFile(const std::string& emulation, std::size_t selCapacity,
            "\nmc_enable 0x20\n";
 }
 
+// Where ipmi_sim keeps the BMC's SEL and SDR repository, inside the scratch directory.
+std::string storedDirectory() { return std::string("state/ipmi_sim/") + kBmcName; }
+
 // The SEL as ipmi_sim keeps it in its state directory and reads it back when it starts: one line a
 // record, newest first, "ID:d:" then its 16 bytes escaped as \\hh; then the last addition and erase
 // times. Adding records over the LAN instead has ipmi_sim rewrite that whole file for each one,
 // which takes minutes for tens of thousands.
-// Where ipmi_sim keeps the BMC's SEL and SDR repository, inside the scratch directory.
-std::string storedDirectory() { return std::string("state/ipmi_sim/") + kBmcName; }
 
 std::string storedSelFile(const std::vector<SelRecord>& sel) {
     std::ostringstream out;
@@ -139,10 +140,14 @@ BmcSimulator::BmcSimulator(const std::string& emulation,
     : interfaces_(interfaces) {
     directory_.write("auxiliary.log", auxiliaryLogFile(auxiliaryLog));
     for (int attempt = 0; attempt < kStartAttempts; ++attempt) {
-        if (start(emulation, sel)) {
+        if (!start(emulation, sel)) continue;
+        try {
             if (!sel.empty()) deleteSelRecord(static_cast<std::uint16_t>(sel.size() + 1));
-            return;
+        } catch (...) {
+            stop();
+            throw;
         }
+        return;
     }
     const std::string log = output();
     stop();
