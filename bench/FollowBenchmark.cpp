@@ -12,7 +12,6 @@
 #include <IpmiEventFollower.h>
 #include <IpmiEventLog.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -20,11 +19,11 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "BenchSupport.h"
 #include "BmcSimulator.h"
+#include "FanOut.h"
 #include "LossyLink.h"
 #include "SampleServer.h"
 #include "ScratchDirectory.h"
@@ -99,16 +98,12 @@ void pollCosts(const std::string& tool, std::size_t records) {
               }));
 }
 
-// Polls every follower, 16 at a time.
+// Polls every follower, 16 at a time, as the tool's --fanout 16 does.
 void pollFleet(std::vector<std::unique_ptr<IpmiEventFollower>>& followers) {
-    std::atomic<std::size_t> next{0};
-    const auto worker = [&] {
+    tool::fanOut(followers.size(), 16, [&](std::size_t i) {
         std::vector<IPMIEVENT> events;
-        for (std::size_t i = next++; i < followers.size(); i = next++) followers[i]->Poll(events);
-    };
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 16; ++i) threads.emplace_back(worker);
-    for (std::thread& t : threads) t.join();
+        followers[i]->Poll(events);
+    });
 }
 
 struct Usage {

@@ -16,9 +16,12 @@ constexpr std::size_t kRecordsAt = 1;
 constexpr std::size_t kLastAdditionAt = 5;
 constexpr std::size_t kLastEraseAt = 9;
 
-std::uint32_t littleEndian32(const std::vector<unsigned char>& bytes, std::size_t at) {
-    return bytes[at] | bytes[at + 1] << 8 | bytes[at + 2] << 16 |
-           static_cast<std::uint32_t>(bytes[at + 3]) << 24;
+// The `size`-byte number at `at`, least significant byte first.
+std::uint32_t littleEndian(const std::vector<unsigned char>& bytes, std::size_t at,
+                           std::size_t size) {
+    std::uint32_t value = 0;
+    for (std::size_t i = size; i-- > 0;) value = value << 8 | bytes[at + i];
+    return value;
 }
 
 }  // namespace
@@ -33,10 +36,9 @@ bool RepositoryInfo::stampsOf(unsigned char command, RepositoryStamps& stamps) {
     try {
         const CommandResponse response = exchange(client_, kNetFnStorage, command, {});
         if (!response.succeeded(kInfoLength)) return false;
-        stamps.lastAddition = littleEndian32(response.data, kLastAdditionAt);
-        stamps.lastErase = littleEndian32(response.data, kLastEraseAt);
-        stamps.records = static_cast<std::uint16_t>(response.data[kRecordsAt] |
-                                                    response.data[kRecordsAt + 1] << 8);
+        stamps.lastAddition = littleEndian(response.data, kLastAdditionAt, 4);
+        stamps.lastErase = littleEndian(response.data, kLastEraseAt, 4);
+        stamps.records = static_cast<std::uint16_t>(littleEndian(response.data, kRecordsAt, 2));
         return true;
     } catch (const IpmiException&) {
         return false;

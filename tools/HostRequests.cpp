@@ -1,8 +1,8 @@
 #include "HostRequests.h"
 
-#include <IpmiEventFollower.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -133,6 +133,14 @@ void addEvents(HostResult& out, const std::string& host, std::vector<IPMIEVENT> 
     }
 }
 
+void pollFollower(Tolmar::IpmiEventFollower& follower, const std::string& host,
+                  const Options& options, HostResult& out) {
+    std::vector<IPMIEVENT> events;
+    out.result = follower.Poll(events);
+    out.incomplete = out.result == IpmiEventLog::EL_SUCCESS && !follower.Complete();
+    addEvents(out, host, std::move(events), options);
+}
+
 namespace {
 
 // Where a host's state is kept: the path given for one host; for a fleet, a file a host in the
@@ -152,12 +160,9 @@ void listNewEvents(const Options& options, const std::string& host, HostResult& 
     // No file yet is the first run; a file that cannot be taken is said, and all is read.
     if (!follower.LoadState(path, error) && access(path.c_str(), F_OK) == 0)
         out.warning = hostName(host) + ": " + error + "; reading the whole SEL";
-    std::vector<IPMIEVENT> events;
-    out.result = follower.Poll(events);
+    pollFollower(follower, host, options, out);
     if (out.result == IpmiEventLog::EL_SUCCESS && !follower.SaveState(path, error))
         out.warning = hostName(host) + ": the state was not saved: " + error;
-    out.incomplete = !follower.Complete();
-    addEvents(out, host, std::move(events), options);
 }
 
 }  // namespace

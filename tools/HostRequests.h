@@ -1,15 +1,11 @@
 // One request of the tool to one host (list, show, raw, get, delete, clear, add, status) through
-// the library, what came of it, and the texts that say so; and the fan-out that runs it for a
-// fleet.
+// the library, what came of it, and the texts that say so.
 #pragma once
 
+#include <IpmiEventFollower.h>
 #include <IpmiEventLog.h>
 
-#include <algorithm>
-#include <atomic>
-#include <cstddef>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "IpmiClientActivity.h"
@@ -52,21 +48,12 @@ std::string incompleteText(const std::string& host, const HostResult& result,
 void addEvents(HostResult& out, const std::string& host,
                std::vector<Tolmar::TolmarAgentless::IPMIEVENT> events, const Options& options);
 
+// One poll of `follower`: its result, and its new events as addEvents makes them rows of `host`;
+// incomplete when the poll lost its BMC part way.
+void pollFollower(Tolmar::IpmiEventFollower& follower, const std::string& host,
+                  const Options& options, HostResult& out);
+
 // Runs the command line's request on one host.
 HostResult run(const Options& options, const std::string& host);
-
-// Calls work(0) ... work(count - 1), `fanout` at a time, on this thread and others.
-template <typename Work>
-void fanOut(std::size_t count, unsigned fanout, const Work& work) {
-    std::atomic<std::size_t> next{0};
-    const auto worker = [&] {
-        for (std::size_t i = next++; i < count; i = next++) work(i);
-    };
-    std::vector<std::thread> workers;
-    const std::size_t threads = std::min<std::size_t>(fanout, count);
-    for (std::size_t i = 1; i < threads; ++i) workers.emplace_back(worker);
-    worker();
-    for (std::thread& t : workers) t.join();
-}
 
 }  // namespace tool

@@ -1,13 +1,13 @@
 #include "Polling.h"
 
-#include <IpmiEventFollower.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
 #include <memory>
 #include <thread>
+
+#include "FanOut.h"
 
 namespace tool {
 
@@ -32,11 +32,8 @@ HostResult pollHost(Tolmar::IpmiEventFollower& follower, const Options& filters,
     const auto started = Clock::now();
     HostResult out;
     startIpmiCallRecord();
-    std::vector<Tolmar::TolmarAgentless::IPMIEVENT> events;
-    out.result = follower.Poll(events);
+    pollFollower(follower, host, filters, out);
     out.record = ipmiCallRecord();
-    out.incomplete = out.result == Tolmar::IpmiEventLog::EL_SUCCESS && !follower.Complete();
-    addEvents(out, host, std::move(events), filters);
     for (EventRow& row : out.events) row.complete = !out.incomplete;
     out.seconds = std::chrono::duration<double>(Clock::now() - started).count();
     return out;

@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "Exporter.h"
+#include "FanOut.h"
 #include "Follow.h"
 #include "HostRequests.h"
 #include "IpmiClientActivity.h"

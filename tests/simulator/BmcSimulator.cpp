@@ -21,6 +21,7 @@
 #include "ChildProcess.h"
 #include "IpmiClient.h"
 #include "Loopback.h"
+#include "RmcpPlusCodec.h"
 
 namespace bmcsim {
 
@@ -35,6 +36,7 @@ using namespace std::chrono_literals;
 constexpr auto kStartTimeout = 30s;  // a SEL of 65,000 stored records takes about 7 s
 constexpr auto kStopTimeout = 3s;
 constexpr int kStartAttempts = 3;
+constexpr unsigned char kStorage = 0x0A;        // the network function of SEL commands
 constexpr const char* kBmcName = "tolmar_bmc";  // also names its directory in the state directory
 
 // Whether something has bound the port: ipmi_sim opens its LAN port only after every command of
@@ -70,10 +72,6 @@ std::string lanConfiguration(unsigned short port, unsigned short vmPort,
     // The system interface a VM's KCS device reaches through QEMU's external BMC.
     if (vmPort != 0) out << "serial kcs 127.0.0.1 " << vmPort << " codec VM\n";
     return out.str();
-}
-
-std::uint32_t timeStampOf(const SelRecord& record) {
-    return record[3] | record[4] << 8 | record[5] << 16 | std::uint32_t{record[6]} << 24;
 }
 
 // Room for the stored records and 4,000 more, within the 16-bit record IDs (FFFFh means "last").
@@ -116,7 +114,9 @@ std::string storedSelFile(const std::vector<SelRecord>& sel) {
         for (unsigned char byte : record) out << '\\' << std::setw(2) << unsigned{byte};
         out << '\n';
     }
-    const std::uint32_t lastAddition = sel.empty() ? 0 : timeStampOf(sel.back());
+    constexpr std::size_t timeStampAt = 3;
+    const std::uint32_t lastAddition =
+        sel.empty() ? 0 : RmcpPlusCodec::littleEndian32(&sel.back()[timeStampAt]);
     out << std::dec << "last_erase_time:i:0\nlast_add_time:i:" << lastAddition << '\n';
     return out.str();
 }
@@ -211,22 +211,20 @@ void BmcSimulator::stop() {
 }
 
 void BmcSimulator::addSelRecords(const std::vector<SelRecord>& records) const {
-    constexpr unsigned char storage = 0x0A;
     constexpr unsigned char setSelTime = 0x49;
     constexpr unsigned char addSelEntry = 0x44;
     std::vector<Request> requests;
     for (const SelRecord& record : records) {
-        requests.push_back({storage, setSelTime, {record[3], record[4], record[5], record[6]}});
-        requests.push_back({storage, addSelEntry, {record.begin(), record.end()}});
+        requests.push_back({kStorage, setSelTime, {record[3], record[4], record[5], record[6]}});
+        requests.push_back({kStorage, addSelEntry, {record.begin(), record.end()}});
     }
     sendAll(requests);
 }
 
 void BmcSimulator::deleteSelRecord(std::uint16_t recordId) const {
-    constexpr unsigned char storage = 0x0A;
     constexpr unsigned char deleteSelEntry = 0x46;
     // Reservation 0000h: ipmi_sim does not ask for one.
-    sendAll({{storage,
+    sendAll({{kStorage,
               deleteSelEntry,
               {0, 0, static_cast<unsigned char>(recordId),
                static_cast<unsigned char>(recordId >> 8)}}});
