@@ -8,6 +8,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -58,6 +60,23 @@ protected:
         EXPECT_EQ(run.status, 2) << arguments;
         EXPECT_EQ(run.out, "");
         EXPECT_EQ(run.err.rfind("ipmi-event-log: " + message + "\n", 0), 0u) << run.err;
+    }
+
+    // Runs the tool's follow with `arguments`, and adds `records` to the BMC once the tool has
+    // printed `firstPollLines` lines, so between its polls. What it printed is in `out`.
+    ToolRun followAdding(const std::string& arguments, std::size_t firstPollLines,
+                         const std::vector<bmcsim::SelRecord>& records) const {
+        std::atomic<bool> ended{false};
+        std::thread adder([&] {
+            while (!ended && lines(scratch.read("follow.out")) < firstPollLines)
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            bmc->addSelRecords(records);
+        });
+        ToolRun run = tool(arguments + " follow >" + scratch.file("follow.out"));
+        ended = true;
+        adder.join();
+        run.out = scratch.read("follow.out");
+        return run;
     }
 
     std::unique_ptr<bmcsim::BmcSimulator> bmc;
@@ -340,6 +359,14 @@ TEST_F(ToolOverLanTest, ShowOfARecordNotReadBeforeTheBmcStoppedIsIncompleteNotAb
     EXPECT_EQ(run.err.find(end), run.err.size() - end.size()) << run.err;
 }
 
+// The lines of a text, each with its "\n".
+std::vector<std::string> linesOf(const std::string& text) {
+    std::istringstream in(text);
+    std::vector<std::string> all;
+    for (std::string line; std::getline(in, line);) all.push_back(line + "\n");
+    return all;
+}
+
 // The last line of a text.
 std::string lastLine(const std::string& text) {
     const std::size_t end = text.size() - (text.empty() || text.back() != '\n' ? 0 : 1);
@@ -372,17 +399,10 @@ TEST_F(ToolOverLanTest, ListWithAStateFilePrintsOnlyWhatWasAddedSinceTheLastRun)
 
 TEST_F(ToolOverLanTest, FollowPrintsTheEventsThereAreThenNewOnesDecodedAsListDecodesThem) {
     // Two polls two seconds apart; a record is added in between.
-    std::thread adder([this] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1000));
-        bmc->addSelRecords({bmcsim::sampleEventLog()[21]});
-    });
-    const ToolRun run = tool("--format jsonl --interval 2 --polls 2 --last 3 follow");
-    adder.join();
+    const ToolRun run = followAdding("--format jsonl --interval 2 --polls 2 --last 3", 3,
+                                     {bmcsim::sampleEventLog()[21]});
     EXPECT_EQ(run.status, 0) << run.err;
-    const std::string listed = tool("--format jsonl list").out;
-    std::istringstream rows(listed);
-    std::vector<std::string> all;
-    for (std::string row; std::getline(rows, row);) all.push_back(row + "\n");
+    const std::vector<std::string> all = linesOf(tool("--format jsonl list").out);
     ASSERT_EQ(all.size(), 36u);
     EXPECT_EQ(run.out, all[32] + all[33] + all[34] + all[35]);
 }
@@ -391,15 +411,20 @@ TEST_F(ToolOverLanTest, FollowOfAThreeThousandRecordSelPrintsRecordsAddedByTheNe
     const auto log = bmcsim::repeatedEventLog(3002);
     bmc = bmcsim::sampleServerBmc({log.begin(), log.begin() + 3000});
     // Two polls three seconds apart; two records are added in between.
-    std::thread adder([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-        bmc->addSelRecords({log[3000], log[3001]});
-    });
-    const ToolRun run = tool("--format jsonl --interval 3 --polls 2 follow");
-    adder.join();
+    const ToolRun run =
+        followAdding("--format jsonl --interval 3 --polls 2", 3000, {log[3000], log[3001]});
     EXPECT_EQ(run.status, 0) << run.err;
     EXPECT_EQ(lines(run.out), 3002u);
     EXPECT_EQ(run.out, tool("--format jsonl list").out);
+}
+
+TEST_F(ToolOverLanTest, FollowPrintsTheHeaderOnceWhenALaterPollHasEvents) {
+    const ToolRun run = followAdding("--format csv --interval 2 --polls 2 --last 1", 2,
+                                     {bmcsim::sampleEventLog()[21]});
+    EXPECT_EQ(run.status, 0) << run.err;
+    const std::vector<std::string> all = linesOf(tool("--format csv list").out);
+    ASSERT_EQ(all.size(), 1u + 36u);
+    EXPECT_EQ(run.out, all[0] + all[35] + all[36]);
 }
 
 TEST_F(ToolOverLanTest, FollowSaysOnceThatAHostIsDownAndKeepsTheOthers) {
