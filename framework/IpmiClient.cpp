@@ -6,8 +6,6 @@
 #include <freeipmi/freeipmi.h>
 
 #include <algorithm>
-#include <atomic>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
@@ -17,6 +15,7 @@
 #include <string>
 
 #include "IpmiClientActivity.h"
+#include "IpmiClientSettings.h"
 #include "IpmiCompletionCode.h"
 #include "Log.h"
 #include "RmcpPlusSession.h"
@@ -36,12 +35,6 @@ constexpr int kCredentialsRefused = 2;
 // sendCommand() status for any transport failure.
 constexpr int kTransportFailure = 1;
 
-// How long to wait for a session to open or a command to be answered, and how long between
-// retransmissions of an unanswered packet. A BMC on a LAN answers in milliseconds; these bound how
-// long a dead or unreachable one holds a caller.
-constexpr unsigned kDefaultSessionTimeoutMs = 10000;
-constexpr unsigned kDefaultRetransmissionTimeoutMs = 1000;
-
 // Largest IPMI response over the in-band interface, with the command and completion code bytes.
 constexpr unsigned kInbandResponseCapacity = 1024;
 // Completion codes (IPMI v2.0 table 5-2) that stand in for an answer the BMC did not give.
@@ -54,6 +47,12 @@ constexpr unsigned char kAdministratorLevel = 0x04;
 // Privilege levels asked for, highest first: reading the SEL needs user, deleting and clearing
 // need operator, and some accounts are not granted administrator.
 constexpr unsigned char kPrivilegeLevels[] = {kAdministratorLevel, kOperatorLevel, kUserLevel};
+
+// The one level the settings ask for; otherwise the highest granted, from administrator down.
+std::vector<unsigned char> privilegeLevels(unsigned char chosen) {
+    if (chosen != 0) return {chosen};
+    return {std::begin(kPrivilegeLevels), std::end(kPrivilegeLevels)};
+}
 
 // Every failed attempt to open a session can leave a half-open session on the BMC until it times
 // out, and BMCs have few of them (OpenIPMI's simulator refuses new ones after about 60). So the
@@ -81,61 +80,6 @@ private:
 Recipes& recipes() {
     static Recipes instance;
     return instance;
-}
-
-std::atomic<unsigned long> requestsSent{0};
-std::atomic<unsigned long> selEntriesRead{0};
-thread_local IpmiCallRecord callRecord;
-
-unsigned millisecondsFromEnvironment(const char* name, unsigned fallback) {
-    const char* text = std::getenv(name);
-    if (text == nullptr || *text == '\0') return fallback;
-    char* end = nullptr;
-    errno = 0;
-    const unsigned long value = std::strtoul(text, &end, 10);
-    if (*end != '\0' || errno != 0 || value == 0 || value > 3600000) {
-        Log(1, kLogSource, __LINE__).Stream()
-            << "ignoring " << name << "=\"" << text << "\": not a number of milliseconds";
-        return fallback;
-    }
-    return static_cast<unsigned>(value);
-}
-
-// TOLMAR_IPMI_PRIVILEGE (admin, operator, user): the one level to ask for; otherwise the highest
-// granted, from administrator down.
-std::vector<unsigned char> privilegeLevels() {
-    const char* text = std::getenv("TOLMAR_IPMI_PRIVILEGE");
-    const std::string level = text != nullptr ? text : "";
-    if (level == "admin") return {kAdministratorLevel};
-    if (level == "operator") return {kOperatorLevel};
-    if (level == "user") return {kUserLevel};
-    if (!level.empty()) {
-        Log(1, kLogSource, __LINE__).Stream()
-            << "ignoring TOLMAR_IPMI_PRIVILEGE=\"" << level << "\": not admin, operator or user";
-    }
-    return {std::begin(kPrivilegeLevels), std::end(kPrivilegeLevels)};
-}
-
-// TOLMAR_IPMI_BMC_KEY: the BMC key K_g in hexadecimal (as ipmitool's -y takes it), for a BMC set
-// up with one. A key that cannot be read fails the connection rather than being ignored: the
-// handshake would fail later for a less clear reason.
-bool bmcKeyFromEnvironment(std::string& key) {
-    key.clear();
-    const char* text = std::getenv("TOLMAR_IPMI_BMC_KEY");
-    std::string hex = text != nullptr ? text : "";
-    if (hex.rfind("0x", 0) == 0 || hex.rfind("0X", 0) == 0) hex.erase(0, 2);
-    const WipedOnExit<std::string> hexWiped(hex);
-    if (hex.size() % 2 != 0 || hex.size() > 40 ||
-        hex.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
-        return false;
-    }
-    const auto nibble = [](char digit) {
-        return digit <= '9' ? digit - '0' : (digit | 0x20) - 'a' + 10;
-    };
-    for (std::size_t i = 0; i < hex.size(); i += 2) {
-        key.push_back(static_cast<char>(nibble(hex[i]) << 4 | nibble(hex[i + 1])));
-    }
-    return true;
 }
 
 // How an attempt to open a LAN session ended, for what to do next.
@@ -260,6 +204,7 @@ struct IpmiClient::Session {
     std::string port;
     unsigned long cipherSuite;
     unsigned long localInterface;
+    IpmiClientSettings settings;                // of the thread that constructed the client
     std::unique_ptr<RmcpPlusSession> rmcpPlus;  // an open LAN session, or null
     ipmi_ctx_t context = nullptr;               // an open in-band interface, or null
     std::string inbandUnanswered = {};  // why a request of `context` went unanswered, once one did
@@ -273,7 +218,8 @@ struct IpmiClient::Session {
     int openFailed(Failure failure, const std::string& why) const;
     // One attempt to open a LAN session at a privilege level; `why` tells what failed.
     // `openedBefore`: a session to this BMC, as this user, opened earlier in the process.
-    Failure openAt(unsigned char privilege, std::string& why, bool openedBefore);
+    Failure openAt(const EffectiveIpmiClientSettings& effective, unsigned char privilege,
+                   std::string& why, bool openedBefore);
     // What opened a session to this BMC, as this user with this cipher suite, before.
     std::string recipeKey() const {
         return target() + "|" + user + "|" + std::to_string(cipherSuite);
@@ -285,26 +231,35 @@ struct IpmiClient::Session {
     bool transfer(unsigned char netFn, unsigned char command, const Bytes& data, Bytes& answer);
     std::string lastFailure() const;
     void close();
-    ~Session() { wipe(password); }
+    ~Session() {
+        wipe(password);
+        if (settings.bmcKey) wipe(*settings.bmcKey);
+    }
 };
 
 IpmiClient::IpmiClient(const std::string& address, const std::string& user,
                        const std::string& password, const std::string& port,
                        unsigned long cipherSuite)
-    : session_(new Session{true, address, user, password, port, cipherSuite, 0, nullptr}) {}
+    : session_(new Session{true, address, user, password, port, cipherSuite, 0,
+                           IpmiClientSettingsScope::current(), nullptr}) {
+    // The thread's settings may choose another suite.
+    if (session_->settings.cipherSuite) session_->cipherSuite = *session_->settings.cipherSuite;
+}
 
 IpmiClient::IpmiClient(unsigned long localInterface)
-    : session_(new Session{false, "", "", "", "", 0, localInterface, nullptr}) {}
+    : session_(new Session{false, "", "", "", "", 0, localInterface,
+                           IpmiClientSettingsScope::current(), nullptr}) {}
 
 int IpmiClient::connect() {
     if (session_->isOpen()) return kConnected;
     const int status = session_->lan ? session_->openLan() : session_->openInband();
     if (status == kConnected && session_->rmcpPlus && !session_->rmcpPlus->signsPackets()) {
-        callRecord.warning = "cipher suite " + std::to_string(session_->cipherSuite) +
-                             " has no integrity check: answers from " + session_->target() +
-                             " can be forged or replayed by anyone on the network path; 17 and 3 "
-                             "have one";
-        Log(1, kLogSource, __LINE__).Stream() << "warning: " << callRecord.warning;
+        ipmiCallRecordToUpdate().warning =
+            "cipher suite " + std::to_string(session_->cipherSuite) +
+            " has no integrity check: answers from " + session_->target() +
+            " can be forged or replayed by anyone on the network path; 17 and 3 "
+            "have one";
+        Log(1, kLogSource, __LINE__).Stream() << "warning: " << ipmiCallRecordToUpdate().warning;
     }
     return status;
 }
@@ -319,12 +274,15 @@ int IpmiClient::Session::openLan() {
     // A level the caller chose; otherwise the search below, highest level first: a level the BMC
     // refuses to this user sends us one lower. A level the caller chose is not checked against
     // the user's limit.
-    const std::vector<unsigned char> levels = privilegeLevels();
+    EffectiveIpmiClientSettings effective = effectiveSettings(settings);
+    const WipedOnExit<std::string> bmcKeyWiped(effective.bmcKey);
+    if (!effective.unusable.empty()) return openFailed(Failure::BadSettings, effective.unusable);
+    const std::vector<unsigned char> levels = privilegeLevels(effective.privilegeLevel);
     const std::string key = recipeKey();
     const std::optional<unsigned char> known = recipes().find(key);
     std::string why;
     if (known && std::count(levels.begin(), levels.end(), *known)) {
-        const Failure failure = openAt(*known, why, true);
+        const Failure failure = openAt(effective, *known, why, true);
         if (failure == Failure::None) return kConnected;
         // Refused credentials stay refused at every level: no search.
         if (classify(failure) == OpenFailure::CredentialsRefused) return openFailed(failure, why);
@@ -334,7 +292,7 @@ int IpmiClient::Session::openLan() {
     Failure failure = Failure::None;
     for (unsigned char privilege : levels) {
         if (privilege > ceiling) continue;
-        failure = openAt(privilege, why, false);
+        failure = openAt(effective, privilege, why, false);
         if (failure == Failure::None) {
             const unsigned char limit =
                 searching && privilege > kUserLevel ? userPrivilegeLimit(privilege) : privilege;
@@ -355,35 +313,26 @@ int IpmiClient::Session::openLan() {
 
 int IpmiClient::Session::openFailed(Failure failure, const std::string& why) const {
     // The password is never part of the message, and the session's texts do not carry it either.
-    callRecord.connectFailure = why + "; " + adviceFor(failure);
+    ipmiCallRecordToUpdate().connectFailure = why + "; " + adviceFor(failure);
     Log(1, kLogSource, __LINE__).Stream()
         << "cannot open an IPMI v2.0 session to " << target() << " as user \"" << user
-        << "\" with cipher suite " << cipherSuite << ": " << callRecord.connectFailure;
+        << "\" with cipher suite " << cipherSuite << ": "
+        << ipmiCallRecordToUpdate().connectFailure;
     const OpenFailure kind = classify(failure);
     return kind == OpenFailure::CredentialsRefused || kind == OpenFailure::PrivilegeRefused
                ? kCredentialsRefused
                : kFailed;
 }
 
-Failure IpmiClient::Session::openAt(unsigned char privilege, std::string& why, bool openedBefore) {
-    const unsigned timeoutMs =
-        millisecondsFromEnvironment("TOLMAR_IPMI_SESSION_TIMEOUT_MS", kDefaultSessionTimeoutMs);
+Failure IpmiClient::Session::openAt(const EffectiveIpmiClientSettings& effective,
+                                    unsigned char privilege, std::string& why, bool openedBefore) {
     // A retransmission interval above the session timeout would never resend.
-    const unsigned retransmissionMs =
-        std::min(millisecondsFromEnvironment("TOLMAR_IPMI_RETRANSMISSION_TIMEOUT_MS",
-                                             kDefaultRetransmissionTimeoutMs),
-                 std::max(1u, timeoutMs / 2));
-    const char* allowZero = std::getenv("TOLMAR_IPMI_ALLOW_CIPHER_SUITE_0");
-    std::string bmcKey;
-    const WipedOnExit<std::string> bmcKeyWiped(bmcKey);
-    if (!bmcKeyFromEnvironment(bmcKey)) {
-        why = "TOLMAR_IPMI_BMC_KEY is not a BMC key: up to 40 hexadecimal digits";
-        return Failure::BadSettings;
-    }
+    const auto retransmission =
+        std::min(effective.retransmissionTimeout,
+                 std::max(std::chrono::milliseconds(1), effective.sessionTimeout / 2));
     auto session = std::make_unique<RmcpPlusSession>(RmcpPlusSession::Settings{
-        address, port, user, password, bmcKey, cipherSuite, privilege,
-        std::chrono::milliseconds(timeoutMs), std::chrono::milliseconds(retransmissionMs),
-        allowZero != nullptr && std::string(allowZero) == "1", openedBefore});
+        address, port, user, password, effective.bmcKey, cipherSuite, privilege,
+        effective.sessionTimeout, retransmission, effective.allowCipherSuiteZero, openedBefore});
     const Failure failure = session->open();
     if (failure == Failure::None) {
         rmcpPlus = std::move(session);
@@ -439,11 +388,11 @@ int IpmiClient::Session::openInband() {
         found == 0 ? "none was found" : std::string(ipmi_ctx_errormsg(context));
     ipmi_ctx_destroy(context);
     context = nullptr;
-    callRecord.connectFailure =
+    ipmiCallRecordToUpdate().connectFailure =
         "no local IPMI interface could be opened (" + reason +
         "); check that this machine has a BMC, that the ipmi_si and ipmi_devintf kernel modules "
         "are loaded so that /dev/ipmi0 exists, and that this process may open it (usually root)";
-    Log(1, kLogSource, __LINE__).Stream() << callRecord.connectFailure;
+    Log(1, kLogSource, __LINE__).Stream() << ipmiCallRecordToUpdate().connectFailure;
     return kFailed;
 }
 
@@ -510,21 +459,17 @@ int IpmiClient::sendCommand(const IpmiCommandRequest& request,
                             std::vector<unsigned char>& responseData,
                             unsigned char& completionCode) {
     if (!session_->isOpen()) {
-        ++callRecord.transportFailures;
+        recordIpmiAnswer(request.netFn, request.command, false, 0x00);
         Log(1, kLogSource, __LINE__).Stream()
             << "cannot send IPMI command 0x" << std::hex << unsigned{request.command} << std::dec
             << " to " << session_->target() << ": not connected";
         return kTransportFailure;
     }
-    constexpr unsigned char storage = 0x0A;
-    constexpr unsigned char getSelEntry = 0x43;
-    const bool selEntry = request.netFn == storage && request.command == getSelEntry;
-    ++requestsSent;
-    if (selEntry) ++selEntriesRead;
+    countIpmiRequest(request.netFn, request.command);
     Bytes answer;
     // Either transport gives at least the completion code with an answer.
     if (!session_->exchange(request.netFn, request.command, request.data, answer)) {
-        ++callRecord.transportFailures;
+        recordIpmiAnswer(request.netFn, request.command, false, 0x00);
         Log(1, kLogSource, __LINE__).Stream()
             << "IPMI command 0x" << std::hex << unsigned{request.command} << " (netFn 0x"
             << unsigned{request.netFn} << std::dec << ") to " << session_->target()
@@ -532,21 +477,9 @@ int IpmiClient::sendCommand(const IpmiCommandRequest& request,
         return kTransportFailure;
     }
     completionCode = answer[0];
-    if (completionCode != 0x00) {
-        callRecord.lastCompletionCode = completionCode;
-        callRecord.lastRefusedNetFn = request.netFn;
-        callRecord.lastRefusedCommand = request.command;
-    } else if (selEntry) {
-        ++callRecord.selEntries;
-    }
+    recordIpmiAnswer(request.netFn, request.command, true, completionCode);
     responseData.assign(answer.begin() + 1, answer.end());
     return 0;
 }
 
 IpmiClient::~IpmiClient() { session_->close(); }
-
-IpmiClientActivity ipmiClientActivity() { return {requestsSent.load(), selEntriesRead.load()}; }
-
-void startIpmiCallRecord() { callRecord = IpmiCallRecord{}; }
-
-IpmiCallRecord ipmiCallRecord() { return callRecord; }

@@ -11,35 +11,49 @@
  */
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "IpmiConnectionSettings.h"
 #include "IpmiEventLog.h"
 
 namespace Tolmar {
 
 class IpmiEventFollowerImp;
 
-/// The new events of one BMC, poll after poll.
+/// What came of one poll.
+struct PollResult {
+    /// A code of IpmiEventLog::ResultCode: EL_CONNECTION_FAIL or EL_AUTHTICATION_FAIL when no
+    /// session opened, which leaves the follower's state as it was.
+    int result = IpmiEventLog::EL_SUCCESS;
+    /// Whether the SEL was read to its end. False when the BMC stopped answering part way: the
+    /// events read are appended, and the next poll goes on from the last of them.
+    bool complete = true;
+    /// Whether the SEL was read from its first record although an earlier poll had read it: the
+    /// SEL was cleared, or the record read to is gone.
+    bool restarted = false;
+    unsigned long entriesRead = 0;  ///< SEL records new to this poll
+    std::string failure;            ///< what failed, in words; empty when nothing did
+    CallReport call;                ///< what the poll's session met
+};
+
+/// The new events of one BMC, poll after poll. Movable, not copyable.
 class IpmiEventFollower {
 public:
-    /// Keeps a copy of @p info; nothing is sent until Poll is called.
-    explicit IpmiEventFollower(const TolmarConnection::ConnectionInfo& info);
+    /// Keeps copies of @p info and @p settings (see IpmiConnectionSettings.h); nothing is sent
+    /// until Poll is called.
+    explicit IpmiEventFollower(const TolmarConnection::ConnectionInfo& info,
+                               const ConnectionSettings& settings = {});
     ~IpmiEventFollower();
+    IpmiEventFollower(IpmiEventFollower&& other) noexcept;
+    IpmiEventFollower& operator=(IpmiEventFollower&& other) noexcept;
     IpmiEventFollower(const IpmiEventFollower&) = delete;
     IpmiEventFollower& operator=(const IpmiEventFollower&) = delete;
 
     /// One poll, in one session: appends to @p events the decoded events of the SEL records added
-    /// since the last poll, in SEL order (at the first poll, every record's). Returns a code of
-    /// IpmiEventLog::ResultCode: EL_CONNECTION_FAIL or EL_AUTHTICATION_FAIL when no session
-    /// opened, which leaves the state as it was.
-    int Poll(std::vector<TolmarAgentless::IPMIEVENT>& events);
-    /// Whether the last poll read the SEL from its first record although an earlier poll had
-    /// read it: the SEL was cleared, or the record read to is gone.
-    bool Restarted() const;
-    /// Whether the last poll read the SEL to its end. False when the BMC stopped answering part
-    /// way: the events read are appended, and the next poll goes on from the last of them.
-    bool Complete() const;
+    /// since the last poll, in SEL order (at the first poll, every record's).
+    PollResult Poll(std::vector<TolmarAgentless::IPMIEVENT>& events);
 
     /// Writes the state to @p path (replacing the file in one piece). False, with the reason in
     /// @p error, when it cannot.
@@ -48,9 +62,13 @@ public:
     /// missing, damaged, of another version or of another BMC: the follower then starts afresh,
     /// and its next poll reads the whole SEL.
     bool LoadState(const std::string& path, std::string& error);
+    /// The state as text, for a program that keeps it in a store of its own.
+    std::string StateText() const;
+    /// Takes a state that StateText gave; false, with the reason in @p error, as LoadState.
+    bool LoadStateText(const std::string& text, std::string& error);
 
 private:
-    IpmiEventFollowerImp* imp_;
+    std::unique_ptr<IpmiEventFollowerImp> imp_;
 };
 
 }  // namespace Tolmar

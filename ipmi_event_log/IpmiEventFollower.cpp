@@ -4,18 +4,19 @@
 
 namespace Tolmar {
 
-IpmiEventFollower::IpmiEventFollower(const TolmarConnection::ConnectionInfo& info)
-    : imp_(new IpmiEventFollowerImp(info)) {}
+IpmiEventFollower::IpmiEventFollower(const TolmarConnection::ConnectionInfo& info,
+                                     const ConnectionSettings& settings)
+    : imp_(std::make_unique<IpmiEventFollowerImp>(info, settings)) {}
 
-IpmiEventFollower::~IpmiEventFollower() { delete imp_; }
+IpmiEventFollower::~IpmiEventFollower() = default;
 
-int IpmiEventFollower::Poll(std::vector<TolmarAgentless::IPMIEVENT>& events) {
+IpmiEventFollower::IpmiEventFollower(IpmiEventFollower&& other) noexcept = default;
+
+IpmiEventFollower& IpmiEventFollower::operator=(IpmiEventFollower&& other) noexcept = default;
+
+PollResult IpmiEventFollower::Poll(std::vector<TolmarAgentless::IPMIEVENT>& events) {
     return imp_->Poll(events);
 }
-
-bool IpmiEventFollower::Restarted() const { return imp_->restarted(); }
-
-bool IpmiEventFollower::Complete() const { return imp_->complete(); }
 
 bool IpmiEventFollower::SaveState(const std::string& path, std::string& error) const {
     return imp_->saveState(path, error);
@@ -23,6 +24,12 @@ bool IpmiEventFollower::SaveState(const std::string& path, std::string& error) c
 
 bool IpmiEventFollower::LoadState(const std::string& path, std::string& error) {
     return imp_->loadState(path, error);
+}
+
+std::string IpmiEventFollower::StateText() const { return imp_->stateText(); }
+
+bool IpmiEventFollower::LoadStateText(const std::string& text, std::string& error) {
+    return imp_->loadStateText(text, error);
 }
 
 }  // namespace Tolmar

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "IPMIAuxiliaryLog.h"
+#include "IpmiEventOperations.h"
 #include "IpmiException.h"
 #include "IpmiSDROperations.h"
 #include "RepositoryInfo.h"
@@ -29,60 +30,86 @@ bool sameRecord(const RawSelEntry& a, const RawSelEntry& b) {
     return std::memcmp(&a, &b, sizeof a) == 0;
 }
 
+// What failed in a poll, in words; empty when nothing did.
+std::string failureText(const PollResult& poll) {
+    const CallReport& call = poll.call;
+    switch (poll.result) {
+        case IpmiEventLog::EL_SUCCESS:
+            if (poll.complete) return "";
+            return "the BMC stopped answering after " + std::to_string(call.selEntriesRead) +
+                   " SEL entries";
+        case IpmiEventLog::EL_CONNECTION_FAIL:
+            return call.connectFailure.empty() ? "no IPMI session could be opened"
+                                               : call.connectFailure;
+        case IpmiEventLog::EL_AUTHTICATION_FAIL:
+            return call.connectFailure.empty() ? "the BMC refused the credentials"
+                                               : call.connectFailure;
+        default:
+            return call.refusal.empty() ? "the client could not be created or lost its session"
+                                        : call.refusal;
+    }
+}
+
 }  // namespace
 
-IpmiEventFollowerImp::IpmiEventFollowerImp(const TolmarConnection::ConnectionInfo& info)
-    : connection_(info) {
+IpmiEventFollowerImp::IpmiEventFollowerImp(const TolmarConnection::ConnectionInfo& info,
+                                           const ConnectionSettings& settings)
+    : target_{info.connectionType == kConnectionTypeLan,
+              info.ip,
+              info.user,
+              info.password,
+              std::to_string(info.port),
+              info.cipherSuite},
+      settings_(settings) {
     state_.bmc = bmcOf(info);
 }
 
-int IpmiEventFollowerImp::Poll(std::vector<TolmarAgentless::IPMIEVENT>& events) {
-    restarted_ = false;
-    complete_ = true;
-    const std::unique_ptr<IpmiClient> client(connection_.createClient());
-    if (!client) return IpmiEventLog::EL_INTERNAL_FAIL;
+PollResult IpmiEventFollowerImp::Poll(std::vector<TolmarAgentless::IPMIEVENT>& events) {
+    PollResult poll;
     // The state moves on only when the session opened; the reads keep what they got before a
     // failure, as the whole log's do.
     FollowerState next = state_;
     EventLogData data;
-    bool connected = false;
-    try {
-        const int status = client->connect();
-        if (status != 0) return IpmiEventLogImp::connectFailureResult(status);
-        connected = true;
-        readChanges(*client, next, data);
-        client->disconnect();
-    } catch (const IpmiException&) {
-        client->disconnect();
-        // As for the whole log: 6 while connecting; once connected, what was read is kept.
-        if (!connected) return IpmiEventLog::EL_INTERNAL_FAIL;
-        complete_ = false;
-    }
+    const auto read = [&](IpmiClient& client) {
+        try {
+            readChanges(client, next, data, poll);
+        } catch (const IpmiException&) {
+            poll.complete = false;
+        }
+        return static_cast<int>(IpmiEventLog::EL_SUCCESS);
+    };
+    ClientSession session(target_, settings_);
+    // As for the whole log: 6 for an IpmiException while connecting.
+    poll.result = session.run(read, {IpmiEventLog::EL_INTERNAL_FAIL, IpmiEventLog::EL_SUCCESS});
+    poll.call = session.report();
+    poll.failure = failureText(poll);
+    if (poll.result != IpmiEventLog::EL_SUCCESS) return poll;
     state_ = std::move(next);
+    poll.entriesRead = data.sel.size();
     try {
         data.appendDecodedEvents(events);
     } catch (const IpmiException&) {
         // As for the whole log: the events rendered so far stay.
     }
-    return IpmiEventLog::EL_SUCCESS;
+    return poll;
 }
 
-void IpmiEventFollowerImp::readChanges(IpmiClient& client, FollowerState& state,
-                                       EventLogData& data) {
+void IpmiEventFollowerImp::readChanges(IpmiClient& client, FollowerState& state, EventLogData& data,
+                                       PollResult& poll) {
     IpmiEventOperations events(client);
     RepositoryInfo info(client);
     RepositoryStamps selNow;
     const bool stamped = info.sel(selNow);
     // Nothing added or erased since the SEL was last read to its end.
     if (stamped && state.sel && *state.sel == selNow) return;
-    data.sel = readNewRecords(events, state);
+    data.sel = readNewRecords(events, state, poll);
     // A read that ended early is taken up again at the next poll, whatever the stamps say.
     state.sel.reset();
-    if (stamped && complete_) state.sel = selNow;
+    if (stamped && poll.complete) state.sel = selNow;
     if (data.sel.empty()) return;
     state.lastRecord = data.sel.back();
     readRenderingRecords(client, state);
-    readAuxiliaryLog(events, state);
+    readAuxiliaryLog(events, state, poll.restarted);
     data.sdr = state.sensors;
     data.pet = state.filters;
     data.relateRecords();
@@ -90,12 +117,13 @@ void IpmiEventFollowerImp::readChanges(IpmiClient& client, FollowerState& state,
         state.auxiliary.data(), static_cast<unsigned>(state.auxiliary.size()));
 }
 
-void IpmiEventFollowerImp::readAuxiliaryLog(IpmiEventOperations& events, FollowerState& state) {
+void IpmiEventFollowerImp::readAuxiliaryLog(IpmiEventOperations& events, FollowerState& state,
+                                            bool restarted) {
     // The log grows at its end: only entries after those read before are read. A shorter log, or
     // a SEL read again from its start, reads it all again.
     unsigned int count = 0;
     events.IPMIGetAuxLogStatus(&count);
-    if (count < state.auxiliary.size() || restarted_) state.auxiliary.clear();
+    if (count < state.auxiliary.size() || restarted) state.auxiliary.clear();
     const auto known = static_cast<unsigned>(state.auxiliary.size());
     state.auxiliary.resize(count);
     if (count > known)
@@ -103,11 +131,12 @@ void IpmiEventFollowerImp::readAuxiliaryLog(IpmiEventOperations& events, Followe
 }
 
 std::vector<RawSelEntry> IpmiEventFollowerImp::readNewRecords(IpmiEventOperations& events,
-                                                              const FollowerState& state) {
+                                                              const FollowerState& state,
+                                                              PollResult& poll) {
     std::vector<RawSelEntry> records;
     if (state.lastRecord) {
         // The chain from the record read last: it comes again first, the new ones after it.
-        complete_ = events.walkSel(recordIdOf(*state.lastRecord), records);
+        poll.complete = events.walkSel(recordIdOf(*state.lastRecord), records);
         if (!records.empty() && sameRecord(records.front(), *state.lastRecord)) {
             records.erase(records.begin());
             return records;
@@ -116,8 +145,8 @@ std::vector<RawSelEntry> IpmiEventFollowerImp::readNewRecords(IpmiEventOperation
     }
     // The first poll; or the record read last is gone (the SEL was cleared, or that record
     // deleted) or was read differently: every record is new.
-    complete_ = events.walkSel(kFirstRecord, records);
-    restarted_ = state.lastRecord.has_value() && !records.empty();
+    poll.complete = events.walkSel(kFirstRecord, records);
+    poll.restarted = state.lastRecord.has_value() && !records.empty();
     return records;
 }
 
@@ -143,15 +172,24 @@ bool IpmiEventFollowerImp::saveState(const std::string& path, std::string& error
 bool IpmiEventFollowerImp::loadState(const std::string& path, std::string& error) {
     FollowerState loaded;
     const bool read = FollowerState::load(path, loaded, error);
-    if (read && loaded.bmc != state_.bmc) {
-        error = path + ": the state of BMC " + loaded.bmc + ", not of " + state_.bmc;
-    }
-    const bool taken = read && loaded.bmc == state_.bmc;
+    const bool taken = take(read, loaded, error);
+    if (read && !taken) error = path + ": " + error;
+    return taken;
+}
+
+bool IpmiEventFollowerImp::loadStateText(const std::string& text, std::string& error) {
+    FollowerState loaded;
+    return take(FollowerState::fromText(text, loaded, error), loaded, error);
+}
+
+bool IpmiEventFollowerImp::take(bool read, FollowerState& loaded, std::string& error) {
+    const bool ours = read && loaded.bmc == state_.bmc;
+    if (read && !ours) error = "the state of BMC " + loaded.bmc + ", not of " + state_.bmc;
     // Anything else starts afresh: the next poll reads the whole SEL.
     FollowerState fresh;
     fresh.bmc = state_.bmc;
-    state_ = taken ? std::move(loaded) : std::move(fresh);
-    return taken;
+    state_ = ours ? std::move(loaded) : std::move(fresh);
+    return ours;
 }
 
 }  // namespace Tolmar

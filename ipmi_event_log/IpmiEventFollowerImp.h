@@ -4,39 +4,44 @@
 #include <string>
 #include <vector>
 
+#include "ClientSession.h"
 #include "EventLogData.h"
 #include "FollowerState.h"
-#include "IpmiEventLog.h"
-#include "IpmiEventLogImp.h"
+#include "IpmiEventFollower.h"
 
 namespace Tolmar {
 
+class IpmiEventOperations;
+
 class IpmiEventFollowerImp {
 public:
-    explicit IpmiEventFollowerImp(const TolmarConnection::ConnectionInfo& info);
+    IpmiEventFollowerImp(const TolmarConnection::ConnectionInfo& info,
+                         const ConnectionSettings& settings);
 
-    int Poll(std::vector<TolmarAgentless::IPMIEVENT>& events);
-    bool restarted() const { return restarted_; }
-    bool complete() const { return complete_; }
+    PollResult Poll(std::vector<TolmarAgentless::IPMIEVENT>& events);
     bool saveState(const std::string& path, std::string& error) const;
     bool loadState(const std::string& path, std::string& error);
+    std::string stateText() const { return state_.text(); }
+    bool loadStateText(const std::string& text, std::string& error);
 
 private:
     // Reads, in the open session, what changed since `state` and what the new records are
-    // rendered with into `data`, and moves `state` on.
-    void readChanges(IpmiClient& client, FollowerState& state, EventLogData& data);
+    // rendered with into `data`, and moves `state` on; notes in `poll` how the read went.
+    static void readChanges(IpmiClient& client, FollowerState& state, EventLogData& data,
+                            PollResult& poll);
     // The records after `state.lastRecord`, or from the first when that one is gone.
-    std::vector<RawSelEntry> readNewRecords(IpmiEventOperations& events,
-                                            const FollowerState& state);
+    static std::vector<RawSelEntry> readNewRecords(IpmiEventOperations& events,
+                                                   const FollowerState& state, PollResult& poll);
     // The sensor records, read again when the repository changed; and the filters.
     static void readRenderingRecords(IpmiClient& client, FollowerState& state);
-    // The auxiliary entries added since the last read.
-    void readAuxiliaryLog(IpmiEventOperations& events, FollowerState& state);
+    // The auxiliary entries added since the last read; all of them after a restart.
+    static void readAuxiliaryLog(IpmiEventOperations& events, FollowerState& state, bool restarted);
+    // Takes `loaded` when `read` and it is this BMC's state; otherwise starts afresh.
+    bool take(bool read, FollowerState& loaded, std::string& error);
 
-    IpmiEventLogImp connection_;  // how to reach the BMC, as IpmiEventLog does
+    ClientTarget target_;
+    ConnectionSettings settings_;
     FollowerState state_;
-    bool restarted_ = false;
-    bool complete_ = true;
 };
 
 }  // namespace Tolmar

@@ -1,14 +1,12 @@
 // The implementation behind IpmiEventLog: keeps the connection parameters and runs each request in
-// a session of its own.
+// a session of its own (ClientSession).
 #pragma once
 
 #include <string>
 #include <vector>
 
-#include "IpmiClient.h"
+#include "ClientSession.h"
 #include "IpmiEventLog.h"
-#include "IpmiEventOperations.h"
-#include "IpmiSDROperations.h"
 
 namespace Tolmar {
 
@@ -30,23 +28,9 @@ public:
     int DeleteAllEventLog();
     int AddSelEntry(const IPMISELENTRY& entry);
 
-    // A new client for the configured interface, or null when it cannot be allocated.
-    IpmiClient* createClient() const;
-    // The result of a connect that failed with `connectStatus`: 4 when the credentials were
-    // refused (status 2), 3 otherwise.
-    static int connectFailureResult(int connectStatus);
-
 private:
-    // Results for an IpmiException raised while the session is being opened and once it is open.
-    struct ExceptionResults {
-        int beforeConnected;
-        int afterConnected;
-    };
-
-    // Creates a client, connects, runs `operation` (which returns the result), disconnects and
-    // deletes the client.
-    template <typename Operation>
-    int runInSession(const Operation& operation, ExceptionResults onException) const;
+    // A session to the configured BMC, with the settings of the calling thread's ConnectionScope.
+    ClientSession session() const;
 
     std::string ip_;
     std::string user_;

@@ -61,7 +61,7 @@ int serve(const Options& options) {
                 std::vector<Tolmar::TolmarAgentless::IPMIEVENT> events;
                 for (const EventRow& row : r.events) events.push_back(row.event);
                 metrics.recordPoll(hosts[i], r.result == Tolmar::IpmiEventLog::EL_SUCCESS,
-                                   !r.incomplete, events, r.record.selEntries, r.seconds);
+                                   !r.incomplete, events, r.call.selEntriesRead, r.seconds);
             }
             metrics.recordFleetPoll();
         });

@@ -33,8 +33,8 @@ int follow(const Options& options, Style style) {
             }
             if (r.incomplete)
                 said += "ipmi-event-log: " + incompleteText(hosts[i], r, options) + "\n";
-            if (!r.record.warning.empty() && warnings.insert(r.record.warning).second)
-                said += "ipmi-event-log: warning: " + r.record.warning + "\n";
+            if (!r.call.warning.empty() && warnings.insert(r.call.warning).second)
+                said += "ipmi-event-log: warning: " + r.call.warning + "\n";
             failing[i] = failed;
             status = std::max(status, exitStatus(r));
         }

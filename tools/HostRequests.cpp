@@ -3,10 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
-#include "IpmiCompletionCode.h"
 #include "TimeStamps.h"
 
 namespace tool {
@@ -42,19 +40,18 @@ Tolmar::TolmarConnection::ConnectionInfo connection(const Options& options,
     return info;
 }
 
-std::string hostName(const std::string& host) { return host.empty() ? "the local BMC" : host; }
-
-namespace {
-
-// "the BMC answered CBh (requested sensor, data or record not present)".
-std::string refusalText(const IpmiCallRecord& record) {
-    char code[4];
-    std::snprintf(code, sizeof code, "%02X", record.lastCompletionCode);
-    return "the BMC answered " + std::string(code) + "h (" +
-           ipmiCompletionCodeName(record.lastCompletionCode) + ")";
+Tolmar::ConnectionSettings settings(const Options& options) {
+    using Privilege = Tolmar::ConnectionSettings::Privilege;
+    Tolmar::ConnectionSettings settings;
+    if (options.privilege == "admin") settings.privilege = Privilege::Administrator;
+    if (options.privilege == "operator") settings.privilege = Privilege::Operator;
+    if (options.privilege == "user") settings.privilege = Privilege::User;
+    if (options.insecureCipherSuiteZero) settings.allowCipherSuiteZero = true;
+    settings.bmcKey = options.bmcKey;
+    return settings;
 }
 
-}  // namespace
+std::string hostName(const std::string& host) { return host.empty() ? "the local BMC" : host; }
 
 std::string failureText(const std::string& host, const HostResult& r) {
     const std::string name = hostName(host);
@@ -65,37 +62,37 @@ std::string failureText(const std::string& host, const HostResult& r) {
             return name + " is busy (the SEL could not be reserved or is being erased): try again";
         case IpmiEventLog::EL_CONNECTION_FAIL:
             // The framework says what failed and what to check, where it could tell.
-            if (!r.record.connectFailure.empty())
-                return "cannot connect to " + name + ": " + r.record.connectFailure;
+            if (!r.call.connectFailure.empty())
+                return "cannot connect to " + name + ": " + r.call.connectFailure;
             return host.empty() ? "no local BMC interface: check the ipmi_si and ipmi_devintf "
                                   "kernel modules and /dev/ipmi0 (run with -v for details)"
                                 : "cannot connect to " + name +
                                       ": check the address, the port and that IPMI over LAN is "
                                       "enabled";
         case IpmiEventLog::EL_AUTHTICATION_FAIL:
-            if (!r.record.connectFailure.empty())
-                return "authentication refused by " + name + ": " + r.record.connectFailure;
+            if (!r.call.connectFailure.empty())
+                return "authentication refused by " + name + ": " + r.call.connectFailure;
             return "authentication refused by " + name + ": check user, password and privilege";
         case IpmiEventLog::EL_NOT_FOUND:
             return name + " has no SEL record with that ID";
         default:
-            if (r.record.lastCompletionCode == 0x00) {
+            if (r.call.refusedCompletionCode == 0x00) {
                 return "the request to " + name +
                        " failed: a lost session or an answer that makes no sense (run with -v for "
                        "the exchange)";
             }
-            if (r.record.lastCompletionCode == 0xD4) {
-                return "the request to " + name + " failed: " + refusalText(r.record) +
+            if (r.call.refusedCompletionCode == 0xD4) {
+                return "the request to " + name + " failed: " + r.call.refusal +
                        ": the session's level does not allow it (changing the SEL needs operator; "
                        "see -L)";
             }
-            return "the request to " + name + " failed: " + refusalText(r.record);
+            return "the request to " + name + " failed: " + r.call.refusal;
     }
 }
 
 std::string incompleteText(const std::string& host, const HostResult& r, const Options& options) {
     std::string text = hostName(host) + ": incomplete: BMC stopped answering after " +
-                       std::to_string(r.record.selEntries) + " SEL entries";
+                       std::to_string(r.call.selEntriesRead) + " SEL entries";
     // Raw entries have nothing else to miss.
     if (options.command != "raw")
         text += "; severities, sensor names and auxiliary details may be missing";
@@ -136,8 +133,10 @@ void addEvents(HostResult& out, const std::string& host, std::vector<IPMIEVENT> 
 void pollFollower(Tolmar::IpmiEventFollower& follower, const std::string& host,
                   const Options& options, HostResult& out) {
     std::vector<IPMIEVENT> events;
-    out.result = follower.Poll(events);
-    out.incomplete = out.result == IpmiEventLog::EL_SUCCESS && !follower.Complete();
+    const Tolmar::PollResult poll = follower.Poll(events);
+    out.result = poll.result;
+    out.incomplete = poll.result == IpmiEventLog::EL_SUCCESS && !poll.complete;
+    out.call = poll.call;
     addEvents(out, host, std::move(events), options);
 }
 
@@ -154,7 +153,7 @@ std::string statePathFor(const Options& options, const std::string& host) {
 
 // list --state: the events added since the run that saved the state.
 void listNewEvents(const Options& options, const std::string& host, HostResult& out) {
-    Tolmar::IpmiEventFollower follower(connection(options, host));
+    Tolmar::IpmiEventFollower follower(connection(options, host), settings(options));
     const std::string path = statePathFor(options, host);
     std::string error;
     // No file yet is the first run; a file that cannot be taken is said, and all is read.
@@ -170,7 +169,8 @@ void listNewEvents(const Options& options, const std::string& host, HostResult& 
 HostResult run(const Options& options, const std::string& host) {
     IpmiEventLog log(connection(options, host));
     HostResult out;
-    startIpmiCallRecord();
+    // This thread's calls of `log` open their sessions so, and report here what they met.
+    const Tolmar::ConnectionScope scope(settings(options));
     const std::string& command = options.command;
     if (command == "list" && !options.statePath.empty()) {
         listNewEvents(options, host, out);
@@ -184,7 +184,7 @@ HostResult run(const Options& options, const std::string& host) {
                                         [id](const IPMIEVENT& e) { return e.recordId != id; }),
                          events.end());
             if (out.result == IpmiEventLog::EL_SUCCESS && events.empty() &&
-                ipmiCallRecord().transportFailures == 0) {
+                scope.LastCall().requestsUnanswered == 0) {
                 out.result = IpmiEventLog::EL_NOT_FOUND;
             }
             if (events.size() > 1) events.erase(events.begin(), events.end() - 1);
@@ -201,6 +201,8 @@ HostResult run(const Options& options, const std::string& host) {
     } else if (command == "delete") {
         for (const std::string& id : options.arguments) {
             const int result = log.DeleteEventLog(parseRecordId(id));
+            // The worst result is said, with what its call met.
+            if (result >= out.result) out.call = scope.LastCall();
             out.result = std::max(out.result, result);
             if (result == IpmiEventLog::EL_SUCCESS)
                 out.note += hostName(host) + ": deleted " + id + "\n";
@@ -221,10 +223,12 @@ HostResult run(const Options& options, const std::string& host) {
                                    : IpmiEventLog::EL_CONNECTION_FAIL;
         out.note = hostName(host) + ": connected\n";
     }
-    out.record = ipmiCallRecord();
+    // A poll's report came with it; the deletes kept the worst.
+    const bool reported = command == "delete" || (command == "list" && !options.statePath.empty());
+    if (!reported) out.call = scope.LastCall();
     const bool read = command == "list" || command == "show" || command == "raw";
     out.incomplete = read && out.result == IpmiEventLog::EL_SUCCESS &&
-                     (out.incomplete || out.record.transportFailures > 0);
+                     (out.incomplete || out.call.requestsUnanswered > 0);
     for (EventRow& row : out.events) row.complete = !out.incomplete;
     for (EntryRow& row : out.entries) row.complete = !out.incomplete;
     return out;

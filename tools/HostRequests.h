@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "IpmiClientActivity.h"
 #include "Options.h"
 #include "Output.h"
 
@@ -19,9 +18,9 @@ constexpr int kIncompleteStatus = 3;
 struct HostResult {
     int result = Tolmar::IpmiEventLog::EL_SUCCESS;
     // A read (list, show, raw) that lost its BMC part way: the library still succeeds, with what
-    // it read before; the framework's record of the call tells.
+    // it read before; the report of the call tells.
     bool incomplete = false;
-    IpmiCallRecord record;
+    Tolmar::CallReport call;  // of the request that failed, else of the last
     std::vector<EventRow> events;
     std::vector<EntryRow> entries;
     std::string note;     // printed on success (status, changes)
@@ -38,6 +37,8 @@ int exitStatus(const HostResult& result);
 std::vector<std::string> hostsOf(const Options& options);
 Tolmar::TolmarConnection::ConnectionInfo connection(const Options& options,
                                                     const std::string& host);
+// How the command line asks sessions to be opened; the rest from the environment's defaults.
+Tolmar::ConnectionSettings settings(const Options& options);
 std::string hostName(const std::string& host);
 // One line naming the host, the cause and what to check.
 std::string failureText(const std::string& host, const HostResult& result);

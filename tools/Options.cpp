@@ -114,15 +114,6 @@ std::string passwordFromFile(const std::string& path) {
     return line;
 }
 
-// What IPMI v2.0 allows over the LAN (RAKP message 1 and the user's key K_uid).
-// -k's text as the hexadecimal the framework takes.
-std::string hexOf(const std::string& key) {
-    static const char digits[] = "0123456789abcdef";
-    std::string hex;
-    for (unsigned char c : key) hex += {digits[c >> 4], digits[c & 0x0F]};
-    return hex;
-}
-
 // -y's key: up to 20 bytes in hexadecimal, with or without 0x. The key itself is never shown.
 std::string bmcKeyFromHex(std::string hex) {
     if (hex.rfind("0x", 0) == 0 || hex.rfind("0X", 0) == 0) hex.erase(0, 2);
@@ -130,9 +121,13 @@ std::string bmcKeyFromHex(std::string hex) {
         hex.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
         throw UsageError("-y takes the BMC key as 2 to 40 hexadecimal digits, an even number");
     }
-    return hex;
+    std::string key;
+    for (std::size_t i = 0; i < hex.size(); i += 2)
+        key.push_back(static_cast<char>(std::stoul(hex.substr(i, 2), nullptr, 16)));
+    return key;
 }
 
+// What IPMI v2.0 allows over the LAN (RAKP message 1, the user's key K_uid and the BMC key K_g).
 void checkCredentialLengths(const Options& options) {
     constexpr std::size_t longestUserName = 16;
     constexpr std::size_t longestPassword = 20;
@@ -144,8 +139,8 @@ void checkCredentialLengths(const Options& options) {
         throw UsageError("the password is " + std::to_string(options.password.size()) +
                          " bytes long; IPMI v2.0 allows at most 20");
     }
-    if (options.bmcKeyHex.size() > 2 * longestPassword) {
-        throw UsageError("the BMC key is " + std::to_string(options.bmcKeyHex.size() / 2) +
+    if (options.bmcKey && options.bmcKey->size() > longestPassword) {
+        throw UsageError("the BMC key is " + std::to_string(options.bmcKey->size()) +
                          " bytes long; IPMI v2.0 allows at most 20");
     }
 }
@@ -251,9 +246,9 @@ Options parseOptions(const std::vector<std::string>& args) {
             options.password = passwordFromFile(value(i));
             passwordGiven = true;
         } else if (arg == "-k") {
-            options.bmcKeyHex = hexOf(value(i));
+            options.bmcKey = value(i);
         } else if (arg == "-y") {
-            options.bmcKeyHex = bmcKeyFromHex(value(i));
+            options.bmcKey = bmcKeyFromHex(value(i));
         } else if (arg == "-C" || arg == "--cipher-suite") {
             options.cipherSuite =
                 static_cast<unsigned short>(parseNumber(value(i), 255, "cipher suite"));

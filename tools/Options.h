@@ -1,6 +1,7 @@
 // Command line of ipmi-event-log: the subcommand, its arguments, the connection and the output.
 #pragma once
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -21,7 +22,9 @@ struct Options {
     unsigned short port = 623;
     std::string user;
     std::string password;
-    std::string bmcKeyHex;  // K_g in hexadecimal, from -k or -y; empty: the BMC has none
+    // The BMC key K_g, from -k (as text) or -y (in hexadecimal); unset: TOLMAR_IPMI_BMC_KEY, else
+    // none
+    std::optional<std::string> bmcKey;
     unsigned short cipherSuite = 3;
     bool insecureCipherSuiteZero = false;  // cipher suite 0 allowed (no authentication at all)
     std::string privilege;  // admin, operator, user; empty: the highest the BMC grants

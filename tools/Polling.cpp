@@ -4,7 +4,6 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <memory>
 #include <thread>
 
 #include "FanOut.h"
@@ -26,14 +25,12 @@ void waitUntil(Clock::time_point due) {
             std::min<Clock::duration>(due - now, std::chrono::milliseconds(50)));
 }
 
-// One poll of a host: its new events as rows, with the framework's record of the calls.
+// One poll of a host: its new events as rows, with what the poll met.
 HostResult pollHost(Tolmar::IpmiEventFollower& follower, const Options& filters,
                     const std::string& host) {
     const auto started = Clock::now();
     HostResult out;
-    startIpmiCallRecord();
     pollFollower(follower, host, filters, out);
-    out.record = ipmiCallRecord();
     for (EventRow& row : out.events) row.complete = !out.incomplete;
     out.seconds = std::chrono::duration<double>(Clock::now() - started).count();
     return out;
@@ -46,15 +43,16 @@ void pollHosts(const Options& options,
     std::signal(SIGINT, requestStop);
     std::signal(SIGTERM, requestStop);
     const std::vector<std::string> hosts = hostsOf(options);
-    std::vector<std::unique_ptr<Tolmar::IpmiEventFollower>> followers;
+    std::vector<Tolmar::IpmiEventFollower> followers;
+    followers.reserve(hosts.size());
     for (const std::string& host : hosts)
-        followers.push_back(std::make_unique<Tolmar::IpmiEventFollower>(connection(options, host)));
+        followers.emplace_back(connection(options, host), settings(options));
     Options filters = options;
     for (unsigned long poll = 1; !stopping; ++poll) {
         const auto due = Clock::now() + std::chrono::seconds(options.interval);
         std::vector<HostResult> results(hosts.size());
         fanOut(hosts.size(), options.fanout,
-               [&](std::size_t i) { results[i] = pollHost(*followers[i], filters, hosts[i]); });
+               [&](std::size_t i) { results[i] = pollHost(followers[i], filters, hosts[i]); });
         report(results);
         filters.last = 0;  // --last picks among the events there were at the start
         if (options.polls != 0 && poll >= options.polls) break;

@@ -1,6 +1,7 @@
 // ipmi-event-log: reads, filters and exports BMC event logs, and changes the SEL, through
 // Tolmar::IpmiEventLog and Tolmar::IpmiEventFollower. Argument parsing, library calls, formatting;
 // no IPMI of its own.
+#include <IpmiConnectionSettings.h>
 #include <IpmiEventLog.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -20,8 +21,6 @@
 #include "FanOut.h"
 #include "Follow.h"
 #include "HostRequests.h"
-#include "IpmiClientActivity.h"
-#include "Log.h"
 #include "Options.h"
 #include "Output.h"
 #include "TimeStamps.h"
@@ -86,10 +85,10 @@ private:
         std::unique_lock<std::mutex> lock(mutex_);
         while (
             !wake_.wait_for(lock, std::chrono::milliseconds(250), [this] { return finished_; })) {
-            const IpmiClientActivity activity = ipmiClientActivity();
-            std::cerr << "\rreading: " << activity.requests << " requests, " << activity.selEntries
-                      << " SEL entries, " << done_ << " of " << hosts_ << " hosts done"
-                      << std::flush;
+            const Tolmar::ClientActivity activity = Tolmar::GetClientActivity();
+            std::cerr << "\rreading: " << activity.requestsSent << " requests, "
+                      << activity.selEntriesRead << " SEL entries, " << done_ << " of " << hosts_
+                      << " hosts done" << std::flush;
         }
     }
 
@@ -151,18 +150,14 @@ int main(int argc, char** argv) {
         std::cerr << "ipmi-event-log: " << e.what() << "\n(ipmi-event-log --help for the usage)\n";
         return kUsageStatus;
     }
-    // -v traces the whole exchange. Otherwise the framework's own lines stay quiet, as each
+    // -v traces the whole exchange. Otherwise the library's own lines stay quiet, as each
     // failure gets one line of the tool's, unless TOLMAR_LOG_LEVEL asks for them.
     const char* logLevel = std::getenv("TOLMAR_LOG_LEVEL");
     if (options.verbose) {
-        Log::SetMinLogLevel(4);
+        Tolmar::SetLogLevel(4);
     } else if (logLevel == nullptr || *logLevel == '\0') {
-        Log::SetMinLogLevel(0);
+        Tolmar::SetLogLevel(0);
     }
-    // How sessions are opened is the framework client's setting.
-    if (!options.privilege.empty()) setenv("TOLMAR_IPMI_PRIVILEGE", options.privilege.c_str(), 1);
-    if (options.insecureCipherSuiteZero) setenv("TOLMAR_IPMI_ALLOW_CIPHER_SUITE_0", "1", 1);
-    if (!options.bmcKeyHex.empty()) setenv("TOLMAR_IPMI_BMC_KEY", options.bmcKeyHex.c_str(), 1);
 
     if (options.command == "follow") return tool::follow(options, outputStyle(options));
     if (options.command == "serve") return tool::serve(options);
@@ -188,7 +183,7 @@ int main(int argc, char** argv) {
                 problems += "ipmi-event-log: " + tool::incompleteText(hosts[i], r, options) + "\n";
         }
         status = std::max(status, tool::exitStatus(r));
-        if (!r.record.warning.empty()) warnings.insert(r.record.warning);
+        if (!r.call.warning.empty()) warnings.insert(r.call.warning);
         if (!r.warning.empty()) warnings.insert(r.warning);
     }
     // Headers and brackets only for something read: a failed read prints nothing on stdout.

@@ -26,3 +26,10 @@ struct IpmiCallRecord {
 
 void startIpmiCallRecord();
 IpmiCallRecord ipmiCallRecord();
+
+// For IpmiClient implementations: the calling thread's record, to write to; a request about to be
+// sent, counted; and how it went, recorded (`answered` false: no answer, or no session to go in).
+IpmiCallRecord& ipmiCallRecordToUpdate();
+void countIpmiRequest(unsigned char netFn, unsigned char command);
+void recordIpmiAnswer(unsigned char netFn, unsigned char command, bool answered,
+                      unsigned char completionCode);

@@ -12,29 +12,9 @@
 #include "IpmiClient.h"
 #include "IpmiEventLog.h"
 #include "SampleServer.h"
+#include "ScopedEnvironment.h"
 
 namespace bmcsim {
-
-// Sets an environment variable for the lifetime of the object.
-class ScopedEnvironment {
-public:
-    ScopedEnvironment(const char* name, const char* value) : name_(name) {
-        if (const char* old = std::getenv(name)) old_ = old, hadOld_ = true;
-        setenv(name, value, 1);
-    }
-    ~ScopedEnvironment() {
-        if (hadOld_) {
-            setenv(name_, old_.c_str(), 1);
-        } else {
-            unsetenv(name_);
-        }
-    }
-
-private:
-    const char* name_;
-    std::string old_;
-    bool hadOld_ = false;
-};
 
 // Active sessions on the BMC at `port`, as Get Session Info (App 3Dh) counts them from a session of
 // its own (which it counts too); -1 when it cannot tell.

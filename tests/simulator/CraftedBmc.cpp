@@ -258,11 +258,11 @@ void CraftedBmc::inSession(const Bytes& datagram) {
     Bytes request;
     if (session == nullptr || !session->active ||
         (behaviour_.ignoreSessionRequestsUntilRakp4 && !session->rakp4Sent) ||
-        !session->codec->open(datagram.data(), datagram.size(), request) || request.size() < 7 ||
-        request[1] >> 2 != kApp) {
+        !session->codec->open(datagram.data(), datagram.size(), request) || request.size() < 7) {
         return;
     }
-    const unsigned char command = request[5];
+    // Commands of other network functions than App are refused, whatever their number.
+    const unsigned char command = request[1] >> 2 == kApp ? request[5] : 0x00;
     Bytes answer;
     if (command == kSetSessionPrivilegeLevel && request.size() >= 8) {
         grantedPrivilege_ = request[6];

@@ -3,6 +3,7 @@
 #include "IpmiClient.h"
 
 #include "ClientBench.h"
+#include "IpmiClientActivity.h"
 
 struct IpmiClient::Session {
     int number;
@@ -25,8 +26,12 @@ void IpmiClient::disconnect() { sim::ClientBench::instance().disconnect(session_
 int IpmiClient::sendCommand(const IpmiCommandRequest& request,
                             std::vector<unsigned char>& responseData,
                             unsigned char& completionCode) {
-    return sim::ClientBench::instance().send(session_->number, request, responseData,
-                                             completionCode);
+    // Counted and recorded as the framework's client does, for what the library reports.
+    countIpmiRequest(request.netFn, request.command);
+    const int status =
+        sim::ClientBench::instance().send(session_->number, request, responseData, completionCode);
+    recordIpmiAnswer(request.netFn, request.command, status == 0, completionCode);
+    return status;
 }
 
 IpmiClient::~IpmiClient() { sim::ClientBench::instance().deleted(session_->number); }

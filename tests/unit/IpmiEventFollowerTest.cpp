@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <type_traits>
 
 #include "BmcTest.h"
 #include "EventAssertions.h"
@@ -19,6 +20,7 @@ using sim::selRecord;
 using Tolmar::IpmiEventFollower;
 using Tolmar::IpmiEventLog;
 using Tolmar::kAuxLogEnterpriseNumber;
+using Tolmar::PollResult;
 using Tolmar::TolmarAgentless::IPMIEVENT;
 
 constexpr unsigned char kIana0 = kAuxLogEnterpriseNumber & 0xFF;
@@ -41,7 +43,8 @@ protected:
     std::vector<RecordedRequest> poll(IpmiEventFollower& follower, std::vector<IPMIEVENT>& events,
                                       int expected = IpmiEventLog::EL_SUCCESS) {
         const std::size_t before = bench.requests().size();
-        EXPECT_EQ(follower.Poll(events), expected);
+        last = follower.Poll(events);
+        EXPECT_EQ(last.result, expected);
         return {bench.requests().begin() + static_cast<long>(before), bench.requests().end()};
     }
 
@@ -70,14 +73,15 @@ protected:
     }
 
     IpmiEventFollower follower{sim::lanConnection()};
+    PollResult last;  // of the last poll
 };
 
 TEST_F(IpmiEventFollowerTest, TheFirstPollRendersEveryRecordAsTheWholeLogDoes) {
     std::vector<IPMIEVENT> events;
     poll(follower, events);
     sim::expectSameEvents(events, sim::smallBmcEvents());
-    EXPECT_FALSE(follower.Restarted());
-    EXPECT_TRUE(follower.Complete());
+    EXPECT_FALSE(last.restarted);
+    EXPECT_TRUE(last.complete);
 }
 
 TEST_F(IpmiEventFollowerTest, APollThatFindsNothingNewAsksOnlyForTheSelInfoInOneSession) {
@@ -159,7 +163,7 @@ TEST_F(IpmiEventFollowerTest, AClearedSelIsReadFromItsFirstRecord) {
     const auto requests = poll(follower, events);
     EXPECT_EQ(std::vector<RecordedRequest>(requests.begin(), requests.begin() + 3),
               (std::vector<RecordedRequest>{getSelInfo(), getSel(0x0003), getSel(0x0000)}));
-    EXPECT_TRUE(follower.Restarted());
+    EXPECT_TRUE(last.restarted);
     sim::expectSameEvents(events, wholeLog());
 }
 
@@ -177,10 +181,15 @@ TEST_F(IpmiEventFollowerTest, AReadCutShortIsTakenUpAtTheNextPoll) {
     // Get SEL Info, then the SEL's first two records; the third read fails.
     bench.injectFault(4, sim::Fault::transportFailure());
     poll(follower, events);
-    EXPECT_FALSE(follower.Complete());
+    EXPECT_FALSE(last.complete);
+    EXPECT_EQ(last.entriesRead, 2u);
+    EXPECT_EQ(last.call.requestsUnanswered, 1u);
+    EXPECT_EQ(last.failure, "the BMC stopped answering after 2 SEL entries");
     EXPECT_EQ(events.size(), 2u);
     const auto requests = poll(follower, events);
-    EXPECT_TRUE(follower.Complete());
+    EXPECT_TRUE(last.complete);
+    EXPECT_EQ(last.entriesRead, 1u);
+    EXPECT_EQ(last.failure, "");
     EXPECT_EQ(std::vector<RecordedRequest>(requests.begin(), requests.begin() + 3),
               (std::vector<RecordedRequest>{getSelInfo(), getSel(0x0002), getSel(0x0003)}));
     sim::expectSameEvents(events, sim::smallBmcEvents());
@@ -192,13 +201,45 @@ TEST_F(IpmiEventFollowerTest, ARefusedConnectionLeavesTheStateAsItWas) {
     bench.setConnectStatus(2);
     events.clear();
     EXPECT_TRUE(poll(follower, events, IpmiEventLog::EL_AUTHTICATION_FAIL).empty());
+    EXPECT_EQ(last.failure, "the BMC refused the credentials");
     bench.setConnectStatus(1);
     poll(follower, events, IpmiEventLog::EL_CONNECTION_FAIL);
+    EXPECT_EQ(last.failure, "no IPMI session could be opened");
     bench.setConnectStatus(0);
     bench.throwOnConnect(IpmiException(1, IPMI_EXCEPTION_UNKNOWN));
     EXPECT_TRUE(poll(follower, events, IpmiEventLog::EL_INTERNAL_FAIL).empty());
     bench.reset(bmc);
     EXPECT_EQ(poll(follower, events), std::vector<RecordedRequest>{getSelInfo()});
+}
+
+TEST_F(IpmiEventFollowerTest, APollThatARefusalEndsSaysTheBmcsAnswerByName) {
+    std::vector<IPMIEVENT> events;
+    // Get SEL Info, then the SEL's first record, refused.
+    bench.injectFault(2, sim::Fault::completion(0xD4));
+    poll(follower, events);
+    EXPECT_FALSE(last.complete);
+    EXPECT_EQ(last.call.refusedCompletionCode, 0xD4);
+    EXPECT_EQ(last.call.refusal, "the BMC answered D4h (insufficient privilege level)");
+}
+
+static_assert(std::is_nothrow_move_constructible_v<IpmiEventFollower> &&
+                  std::is_nothrow_move_assignable_v<IpmiEventFollower>,
+              "a follower moves, as a std::vector of them needs");
+
+TEST_F(IpmiEventFollowerTest, FollowersKeptInAVectorGoOnEachFromItsOwnState) {
+    std::vector<IPMIEVENT> events;
+    poll(follower, events);
+    std::vector<IpmiEventFollower> followers;
+    followers.emplace_back(sim::lanConnection());
+    followers.push_back(std::move(follower));  // the vector grows: the first moves too
+    events.clear();
+    EXPECT_EQ(poll(followers[1], events), std::vector<RecordedRequest>{getSelInfo()});
+    EXPECT_TRUE(events.empty());
+    poll(followers[0], events);
+    sim::expectSameEvents(events, sim::smallBmcEvents());
+    IpmiEventFollower assigned = std::move(followers[0]);
+    events.clear();
+    EXPECT_EQ(poll(assigned, events), std::vector<RecordedRequest>{getSelInfo()});
 }
 
 class FollowerStateTest : public IpmiEventFollowerTest {
@@ -227,6 +268,37 @@ TEST_F(FollowerStateTest, AStateSavedAndLoadedCarriesOnWhereItWas) {
                             [](const RecordedRequest& r) { return r.command == 0x93; }),
               0);
     sim::expectSameEvents(events, {wholeLog()[3]});
+}
+
+TEST_F(FollowerStateTest, AStateKeptAsTextIsTheFilesTextAndCarriesOnWhereItWas) {
+    std::vector<IPMIEVENT> events;
+    poll(follower, events);
+    std::string error;
+    ASSERT_TRUE(follower.SaveState(path(), error)) << error;
+    const std::string text = follower.StateText();
+    EXPECT_EQ(text, read());
+    IpmiEventFollower restored(sim::lanConnection());
+    ASSERT_TRUE(restored.LoadStateText(text, error)) << error;
+    events.clear();
+    EXPECT_EQ(poll(restored, events), std::vector<RecordedRequest>{getSelInfo()});
+    EXPECT_TRUE(events.empty());
+}
+
+TEST_F(FollowerStateTest, AStateTextThatCannotBeTakenIsRefusedWithItsReason) {
+    std::vector<IPMIEVENT> events;
+    poll(follower, events);
+    const std::string text = follower.StateText();
+    Tolmar::TolmarConnection::ConnectionInfo other = sim::lanConnection();
+    other.ip = "bmc2.example.test";
+    IpmiEventFollower elsewhere(other);
+    std::string error;
+    EXPECT_FALSE(elsewhere.LoadStateText(text, error));
+    EXPECT_EQ(error, "the state of BMC bmc1.example.test:623, not of bmc2.example.test:623");
+    EXPECT_FALSE(elsewhere.LoadStateText("", error));
+    EXPECT_EQ(error,
+              "not a follower state of this version (its first line is not \"ipmi-event-log "
+              "follower state 2\")");
+    EXPECT_EQ(poll(elsewhere, events)[1], getSel(0x0000));
 }
 
 TEST_F(FollowerStateTest, AFileThatCannotBeTakenIsRefusedWithItsReasonAndTheNextPollReadsAll) {

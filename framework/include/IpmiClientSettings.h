@@ -1,0 +1,58 @@
+// How an IpmiClient opens and keeps its LAN session, beyond what its constructor takes. One process
+// talks to many BMCs, each with its own credentials and settings, so settings are bound to the
+// clients that one thread constructs while an IpmiClientSettingsScope lives there, and never travel
+// through the process's environment. What the settings leave unset comes from the process's
+// defaults: the TOLMAR_IPMI_* environment variables, else the built-in values.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+struct IpmiClientSettings {
+    std::optional<unsigned long> cipherSuite;  // in place of the one the constructor takes
+    // 2 user, 3 operator, 4 administrator (IPMI v2.0 table 22-28); unset: the highest level the
+    // BMC grants the user (TOLMAR_IPMI_PRIVILEGE: admin, operator or user)
+    std::optional<unsigned char> privilegeLevel;
+    // The BMC key K_g, its bytes; empty: none (TOLMAR_IPMI_BMC_KEY, in hexadecimal)
+    std::optional<std::string> bmcKey;
+    // Cipher suite 0 authenticates nothing (TOLMAR_IPMI_ALLOW_CIPHER_SUITE_0=1)
+    std::optional<bool> allowCipherSuiteZero;
+    // To open a session, and for each answer (TOLMAR_IPMI_SESSION_TIMEOUT_MS, 10 s)
+    std::optional<std::chrono::milliseconds> sessionTimeout;
+    // Between sends of an unanswered packet (TOLMAR_IPMI_RETRANSMISSION_TIMEOUT_MS, 1 s)
+    std::optional<std::chrono::milliseconds> retransmissionTimeout;
+};
+
+// The settings of the IpmiClients constructed on the calling thread while it lives; each client
+// keeps those it was constructed with. Scopes nest: the innermost counts.
+class IpmiClientSettingsScope {
+public:
+    explicit IpmiClientSettingsScope(IpmiClientSettings settings);
+    ~IpmiClientSettingsScope();  // wipes the BMC key
+    IpmiClientSettingsScope(const IpmiClientSettingsScope&) = delete;
+    IpmiClientSettingsScope& operator=(const IpmiClientSettingsScope&) = delete;
+
+    // The innermost scope's settings on the calling thread; none set outside every scope.
+    static IpmiClientSettings current();
+
+private:
+    IpmiClientSettings settings_;
+    const IpmiClientSettingsScope* outer_;
+};
+
+// Settings with nothing left unset, as a client opens its session with them.
+struct EffectiveIpmiClientSettings {
+    unsigned char privilegeLevel = 0;  // 0: the highest granted
+    std::string bmcKey;
+    bool allowCipherSuiteZero = false;
+    std::chrono::milliseconds sessionTimeout{0};
+    std::chrono::milliseconds retransmissionTimeout{0};
+    std::string unusable;  // why these settings cannot open a session, or empty
+};
+
+// `settings`, with what they leave unset taken from the environment or the built-in defaults (the
+// cipher suite is the client's own business). The one place the TOLMAR_IPMI_* variables are read; a
+// value that cannot be read is logged and its default used, but for a BMC key, which makes the
+// settings unusable: the handshake would fail later for a less clear reason.
+EffectiveIpmiClientSettings effectiveSettings(const IpmiClientSettings& settings);
