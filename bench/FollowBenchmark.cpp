@@ -99,10 +99,10 @@ void pollCosts(const std::string& tool, std::size_t records) {
 }
 
 // Polls every follower, 16 at a time, as the tool's --fanout 16 does.
-void pollFleet(std::vector<std::unique_ptr<IpmiEventFollower>>& followers) {
+void pollFleet(std::vector<IpmiEventFollower>& followers) {
     tool::fanOut(followers.size(), 16, [&](std::size_t i) {
         std::vector<IPMIEVENT> events;
-        followers[i]->Poll(events);
+        followers[i].Poll(events);
     });
 }
 
@@ -187,10 +187,9 @@ void fleet(const std::string& tool, std::size_t size) {
         bmcs.push_back(bmcsim::sampleServerBmc(bmcsim::sampleEventLog()));
         hosts += (i ? "," : "") + std::string("127.0.0.1:") + std::to_string(bmcs.back()->port());
     }
-    std::vector<std::unique_ptr<IpmiEventFollower>> followers;
+    std::vector<IpmiEventFollower> followers;
     for (const auto& bmc : bmcs)
-        followers.push_back(
-            std::make_unique<IpmiEventFollower>(bmcsim::administratorConnection(bmc->port())));
+        followers.emplace_back(bmcsim::administratorConnection(bmc->port()));
     const auto row = [&](const char* what, const Usage& u) {
         std::printf("| %zu | %s | %.3f | %.3f |\n", size, what, u.cpuSeconds, u.wallSeconds);
     };
