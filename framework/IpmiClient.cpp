@@ -254,12 +254,11 @@ int IpmiClient::connect() {
     if (session_->isOpen()) return kConnected;
     const int status = session_->lan ? session_->openLan() : session_->openInband();
     if (status == kConnected && session_->rmcpPlus && !session_->rmcpPlus->signsPackets()) {
-        ipmiCallRecordToUpdate().warning =
-            "cipher suite " + std::to_string(session_->cipherSuite) +
-            " has no integrity check: answers from " + session_->target() +
-            " can be forged or replayed by anyone on the network path; 17 and 3 "
-            "have one";
-        Log(1, kLogSource, __LINE__).Stream() << "warning: " << ipmiCallRecordToUpdate().warning;
+        std::string& warning = ipmiCallRecordToUpdate().warning;
+        warning = "cipher suite " + std::to_string(session_->cipherSuite) +
+                  " has no integrity check: answers from " + session_->target() +
+                  " can be forged or replayed by anyone on the network path; 17 and 3 have one";
+        Log(1, kLogSource, __LINE__).Stream() << "warning: " << warning;
     }
     return status;
 }
@@ -313,11 +312,11 @@ int IpmiClient::Session::openLan() {
 
 int IpmiClient::Session::openFailed(Failure failure, const std::string& why) const {
     // The password is never part of the message, and the session's texts do not carry it either.
-    ipmiCallRecordToUpdate().connectFailure = why + "; " + adviceFor(failure);
+    std::string& connectFailure = ipmiCallRecordToUpdate().connectFailure;
+    connectFailure = why + "; " + adviceFor(failure);
     Log(1, kLogSource, __LINE__).Stream()
         << "cannot open an IPMI v2.0 session to " << target() << " as user \"" << user
-        << "\" with cipher suite " << cipherSuite << ": "
-        << ipmiCallRecordToUpdate().connectFailure;
+        << "\" with cipher suite " << cipherSuite << ": " << connectFailure;
     const OpenFailure kind = classify(failure);
     return kind == OpenFailure::CredentialsRefused || kind == OpenFailure::PrivilegeRefused
                ? kCredentialsRefused
@@ -388,11 +387,12 @@ int IpmiClient::Session::openInband() {
         found == 0 ? "none was found" : std::string(ipmi_ctx_errormsg(context));
     ipmi_ctx_destroy(context);
     context = nullptr;
-    ipmiCallRecordToUpdate().connectFailure =
+    std::string& connectFailure = ipmiCallRecordToUpdate().connectFailure;
+    connectFailure =
         "no local IPMI interface could be opened (" + reason +
         "); check that this machine has a BMC, that the ipmi_si and ipmi_devintf kernel modules "
         "are loaded so that /dev/ipmi0 exists, and that this process may open it (usually root)";
-    Log(1, kLogSource, __LINE__).Stream() << ipmiCallRecordToUpdate().connectFailure;
+    Log(1, kLogSource, __LINE__).Stream() << connectFailure;
     return kFailed;
 }
 
