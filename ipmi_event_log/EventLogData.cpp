@@ -1,9 +1,9 @@
 #include "EventLogData.h"
 
-#include <cstdio>
 #include <cstring>
 #include <string>
 
+#include "HexText.h"
 #include "IPMIAuxiliaryLog.h"
 #include "IpmiEventBuilder.h"
 #include "Log.h"
@@ -23,11 +23,7 @@ constexpr int kBuildLogLine = 200;
 bool logsTraces() { return Log::GetMinLogLevel() > 3; }
 
 // Two lower-case hexadecimal digits.
-std::string hex(unsigned char byte) {
-    char text[3];
-    std::snprintf(text, sizeof text, "%02x", byte);
-    return text;
-}
+std::string hex(unsigned char byte) { return hexText(&byte, 1, HexCase::Lower); }
 
 void logSelRecords(const std::vector<RawSelEntry>& sel) {
     for (std::size_t i = 0; i < sel.size(); ++i) {

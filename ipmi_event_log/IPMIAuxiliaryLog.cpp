@@ -4,7 +4,7 @@
 #include <string>
 
 #include "ByteReader.h"
-#include "StringCch.h"
+#include "HexText.h"
 
 namespace Tolmar {
 
@@ -23,18 +23,6 @@ constexpr int kGuid = 22;
 constexpr int kExtendedData = 38;
 constexpr unsigned kRecordHeaderSize = 28;  // record bytes before the extended data
 constexpr unsigned kLargestRecord = 590;
-
-// Each byte as two upper-case hexadecimal digits and a blank: "0A 1B FF ".
-std::string hexText(const unsigned char* bytes, unsigned count) {
-    std::string text;
-    text.reserve(count * 3);
-    for (unsigned i = 0; i < count; ++i) {
-        char pair[5] = {};
-        StringCchPrintf(pair, sizeof pair, "%02X ", bytes[i]);
-        text += pair;
-    }
-    return text;
-}
 
 }  // namespace
 
@@ -72,9 +60,10 @@ std::vector<IPMIExtendedSELDataEntry> IPMIAuxiliaryLog::ParseExtendedSELData(
         entry.SetClass(raw[kClass]);
         entry.SetFRUInstance(raw + kFruInstance);
         entry.SetGUID(raw + kGuid);
-        entry.SetExtendedData(size > kRecordHeaderSize
-                                  ? hexText(raw + kExtendedData, size - kRecordHeaderSize)
-                                  : std::string());
+        entry.SetExtendedData(
+            size > kRecordHeaderSize
+                ? hexText(raw + kExtendedData, size - kRecordHeaderSize, HexCase::Upper, " ")
+                : std::string());
         parsed.push_back(entry);
     }
     return parsed;
