@@ -9,6 +9,8 @@
 #include <iostream>
 #include <map>
 
+#include "HexBytes.h"
+
 namespace tool {
 
 const char* const kUsage =
@@ -117,20 +119,18 @@ std::string passwordFromFile(const std::string& path) {
 // What IPMI v2.0 allows over the LAN (RAKP message 1 and the user's key K_uid).
 // -k's text as the hexadecimal the framework takes.
 std::string hexOf(const std::string& key) {
-    static const char digits[] = "0123456789abcdef";
-    std::string hex;
-    for (unsigned char c : key) hex += {digits[c >> 4], digits[c & 0x0F]};
-    return hex;
+    return hexText(reinterpret_cast<const unsigned char*>(key.data()), key.size());
 }
 
-// -y's key: up to 20 bytes in hexadecimal, with or without 0x. The key itself is never shown.
+// -y's key: up to 20 bytes in hexadecimal, with or without 0x, passed on as -k's would be. The
+// key itself is never shown.
 std::string bmcKeyFromHex(std::string hex) {
     if (hex.rfind("0x", 0) == 0 || hex.rfind("0X", 0) == 0) hex.erase(0, 2);
-    if (hex.empty() || hex.size() % 2 != 0 || hex.size() > 40 ||
-        hex.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+    std::vector<unsigned char> key;
+    if (!bytesFromHex(hex, key) || key.empty() || key.size() > 20) {
         throw UsageError("-y takes the BMC key as 2 to 40 hexadecimal digits, an even number");
     }
-    return hex;
+    return hexText(key.data(), key.size());
 }
 
 void checkCredentialLengths(const Options& options) {
@@ -216,11 +216,9 @@ std::vector<unsigned char> parseHexBytes(const std::string& text) {
             throw UsageError("\"" + text + "\" is not hexadecimal bytes");
         }
     }
-    if (digits.size() != 32) throw UsageError("a SEL entry is 16 bytes (32 hexadecimal digits)");
     std::vector<unsigned char> bytes;
-    for (std::size_t i = 0; i < digits.size(); i += 2) {
-        bytes.push_back(static_cast<unsigned char>(std::stoul(digits.substr(i, 2), nullptr, 16)));
-    }
+    if (digits.size() != 32 || !bytesFromHex(digits, bytes))
+        throw UsageError("a SEL entry is 16 bytes (32 hexadecimal digits)");
     return bytes;
 }
 
