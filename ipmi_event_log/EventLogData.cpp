@@ -29,8 +29,8 @@ void logSelRecords(const std::vector<RawSelEntry>& sel) {
     for (std::size_t i = 0; i < sel.size(); ++i) {
         const RawSelEntry& r = sel[i];
         Log(4, kLogSource, kSelRecordLogLine).Stream()
-            << "RawSelEntry[" << (r.recordId[0] + r.recordId[1] * 256) << "]: index=" << i
-            << ", recordType=" << hex(r.recordType) << ", generatorId[0]=" << hex(r.generatorId[0])
+            << "RawSelEntry[" << r.id() << "]: index=" << i << ", recordType=" << hex(r.recordType)
+            << ", generatorId[0]=" << hex(r.generatorId[0])
             << ", generatorId[1]=" << hex(r.generatorId[1]) << ", evMRev=" << hex(r.evMRev)
             << ", sensorType=" << hex(r.sensorType) << ", sensorNum=" << hex(r.sensorNum)
             << ", eventDirType=" << hex(r.eventDirType) << ", eventData1=" << hex(r.eventData1)

@@ -244,7 +244,7 @@ IpmiEventBuilder::IPMIEVENT IpmiEventBuilder::buildEvent(const RawSelEntry& sel,
                                                          std::vector<IPMIExtendedSELDataEntry>& aux,
                                                          const char* variant, int logLine) {
     IPMIEVENT event;
-    event.recordId = (sel.recordId[1] << 8) + sel.recordId[0];
+    event.recordId = sel.id();
     event.timeStamp = buildTimeStamp(sel);
     event.message = std::move(message);
     event.severity = buildSeverity(pet);
@@ -393,7 +393,7 @@ int IpmiEventBuilder::GetString(int key, char* out, unsigned int outLen) {
 std::string IpmiEventBuilder::buildAuxiliaryLog(const RawSelEntry& sel,
                                                 std::vector<IPMIExtendedSELDataEntry>& entries) {
     // The record ID takes a detour through its decimal text, kept as it is.
-    const unsigned id = (sel.recordId[1] << 8) + sel.recordId[0];
+    const unsigned id = sel.id();
     char number[128] = {};
     StringCchPrintf(number, sizeof number, "%d", id);
     char copy[512] = {};
