@@ -14,6 +14,7 @@
 #include <optional>
 #include <string>
 
+#include "Hex.h"
 #include "IpmiClientActivity.h"
 #include "IpmiClientSettings.h"
 #include "IpmiCompletionCode.h"
@@ -141,18 +142,6 @@ const char* adviceFor(Failure failure) {
         default:
             return "check the BMC's IPMI over LAN settings; it may have no session free";
     }
-}
-
-// "0A 43 ..." for a trace line.
-std::string hexText(const unsigned char* bytes, std::size_t size) {
-    static const char digits[] = "0123456789ABCDEF";
-    std::string text;
-    for (std::size_t i = 0; i < size; ++i) {
-        if (i != 0) text += ' ';
-        text += digits[bytes[i] >> 4];
-        text += digits[bytes[i] & 0x0F];
-    }
-    return text;
 }
 
 // Set User Password and Set Channel Security Keys carry secrets: a trace shows their length only.

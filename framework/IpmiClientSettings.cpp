@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "Hex.h"
 #include "Log.h"
 #include "Secret.h"
 
@@ -57,28 +58,12 @@ unsigned char privilegeFromEnvironment() {
     return 0;
 }
 
-int hexDigit(char digit) {
-    if (digit >= '0' && digit <= '9') return digit - '0';
-    if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
-    if (digit >= 'A' && digit <= 'F') return digit - 'A' + 10;
-    return -1;
-}
-
 // The BMC key of TOLMAR_IPMI_BMC_KEY, in hexadecimal as ipmitool's -y takes it; false when the
 // variable holds something else.
 bool bmcKeyFromEnvironment(std::string& key) {
     std::string hex = environment("TOLMAR_IPMI_BMC_KEY");
     const WipedOnExit<std::string> hexWiped(hex);
-    if (hex.rfind("0x", 0) == 0 || hex.rfind("0X", 0) == 0) hex.erase(0, 2);
-    if (hex.size() % 2 != 0 || hex.size() > 2 * kLongestBmcKey) return false;
-    key.clear();
-    for (std::size_t i = 0; i < hex.size(); i += 2) {
-        const int high = hexDigit(hex[i]);
-        const int low = hexDigit(hex[i + 1]);
-        if (high < 0 || low < 0) return false;
-        key.push_back(static_cast<char>(high << 4 | low));
-    }
-    return true;
+    return bytesFromHex(hex, key) && key.size() <= kLongestBmcKey;
 }
 
 // Why settings given explicitly cannot be used, or empty.

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "AesCbc128.h"
+#include "ByteReader.h"
 #include "Hmac.h"
 
 namespace {
@@ -18,9 +19,6 @@ constexpr unsigned char kRmcpHeader[] = {0x06, 0x00, 0xFF, 0x07};
 constexpr std::size_t kRmcpHeaderLength = sizeof kRmcpHeader;
 constexpr unsigned char kAuthTypeNone = 0x00;
 constexpr unsigned char kAuthTypeRmcpPlus = 0x06;
-// RMCP+ session header: auth type, payload type, session ID, sequence number, payload length.
-constexpr std::size_t kSessionHeaderLength = 12;
-constexpr std::size_t kPayloadStart = kRmcpHeaderLength + kSessionHeaderLength;
 constexpr unsigned char kPayloadEncrypted = 0x80;
 constexpr unsigned char kPayloadAuthenticated = 0x40;
 constexpr unsigned char kNextHeader = 0x07;  // fixed value ending the session trailer
@@ -39,12 +37,14 @@ unsigned char checksum(const unsigned char* bytes, std::size_t size) {
 
 bool sumsToZero(const unsigned char* bytes, std::size_t size) { return checksum(bytes, size) == 0; }
 
-bool startsWithRmcpHeader(const unsigned char* datagram, std::size_t size) {
-    return size >= kRmcpHeaderLength &&
-           std::equal(kRmcpHeader, kRmcpHeader + kRmcpHeaderLength, datagram);
+// True when `packet` starts with the RMCP header of IPMI messages.
+bool readRmcpHeader(ByteReader& packet) {
+    unsigned char header[kRmcpHeaderLength];
+    packet.bytes(header, kRmcpHeaderLength);
+    return packet.ok() && std::equal(kRmcpHeader, kRmcpHeader + kRmcpHeaderLength, header);
 }
 
-// The session header of an RMCP+ packet, as read from a datagram whose header fits.
+// The session header of an RMCP+ packet.
 struct SessionHeader {
     unsigned char payloadType;
     std::uint32_t sessionId;
@@ -52,17 +52,15 @@ struct SessionHeader {
     std::size_t payloadLength;
 };
 
-bool readSessionHeader(const unsigned char* datagram, std::size_t size, SessionHeader& header) {
-    if (!startsWithRmcpHeader(datagram, size) || size < kPayloadStart ||
-        datagram[kRmcpHeaderLength] != kAuthTypeRmcpPlus) {
-        return false;
-    }
-    const unsigned char* session = datagram + kRmcpHeaderLength;
-    header.payloadType = session[1];
-    header.sessionId = RmcpPlusCodec::littleEndian32(session + 2);
-    header.sequence = RmcpPlusCodec::littleEndian32(session + 6);
-    header.payloadLength = session[10] | session[11] << 8;
-    return header.payloadLength <= size - kPayloadStart;
+// The RMCP header, then the session header: auth type, payload type, session ID, sequence number,
+// payload length. True when the payload fits; `packet` is left at it.
+bool readSessionHeader(ByteReader& packet, SessionHeader& header) {
+    if (!readRmcpHeader(packet) || packet.u8() != kAuthTypeRmcpPlus) return false;
+    header.payloadType = packet.u8();
+    header.sessionId = packet.u32();
+    header.sequence = packet.u32();
+    header.payloadLength = packet.u16();
+    return packet.ok() && header.payloadLength <= packet.remaining();
 }
 
 Bytes sessionPacket(unsigned char payloadType, std::uint32_t sessionId, std::uint32_t sequence,
@@ -96,10 +94,6 @@ void RmcpPlusCodec::appendLittleEndian32(Bytes& out, std::uint32_t value) {
     for (int shift = 0; shift < 32; shift += 8) {
         out.push_back(static_cast<unsigned char>(value >> shift));
     }
-}
-
-std::uint32_t RmcpPlusCodec::littleEndian32(const unsigned char* bytes) {
-    return bytes[0] | bytes[1] << 8 | bytes[2] << 16 | static_cast<std::uint32_t>(bytes[3]) << 24;
 }
 
 Bytes RmcpPlusCodec::ipmiRequest(unsigned char netFn, unsigned char command, unsigned char sequence,
@@ -149,15 +143,13 @@ Bytes RmcpPlusCodec::channelAuthenticationCapabilitiesRequest(unsigned char priv
 
 bool RmcpPlusCodec::sessionlessMessage(const unsigned char* datagram, std::size_t size,
                                        Bytes& message) {
-    constexpr std::size_t messageStart = kRmcpHeaderLength + 10;
-    if (!startsWithRmcpHeader(datagram, size) || size < messageStart ||
-        datagram[kRmcpHeaderLength] != kAuthTypeNone) {
-        return false;
-    }
-    const std::size_t length = datagram[messageStart - 1];
-    if (length > size - messageStart) return false;
-    message.assign(datagram + messageStart, datagram + messageStart + length);
-    return true;
+    // IPMI v1.5 session header: auth type, sequence number, session ID, message length.
+    ByteReader packet(datagram, size);
+    if (!readRmcpHeader(packet) || packet.u8() != kAuthTypeNone) return false;
+    packet.skip(8);
+    const std::size_t length = packet.u8();
+    packet.bytes(message, length);
+    return packet.ok();
 }
 
 Bytes RmcpPlusCodec::sessionSetupPacket(unsigned char payloadType, const Bytes& payload) {
@@ -168,11 +160,10 @@ Bytes RmcpPlusCodec::sessionSetupPacket(unsigned char payloadType, const Bytes& 
 
 bool RmcpPlusCodec::sessionSetupPayload(const unsigned char* datagram, std::size_t size,
                                         unsigned char payloadType, Bytes& payload) {
+    ByteReader packet(datagram, size);
     SessionHeader header;
-    if (!readSessionHeader(datagram, size, header) || header.payloadType != payloadType) {
-        return false;
-    }
-    payload.assign(datagram + kPayloadStart, datagram + kPayloadStart + header.payloadLength);
+    if (!readSessionHeader(packet, header) || header.payloadType != payloadType) return false;
+    packet.bytes(payload, header.payloadLength);
     return true;
 }
 
@@ -298,36 +289,39 @@ Bytes RmcpPlusCodec::seal(const Bytes& message) {
 }
 
 bool RmcpPlusCodec::open(const unsigned char* datagram, std::size_t size, Bytes& message) {
+    ByteReader packet(datagram, size);
     SessionHeader header;
-    if (!readSessionHeader(datagram, size, header) || header.payloadType != sessionPayloadType() ||
+    if (!readSessionHeader(packet, header) || header.payloadType != sessionPayloadType() ||
         header.sessionId != consoleSessionId_) {
         return false;
     }
     if (integrity_) {
+        // Integrity pad, pad length, next header, AuthCode: the pad fills what the others leave.
         const std::size_t codeLength = suite_.integrityCheckLength;
-        const std::size_t trailerStart = kPayloadStart + header.payloadLength;
-        // Integrity pad, pad length, next header, AuthCode.
-        if (size < trailerStart + 2 + codeLength) return false;
+        ByteReader trailer = packet;
+        trailer.skip(header.payloadLength);
+        if (trailer.remaining() < 2 + codeLength) return false;
+        const std::size_t pad = trailer.remaining() - 2 - codeLength;
+        trailer.skip(pad);
+        if (trailer.u8() != pad || trailer.u8() != kNextHeader) return false;
         const std::size_t signedEnd = size - codeLength;
-        const std::size_t pad = datagram[signedEnd - 2];
-        if (datagram[signedEnd - 1] != kNextHeader || trailerStart + pad + 2 != signedEnd) {
-            return false;
-        }
         const unsigned char* code =
             integrity_->of(datagram + kRmcpHeaderLength, signedEnd - kRmcpHeaderLength);
         if (!std::equal(code, code + codeLength, datagram + signedEnd)) return false;
         if (!freshSequenceNumber(header.sequence)) return false;
     }
-    const unsigned char* payload = datagram + kPayloadStart;
     if (!aes_) {
-        message.assign(payload, payload + header.payloadLength);
+        packet.bytes(message, header.payloadLength);
         return true;
     }
+    // The IV, then the encrypted message.
     const std::size_t encrypted =
         header.payloadLength - std::min(header.payloadLength, AesCbc128::kBlock);
     if (encrypted == 0 || encrypted % AesCbc128::kBlock != 0) return false;
-    message.assign(payload + AesCbc128::kBlock, payload + header.payloadLength);
-    aes_->decrypt(payload, message.data(), message.size());
+    unsigned char iv[AesCbc128::kBlock];
+    packet.bytes(iv, sizeof iv);
+    packet.bytes(message, encrypted);
+    aes_->decrypt(iv, message.data(), message.size());
     const std::size_t pad = message.back();
     if (pad >= AesCbc128::kBlock) return false;
     message.resize(message.size() - pad - 1);

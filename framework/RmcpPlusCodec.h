@@ -30,7 +30,6 @@ public:
 
     // Session IDs and sequence numbers travel least significant byte first.
     static void appendLittleEndian32(Bytes& out, std::uint32_t value);
-    static std::uint32_t littleEndian32(const unsigned char* bytes);
 
     // An IPMI request message as the LAN carries it (13.8): from remote console software ID 81h
     // to the BMC at 20h, LUN 0, with both checksums.

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "ByteReader.h"
 #include "Hmac.h"
 #include "Secret.h"
 
@@ -102,8 +103,9 @@ Bytes paddedKey(const std::string& text) {
 // way, as a dropped packet could; some BMCs (OpenIPMI's simulator) send them as tag and status
 // alone.
 bool RmcpPlusSession::believable(const Bytes& answer) const {
-    if (answer.size() >= 8)
-        return RmcpPlusCodec::littleEndian32(&answer[4]) == rakp_.consoleSessionId;
+    ByteReader fields(answer, 4);
+    const std::uint32_t consoleSessionId = fields.u32();
+    if (fields.ok()) return consoleSessionId == rakp_.consoleSessionId;
     const Failure failure = failureFor(answer[1]);
     return answer[1] != 0x00 &&
            (failure == Failure::CipherSuiteRefused || failure == Failure::BmcRefused);
@@ -226,19 +228,27 @@ RmcpPlusSession::Failure RmcpPlusSession::openSession(Clock::time_point deadline
         return fail(Failure::NoAnswer, "no answer to Open Session");
     }
     // Tag, status, maximum privilege, reserved, our session ID, the BMC's session ID, then the
-    // three algorithm records, each with its algorithm at offset 4.
+    // three algorithm records: type, two reserved bytes, length, algorithm, three reserved bytes.
     if (answer[1] != 0x00)
         return fail(failureFor(answer[1]), "Open Session refused: " + statusText(answer[1]));
-    if (answer.size() < 36) {
+    ByteReader fields(answer, 8);
+    const std::uint32_t bmcSessionId = fields.u32();
+    unsigned char algorithms[3];
+    for (unsigned char& algorithm : algorithms) {
+        fields.skip(4);
+        // Bits 7:6 of each algorithm byte are reserved.
+        algorithm = fields.u8() & 0x3F;
+        fields.skip(3);
+    }
+    if (!fields.ok()) {
         return fail(Failure::BmcRefused, "an Open Session answer that does not fit the request");
     }
-    rakp_.bmcSessionId = RmcpPlusCodec::littleEndian32(&answer[8]);
+    rakp_.bmcSessionId = bmcSessionId;
     // Session ID 0 stands for "no session" in every later packet.
     if (rakp_.bmcSessionId == 0)
         return fail(Failure::BmcRefused, "the BMC answered Open Session with session ID 0");
-    // Bits 7:6 of each algorithm byte are reserved.
-    if ((answer[16] & 0x3F) != suite_.authentication || (answer[24] & 0x3F) != suite_.integrity ||
-        (answer[32] & 0x3F) != suite_.confidentiality) {
+    if (algorithms[0] != suite_.authentication || algorithms[1] != suite_.integrity ||
+        algorithms[2] != suite_.confidentiality) {
         return fail(Failure::CipherSuiteRefused,
                     "the BMC answered Open Session with other algorithms");
     }
@@ -270,13 +280,14 @@ RmcpPlusSession::Failure RmcpPlusSession::authenticate(Clock::time_point deadlin
     if (suite_.authenticates()) user = std::make_unique<Hmac>(suite_.digest, userKey);
     const std::size_t codeLength = user ? user->length() : 0;
     // Tag, status, reserved, our session ID, Rc, the BMC's GUID, its key exchange code.
-    constexpr std::size_t codeStart = 8 + 2 * RmcpPlusCodec::kRandomLength;
-    if (answer.size() < codeStart + codeLength) {
+    ByteReader fields(answer, 8);
+    if (fields.remaining() < 2 * RmcpPlusCodec::kRandomLength + codeLength) {
         return fail(Failure::BmcRefused, "a RAKP message 2 that does not fit the request");
     }
-    std::copy_n(&answer[8], RmcpPlusCodec::kRandomLength, rakp_.bmcRandom);
-    std::copy_n(&answer[8 + RmcpPlusCodec::kRandomLength], RmcpPlusCodec::kRandomLength,
-                rakp_.bmcGuid);
+    fields.bytes(rakp_.bmcRandom, RmcpPlusCodec::kRandomLength);
+    fields.bytes(rakp_.bmcGuid, RmcpPlusCodec::kRandomLength);
+    Bytes code;
+    fields.bytes(code, codeLength);
     Bytes rakp3Code;
     Bytes sik;
     Bytes k1;
@@ -287,8 +298,7 @@ RmcpPlusSession::Failure RmcpPlusSession::authenticate(Clock::time_point deadlin
     if (user) {
         // The BMC proved it knows the user's password; a mismatch is the wrong password, and
         // RAKP message 3 tells the BMC so, which ends the session there.
-        if (!std::equal(answer.begin() + codeStart, answer.begin() + codeStart + codeLength,
-                        user->of(rakp_.rakp2Signed()).begin())) {
+        if (code != user->of(rakp_.rakp2Signed())) {
             abandon(kStatusInvalidIntegrityCheck);
             return fail(Failure::PasswordRefused,
                         "the BMC's RAKP message 2 does not match this password");
@@ -544,13 +554,19 @@ bool RmcpPlusSession::send(const Bytes& packet) {
 void RmcpPlusSession::endDuplicateSession(const unsigned char* datagram, std::size_t size) {
     Bytes answer;
     if (!RmcpPlusCodec::sessionSetupPayload(datagram, size, RmcpPlusCodec::kOpenSessionResponse,
-                                            answer) ||
-        answer.size() < 12 || answer[1] != 0x00 ||
-        RmcpPlusCodec::littleEndian32(&answer[4]) != rakp_.consoleSessionId) {
+                                            answer)) {
         return;
     }
-    const std::uint32_t bmcSessionId = RmcpPlusCodec::littleEndian32(&answer[8]);
-    if (bmcSessionId == 0 || bmcSessionId == rakp_.bmcSessionId) return;
+    // Tag, status, maximum privilege, reserved, our session ID, the BMC's session ID.
+    ByteReader fields(answer, 1);
+    const unsigned char status = fields.u8();
+    fields.skip(2);
+    const std::uint32_t consoleSessionId = fields.u32();
+    const std::uint32_t bmcSessionId = fields.u32();
+    if (!fields.ok() || status != 0x00 || consoleSessionId != rakp_.consoleSessionId ||
+        bmcSessionId == 0 || bmcSessionId == rakp_.bmcSessionId) {
+        return;
+    }
     sendRakp3Refusal(bmcSessionId, kStatusInvalidSessionId);
 }
 

@@ -1,9 +1,9 @@
 #include "EventLogData.h"
 
-#include <cstdio>
 #include <cstring>
 #include <string>
 
+#include "HexText.h"
 #include "IPMIAuxiliaryLog.h"
 #include "IpmiEventBuilder.h"
 #include "Log.h"
@@ -23,18 +23,14 @@ constexpr int kBuildLogLine = 200;
 bool logsTraces() { return Log::GetMinLogLevel() > 3; }
 
 // Two lower-case hexadecimal digits.
-std::string hex(unsigned char byte) {
-    char text[3];
-    std::snprintf(text, sizeof text, "%02x", byte);
-    return text;
-}
+std::string hex(unsigned char byte) { return hexText(&byte, 1, HexCase::Lower); }
 
 void logSelRecords(const std::vector<RawSelEntry>& sel) {
     for (std::size_t i = 0; i < sel.size(); ++i) {
         const RawSelEntry& r = sel[i];
         Log(4, kLogSource, kSelRecordLogLine).Stream()
-            << "RawSelEntry[" << (r.recordId[0] + r.recordId[1] * 256) << "]: index=" << i
-            << ", recordType=" << hex(r.recordType) << ", generatorId[0]=" << hex(r.generatorId[0])
+            << "RawSelEntry[" << r.id() << "]: index=" << i << ", recordType=" << hex(r.recordType)
+            << ", generatorId[0]=" << hex(r.generatorId[0])
             << ", generatorId[1]=" << hex(r.generatorId[1]) << ", evMRev=" << hex(r.evMRev)
             << ", sensorType=" << hex(r.sensorType) << ", sensorNum=" << hex(r.sensorNum)
             << ", eventDirType=" << hex(r.eventDirType) << ", eventData1=" << hex(r.eventData1)

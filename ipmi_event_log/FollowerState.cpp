@@ -10,6 +10,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "HexText.h"
+
 namespace Tolmar {
 
 namespace {
@@ -25,20 +27,9 @@ std::uint64_t checksum(const std::string& text) {
     return hash;
 }
 
+// Byte images are written as lower-case hexadecimal and read back only so.
 std::string hexOf(const unsigned char* bytes, std::size_t size) {
-    static const char digits[] = "0123456789abcdef";
-    std::string text;
-    for (std::size_t i = 0; i < size; ++i) text += {digits[bytes[i] >> 4], digits[bytes[i] & 0x0F]};
-    return text;
-}
-
-bool bytesOf(const std::string& hex, unsigned char* bytes, std::size_t size) {
-    if (hex.size() != 2 * size || hex.find_first_not_of("0123456789abcdef") != std::string::npos)
-        return false;
-    for (std::size_t i = 0; i < size; ++i) {
-        bytes[i] = static_cast<unsigned char>(std::stoul(hex.substr(2 * i, 2), nullptr, 16));
-    }
-    return true;
+    return hexText(bytes, size, HexCase::Lower);
 }
 
 std::string stampsText(const RepositoryStamps& stamps) {
@@ -67,7 +58,8 @@ bool recordOf(std::istringstream& fields, Record& record) {
     std::string hex;
     std::string rest;
     return fields >> hex && !(fields >> rest) &&
-           bytesOf(hex, reinterpret_cast<unsigned char*>(&record), sizeof record);
+           bytesFromHex(hex, HexCase::Lower, reinterpret_cast<unsigned char*>(&record),
+                        sizeof record);
 }
 
 }  // namespace

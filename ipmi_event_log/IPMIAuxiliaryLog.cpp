@@ -3,15 +3,15 @@
 #include <algorithm>
 #include <string>
 
-#include "StringCch.h"
+#include "ByteReader.h"
+#include "HexText.h"
 
 namespace Tolmar {
 
 namespace {
 
-// Positions in a raw entry: the echoed enterprise number, then the record.
-constexpr int kEnterprise = 0;
-constexpr int kRecordSize = 3;
+// Positions in a raw entry: the echoed enterprise number (3 bytes), then the record, which starts
+// with its size (2 bytes).
 constexpr int kSelRecordId = 5;
 constexpr int kType = 10;
 constexpr int kSeverity = 13;
@@ -23,24 +23,6 @@ constexpr int kGuid = 22;
 constexpr int kExtendedData = 38;
 constexpr unsigned kRecordHeaderSize = 28;  // record bytes before the extended data
 constexpr unsigned kLargestRecord = 590;
-
-unsigned littleEndian(const unsigned char* bytes, int count) {
-    unsigned value = 0;
-    for (int i = count - 1; i >= 0; --i) value = value << 8 | bytes[i];
-    return value;
-}
-
-// Each byte as two upper-case hexadecimal digits and a blank: "0A 1B FF ".
-std::string hexText(const unsigned char* bytes, unsigned count) {
-    std::string text;
-    text.reserve(count * 3);
-    for (unsigned i = 0; i < count; ++i) {
-        char pair[5] = {};
-        StringCchPrintf(pair, sizeof pair, "%02X ", bytes[i]);
-        text += pair;
-    }
-    return text;
-}
 
 }  // namespace
 
@@ -67,7 +49,9 @@ std::vector<IPMIExtendedSELDataEntry> IPMIAuxiliaryLog::ParseExtendedSELData(
     IPMIExtendedSELDataEntry entry;
     for (unsigned i = 0; i < count; ++i) {
         unsigned char* raw = entries[i].data;
-        if (littleEndian(raw + kEnterprise, 3) != kAuxLogEnterpriseNumber) continue;
+        ByteReader head(raw, sizeof entries[i].data);
+        if (head.u24() != kAuxLogEnterpriseNumber) continue;
+        const unsigned size = std::min<unsigned>(head.u16(), kLargestRecord);
         entry.SetSELRecordId(raw[kSelRecordId], raw[kSelRecordId + 1]);
         entry.SetType(raw[kType]);
         entry.SetSeverity(raw[kSeverity]);
@@ -76,10 +60,10 @@ std::vector<IPMIExtendedSELDataEntry> IPMIAuxiliaryLog::ParseExtendedSELData(
         entry.SetClass(raw[kClass]);
         entry.SetFRUInstance(raw + kFruInstance);
         entry.SetGUID(raw + kGuid);
-        const unsigned size = std::min(littleEndian(raw + kRecordSize, 2), kLargestRecord);
-        entry.SetExtendedData(size > kRecordHeaderSize
-                                  ? hexText(raw + kExtendedData, size - kRecordHeaderSize)
-                                  : std::string());
+        entry.SetExtendedData(
+            size > kRecordHeaderSize
+                ? hexText(raw + kExtendedData, size - kRecordHeaderSize, HexCase::Upper, " ")
+                : std::string());
         parsed.push_back(entry);
     }
     return parsed;

@@ -7,6 +7,7 @@
 #include <ctime>
 #include <utility>
 
+#include "ByteReader.h"
 #include "IPMIAuxiliaryLog.h"
 #include "Log.h"
 #include "StringCch.h"
@@ -202,8 +203,7 @@ char* IpmiEventBuilder::buildSource(const RawSelEntry& sel, char* out, unsigned 
 }
 
 std::string IpmiEventBuilder::buildTimeStamp(const RawSelEntry& sel) {
-    const std::uint32_t bits = sel.timestamp[0] | sel.timestamp[1] << 8 | sel.timestamp[2] << 16 |
-                               static_cast<std::uint32_t>(sel.timestamp[3]) << 24;
+    const std::uint32_t bits = ByteReader(sel.timestamp, sizeof sel.timestamp).u32();
     // Taken as signed, so 0x80000000-0xFFFFFFFF (0xFFFFFFFF: "unspecified") count as unspecified
     // too, like every time before the BMC's clock was set.
     const std::int32_t seconds = static_cast<std::int32_t>(bits);
@@ -244,7 +244,7 @@ IpmiEventBuilder::IPMIEVENT IpmiEventBuilder::buildEvent(const RawSelEntry& sel,
                                                          std::vector<IPMIExtendedSELDataEntry>& aux,
                                                          const char* variant, int logLine) {
     IPMIEVENT event;
-    event.recordId = (sel.recordId[1] << 8) + sel.recordId[0];
+    event.recordId = sel.id();
     event.timeStamp = buildTimeStamp(sel);
     event.message = std::move(message);
     event.severity = buildSeverity(pet);
@@ -393,7 +393,7 @@ int IpmiEventBuilder::GetString(int key, char* out, unsigned int outLen) {
 std::string IpmiEventBuilder::buildAuxiliaryLog(const RawSelEntry& sel,
                                                 std::vector<IPMIExtendedSELDataEntry>& entries) {
     // The record ID takes a detour through its decimal text, kept as it is.
-    const unsigned id = (sel.recordId[1] << 8) + sel.recordId[0];
+    const unsigned id = sel.id();
     char number[128] = {};
     StringCchPrintf(number, sizeof number, "%d", id);
     char copy[512] = {};

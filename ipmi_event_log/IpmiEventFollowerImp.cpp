@@ -22,10 +22,6 @@ std::string bmcOf(const TolmarConnection::ConnectionInfo& info) {
                                                      : "local";
 }
 
-unsigned long recordIdOf(const RawSelEntry& record) {
-    return record.recordId[0] | record.recordId[1] << 8;
-}
-
 bool sameRecord(const RawSelEntry& a, const RawSelEntry& b) {
     return std::memcmp(&a, &b, sizeof a) == 0;
 }
@@ -136,7 +132,7 @@ std::vector<RawSelEntry> IpmiEventFollowerImp::readNewRecords(IpmiEventOperation
     std::vector<RawSelEntry> records;
     if (state.lastRecord) {
         // The chain from the record read last: it comes again first, the new ones after it.
-        poll.complete = events.walkSel(recordIdOf(*state.lastRecord), records);
+        poll.complete = events.walkSel(state.lastRecord->id(), records);
         if (!records.empty() && sameRecord(records.front(), *state.lastRecord)) {
             records.erase(records.begin());
             return records;

@@ -6,10 +6,10 @@
 #include <set>
 #include <utility>
 
+#include "ByteReader.h"
 #include "CommandExchange.h"
 #include "IpmiException.h"
 #include "Log.h"
-#include "ResponseBytes.h"
 
 namespace Tolmar {
 
@@ -61,7 +61,7 @@ std::vector<unsigned char> getSelEntryRequest(unsigned long recordId) {
 }
 
 unsigned long nextRecordId(const std::vector<unsigned char>& getSelEntryResponse) {
-    return getSelEntryResponse[0] | getSelEntryResponse[1] << 8;
+    return ByteReader(getSelEntryResponse).u16();
 }
 
 // A failed list read is logged with the completion code as one raw byte, not as a number.
@@ -313,13 +313,14 @@ void IpmiEventOperations::getSelSDRNumberMap(const std::vector<RawSelEntry>& sel
 }
 
 int IpmiEventOperations::IPMIGetAuxLogStatus(unsigned int* count) {
+    constexpr std::size_t countAt = 7;
     *count = 0;
     const CommandResponse response =
         exchange(client_, kNetFnStorage, kGetAuxLogStatus, {kOem1LogType});
     if (response.status != 0 || response.truncated(kAuxLogStatusLength)) {
         return IpmiEventLog::EL_INTERNAL_FAIL;
     }
-    if (response.completionCode == kCompletionOk) *count = response.data[7] | response.data[8] << 8;
+    if (response.completionCode == kCompletionOk) *count = ByteReader(response.data, countAt).u16();
     return response.resultCode();
 }
 
@@ -339,7 +340,7 @@ int IpmiEventOperations::readExtendedDataFrom(unsigned int first, s_AuxLog_entry
         if (length.status != 0 || length.truncated(kAuxLengthResponseLength)) continue;
         if (length.completionCode != kCompletionOk) return IpmiEventLog::EL_INTERNAL_FAIL;
         const unsigned total =
-            std::min<unsigned>(length.data[3] | length.data[4] << 8, kLargestAuxRecord);
+            std::min<unsigned>(ByteReader(length.data, kEnterpriseLength).u16(), kLargestAuxRecord);
 
         // The first chunk is kept whole, starting with the echoed enterprise number; later chunks
         // without it. The first asks for 25 bytes whatever the total. A chunk that fails leaves
@@ -355,10 +356,9 @@ int IpmiEventOperations::readExtendedDataFrom(unsigned int first, s_AuxLog_entry
                 result = IpmiEventLog::EL_INTERNAL_FAIL;
                 break;
             }
-            const std::size_t skip = written == 0 ? 0 : kEnterpriseLength;
-            if (response.data.size() <= skip) break;
-            written += copyResponseBytes(response.data, skip, entry.data + written,
-                                         sizeof entry.data - written);
+            ByteReader kept(response.data, written == 0 ? 0 : kEnterpriseLength);
+            if (kept.remaining() == 0) break;
+            written += kept.upTo(entry.data + written, sizeof entry.data - written);
             remaining = chunk < remaining ? remaining - chunk : 0;
             chunk = std::min(kAuxChunk, remaining);
         }

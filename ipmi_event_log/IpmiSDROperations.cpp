@@ -145,9 +145,9 @@ void IpmiSDROperations::getTypeOneAndTwoPartialRawSDRs(std::vector<RawSDR>& sdrs
     // A chain that comes back to an ID already requested ends there (see getRawSelEntries).
     std::set<unsigned> requested;
     do {
-        if (!requested.insert(recordIdLow | recordIdHigh << 8).second) {
-            logRepeatedRecordId("getTypeOneAndTwoPartialRawSDRs", recordIdLow | recordIdHigh << 8,
-                                __LINE__);
+        const unsigned recordId = recordIdLow | recordIdHigh << 8;
+        if (!requested.insert(recordId).second) {
+            logRepeatedRecordId("getTypeOneAndTwoPartialRawSDRs", recordId, __LINE__);
             return;
         }
         RawSDR sdr;

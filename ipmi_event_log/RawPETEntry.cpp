@@ -1,8 +1,8 @@
 #include "RawPETEntry.h"
 
-#include "ResponseBytes.h"
+#include "ByteReader.h"
 
 void RawPETEntry::setValues(const std::vector<unsigned char>& response) {
     constexpr std::size_t entryStart = 2;  // after parameter revision and set selector
-    copyResponseBytes(response, entryStart, reinterpret_cast<unsigned char*>(this), sizeof *this);
+    ByteReader(response, entryStart).upTo(reinterpret_cast<unsigned char*>(this), sizeof *this);
 }

@@ -1,6 +1,6 @@
 #include "RawSDR.h"
 
-#include "ResponseBytes.h"
+#include "ByteReader.h"
 
 namespace {
 
@@ -15,14 +15,13 @@ constexpr std::size_t kIdStringTypeLength = 47;
 RawSDR::RawSDR() : bytes{} {}
 
 void RawSDR::setFirstPartValues(const std::vector<unsigned char>& response) {
-    copyResponseBytes(response, kDataStart, bytes + kFirstPart, kPartLength);
+    ByteReader(response, kDataStart).upTo(bytes + kFirstPart, kPartLength);
 }
 
 void RawSDR::setSecondPartValues(const std::vector<unsigned char>& response) {
-    copyResponseBytes(response, kDataStart, bytes + kSecondPart, kPartLength);
+    ByteReader(response, kDataStart).upTo(bytes + kSecondPart, kPartLength);
 }
 
 void RawSDR::setThirdPartValues(const std::vector<unsigned char>& response) {
-    copyResponseBytes(response, kDataStart, bytes + kIdStringTypeLength,
-                      size - kIdStringTypeLength);
+    ByteReader(response, kDataStart).upTo(bytes + kIdStringTypeLength, size - kIdStringTypeLength);
 }

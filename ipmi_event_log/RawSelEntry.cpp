@@ -2,11 +2,11 @@
 
 #include <cstring>
 
-#include "ResponseBytes.h"
+#include "ByteReader.h"
 
 void RawSelEntry::setValues(const std::vector<unsigned char>& response) {
     constexpr std::size_t recordStart = 2;  // after the next record ID
-    copyResponseBytes(response, recordStart, reinterpret_cast<unsigned char*>(this), sizeof *this);
+    ByteReader(response, recordStart).upTo(reinterpret_cast<unsigned char*>(this), sizeof *this);
 }
 
 Tolmar::IPMISELENTRY RawSelEntry::toIpmiSelEntry() const {

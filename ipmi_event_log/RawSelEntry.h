@@ -1,6 +1,7 @@
 // One SEL record exactly as the BMC stores it (IPMI v2.0 section 32.1, 16 bytes).
 #pragma once
 
+#include <type_traits>
 #include <vector>
 
 #include "IpmiEventLog.h"
@@ -24,5 +25,9 @@ struct RawSelEntry {
 
     // The same 16 bytes as the public record.
     Tolmar::IPMISELENTRY toIpmiSelEntry() const;
+
+    // The record ID, 0 to 65535.
+    unsigned long id() const { return recordId[0] | recordId[1] << 8; }
 };
 static_assert(sizeof(RawSelEntry) == 16, "RawSelEntry is the 16-byte IPMI SEL record");
+static_assert(std::is_standard_layout_v<RawSelEntry>, "RawSelEntry is a byte image");

@@ -9,6 +9,8 @@
 #include <iostream>
 #include <map>
 
+#include "HexBytes.h"
+
 namespace tool {
 
 const char* const kUsage =
@@ -117,14 +119,11 @@ std::string passwordFromFile(const std::string& path) {
 // -y's key: up to 20 bytes in hexadecimal, with or without 0x. The key itself is never shown.
 std::string bmcKeyFromHex(std::string hex) {
     if (hex.rfind("0x", 0) == 0 || hex.rfind("0X", 0) == 0) hex.erase(0, 2);
-    if (hex.empty() || hex.size() % 2 != 0 || hex.size() > 40 ||
-        hex.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+    std::vector<unsigned char> key;
+    if (!bytesFromHex(hex, key) || key.empty() || key.size() > 20) {
         throw UsageError("-y takes the BMC key as 2 to 40 hexadecimal digits, an even number");
     }
-    std::string key;
-    for (std::size_t i = 0; i < hex.size(); i += 2)
-        key.push_back(static_cast<char>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-    return key;
+    return std::string(key.begin(), key.end());
 }
 
 // What IPMI v2.0 allows over the LAN (RAKP message 1, the user's key K_uid and the BMC key K_g).
@@ -211,11 +210,9 @@ std::vector<unsigned char> parseHexBytes(const std::string& text) {
             throw UsageError("\"" + text + "\" is not hexadecimal bytes");
         }
     }
-    if (digits.size() != 32) throw UsageError("a SEL entry is 16 bytes (32 hexadecimal digits)");
     std::vector<unsigned char> bytes;
-    for (std::size_t i = 0; i < digits.size(); i += 2) {
-        bytes.push_back(static_cast<unsigned char>(std::stoul(digits.substr(i, 2), nullptr, 16)));
-    }
+    if (digits.size() != 32 || !bytesFromHex(digits, bytes))
+        throw UsageError("a SEL entry is 16 bytes (32 hexadecimal digits)");
     return bytes;
 }
 

@@ -3,20 +3,14 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "HexBytes.h"
+
 namespace tool {
 
 namespace {
 
 std::string hexBytes(const Tolmar::IPMISELENTRY& entry, const char* separator) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(&entry);
-    std::string text;
-    for (std::size_t i = 0; i < sizeof entry; ++i) {
-        char pair[3];
-        std::snprintf(pair, sizeof pair, "%02x", bytes[i]);
-        if (i != 0) text += separator;
-        text += pair;
-    }
-    return text;
+    return hexText(reinterpret_cast<const unsigned char*>(&entry), sizeof entry, separator);
 }
 
 std::string recordIdText(unsigned long id) {

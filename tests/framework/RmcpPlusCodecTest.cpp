@@ -10,6 +10,7 @@
 
 #include "AesCbc128.h"
 #include "CipherSuite.h"
+#include "Hex.h"
 #include "Hmac.h"
 #include "RmcpPlusCodec.h"
 
@@ -20,11 +21,9 @@ using Bytes = std::vector<unsigned char>;
 // Hexadecimal digits, spaces ignored.
 Bytes fromHex(std::string hex) {
     hex.erase(std::remove(hex.begin(), hex.end(), ' '), hex.end());
-    Bytes bytes;
-    for (std::size_t i = 0; i + 1 < hex.size(); i += 2) {
-        bytes.push_back(static_cast<unsigned char>(std::stoul(hex.substr(i, 2), nullptr, 16)));
-    }
-    return bytes;
+    std::string bytes;
+    EXPECT_TRUE(bytesFromHex(hex, bytes)) << hex;
+    return Bytes(bytes.begin(), bytes.end());
 }
 
 Bytes text(const std::string& s) { return Bytes(s.begin(), s.end()); }

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "CraftedBmc.h"
+#include "Hex.h"
 #include "IpmiClient.h"
 #include "IpmiClientActivity.h"
 #include "LanFixture.h"
@@ -18,10 +19,7 @@ using bmcsim::CraftedBmc;
 using bmcsim::ScopedEnvironment;
 
 std::string hex(const std::string& text) {
-    static const char digits[] = "0123456789abcdef";
-    std::string out;
-    for (unsigned char c : text) out += {digits[c >> 4], digits[c & 0x0F]};
-    return out;
+    return hexText(reinterpret_cast<const unsigned char*>(text.data()), text.size(), "");
 }
 
 class CraftedHandshakeTest : public ::testing::Test {

@@ -18,10 +18,10 @@
 #include <stdexcept>
 #include <thread>
 
+#include "ByteReader.h"
 #include "ChildProcess.h"
 #include "IpmiClient.h"
 #include "Loopback.h"
-#include "RmcpPlusCodec.h"
 
 namespace bmcsim {
 
@@ -116,7 +116,7 @@ std::string storedSelFile(const std::vector<SelRecord>& sel) {
     }
     constexpr std::size_t timeStampAt = 3;
     const std::uint32_t lastAddition =
-        sel.empty() ? 0 : RmcpPlusCodec::littleEndian32(&sel.back()[timeStampAt]);
+        sel.empty() ? 0 : ByteReader(sel.back().data(), sel.back().size(), timeStampAt).u32();
     out << std::dec << "last_erase_time:i:0\nlast_add_time:i:" << lastAddition << '\n';
     return out.str();
 }

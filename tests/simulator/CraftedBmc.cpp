@@ -11,6 +11,7 @@
 #include <optional>
 #include <stdexcept>
 
+#include "ByteReader.h"
 #include "CipherSuite.h"
 #include "Hmac.h"
 #include "Loopback.h"
@@ -161,7 +162,7 @@ void CraftedBmc::openSession(const Bytes& request) {
     if (!suite) return sendSetup(RmcpPlusCodec::kOpenSessionResponse, {request[0], 0x11});
     auto session = std::make_unique<Session>();
     session->suite = *suite;
-    session->rakp.consoleSessionId = RmcpPlusCodec::littleEndian32(&request[4]);
+    session->rakp.consoleSessionId = ByteReader(request, 4).u32();
     session->rakp.bmcSessionId = behaviour_.sessionIdZero ? 0 : nextSessionId_++;
     Bytes answer = {request[0], 0x00, 0x04, 0x00};
     RmcpPlusCodec::appendLittleEndian32(answer, session->rakp.consoleSessionId);
@@ -174,7 +175,7 @@ void CraftedBmc::openSession(const Bytes& request) {
 
 void CraftedBmc::rakp1(const Bytes& request) {
     if (request.size() < 28 || request.size() < 28u + request[27]) return;
-    Session* session = find(RmcpPlusCodec::littleEndian32(&request[4]));
+    Session* session = find(ByteReader(request, 4).u32());
     if (session == nullptr) return;
     RmcpPlusCodec::Rakp& rakp = session->rakp;
     std::copy_n(&request[8], RmcpPlusCodec::kRandomLength, rakp.consoleRandom);
@@ -202,7 +203,7 @@ void CraftedBmc::rakp1(const Bytes& request) {
 
 void CraftedBmc::rakp3(const Bytes& request) {
     if (request.size() < 8) return;
-    const std::uint32_t bmcSessionId = RmcpPlusCodec::littleEndian32(&request[4]);
+    const std::uint32_t bmcSessionId = ByteReader(request, 4).u32();
     Session* session = find(bmcSessionId);
     if (session == nullptr) return;
     // A remote console that found fault with RAKP message 2 says so here: the session ends.
@@ -254,7 +255,7 @@ void CraftedBmc::rakp3(const Bytes& request) {
 void CraftedBmc::inSession(const Bytes& datagram) {
     // RMCP header, authentication type, payload type, then the session ID.
     if (datagram.size() < 10) return;
-    Session* session = find(RmcpPlusCodec::littleEndian32(&datagram[6]));
+    Session* session = find(ByteReader(datagram, 6).u32());
     Bytes request;
     if (session == nullptr || !session->active ||
         (behaviour_.ignoreSessionRequestsUntilRakp4 && !session->rakp4Sent) ||

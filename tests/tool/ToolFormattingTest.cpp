@@ -3,6 +3,7 @@
 
 #include <sstream>
 
+#include "HexBytes.h"
 #include "Options.h"
 #include "Output.h"
 #include "TimeStamps.h"
@@ -59,6 +60,20 @@ TEST(ToolOptions, SixteenHexBytesInAnyCommonForm) {
     EXPECT_EQ(tool::parseHexBytes("00000200000055200004013001575655"), expected);
     EXPECT_THROW(tool::parseHexBytes("00 01"), tool::UsageError);
     EXPECT_THROW(tool::parseHexBytes("zz"), tool::UsageError);
+}
+
+TEST(ToolHex, WritesLowerCaseDigitsAndReadsEitherCaseBack) {
+    const unsigned char bytes[] = {0x0A, 0xBF, 0x00};
+    EXPECT_EQ(tool::hexText(bytes, sizeof bytes), "0abf00");
+    EXPECT_EQ(tool::hexText(bytes, sizeof bytes, " "), "0a bf 00");
+    std::vector<unsigned char> read = {0x77};
+    EXPECT_TRUE(tool::bytesFromHex("0aBF00", read));
+    EXPECT_EQ(read, std::vector<unsigned char>(bytes, bytes + sizeof bytes));
+    for (const char* refused : {"0ab", "0x0a", "0a bf", "zz"}) {
+        std::vector<unsigned char> kept = {0x77};
+        EXPECT_FALSE(tool::bytesFromHex(refused, kept)) << refused;
+        EXPECT_EQ(kept, std::vector<unsigned char>{0x77}) << refused;
+    }
 }
 
 TEST(ToolOptions, ParsesConnectionOutputAndFilters) {

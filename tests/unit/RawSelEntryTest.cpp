@@ -98,4 +98,13 @@ TEST(RawSelEntry, ConvertsToTheSameSixteenPublicBytesAndBack) {
     EXPECT_EQ(bytesOf(back), bytesOf(entry));
 }
 
+TEST(RawSelEntry, ItsIdIsTheRecordIdLeastSignificantByteFirst) {
+    RawSelEntry entry{};
+    entry.setValues(kResponse);
+    EXPECT_EQ(entry.id(), 0x1234u);
+    entry.recordId[0] = 0xFF;
+    entry.recordId[1] = 0xFF;
+    EXPECT_EQ(entry.id(), 0xFFFFu);
+}
+
 }  // namespace
