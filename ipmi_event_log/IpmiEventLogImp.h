@@ -14,10 +14,6 @@ class IpmiEventLogImp {
 public:
     explicit IpmiEventLogImp(const TolmarConnection::ConnectionInfo& info);
 
-    // Takes the parameters of `info`. A connection type other than 0 (local) and 1 (LAN) keeps
-    // the previous choice of interface and port.
-    void RecostructParameters(const TolmarConnection::ConnectionInfo& info);
-
     int GetConnectStatus();
     int GetAllIpmiEventLog(std::vector<TolmarAgentless::IPMIEVENT>& events);
     int GetIpmiEventLogByRecordId(unsigned long recordId, TolmarAgentless::IPMIEVENT& event);
@@ -27,6 +23,10 @@ public:
     int DeleteEventLog(unsigned long recordId);
     int DeleteAllEventLog();
     int AddSelEntry(const IPMISELENTRY& entry);
+
+    // Takes the parameters of `info`. A connection type other than 0 (local) and 1 (LAN) keeps
+    // the previous choice of interface and port.
+    void RecostructParameters(const TolmarConnection::ConnectionInfo& info);
 
 private:
     // A session to the configured BMC, with the settings of the calling thread's ConnectionScope.
