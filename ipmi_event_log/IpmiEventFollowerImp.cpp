@@ -1,7 +1,6 @@
 #include "IpmiEventFollowerImp.h"
 
 #include <cstring>
-#include <memory>
 
 #include "IPMIAuxiliaryLog.h"
 #include "IpmiEventOperations.h"
