@@ -1,9 +1,9 @@
 #include "ClientSession.h"
 
-#include <cstdio>
 #include <new>
 #include <utility>
 
+#include "HexText.h"
 #include "IpmiClientActivity.h"
 #include "IpmiClientSettings.h"
 #include "IpmiCompletionCode.h"
@@ -35,9 +35,8 @@ CallReport reportOf(const IpmiCallRecord& record) {
     report.requestsUnanswered = record.transportFailures;
     report.refusedCompletionCode = record.lastCompletionCode;
     if (record.lastCompletionCode != 0x00) {
-        char code[4];
-        std::snprintf(code, sizeof code, "%02X", unsigned{record.lastCompletionCode});
-        report.refusal = "the BMC answered " + std::string(code) + "h (" +
+        report.refusal = "the BMC answered " +
+                         hexText(&record.lastCompletionCode, 1, HexCase::Upper) + "h (" +
                          ipmiCompletionCodeName(record.lastCompletionCode) + ")";
     }
     report.connectFailure = record.connectFailure;
