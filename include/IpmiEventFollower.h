@@ -33,6 +33,8 @@ struct PollResult {
     /// Whether the SEL was read from its first record although an earlier poll had read it: the
     /// SEL was cleared, or the record read to is gone.
     bool restarted = false;
+    /// Whether every record emitted before is gone: the SEL was cleared since the last poll.
+    bool cleared = false;
     unsigned long entriesRead = 0;  ///< SEL records new to this poll
     std::string failure;            ///< what failed, in words; empty when nothing did
     CallReport call;                ///< what the poll's session met
@@ -54,6 +56,9 @@ public:
     /// One poll, in one session: appends to @p events the decoded events of the SEL records added
     /// since the last poll, in SEL order (at the first poll, every record's).
     PollResult Poll(std::vector<TolmarAgentless::IPMIEVENT>& events);
+    /// A poll that takes every record there is as emitted, without decoding it: the next poll
+    /// brings only what is added after it (a first start without the backlog).
+    PollResult SkipToEnd();
 
     /// Writes the state to @p path (replacing the file in one piece). False, with the reason in
     /// @p error, when it cannot.

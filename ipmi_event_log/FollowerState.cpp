@@ -69,11 +69,12 @@ std::string FollowerState::text() const {
     out << kHeader << "\n";
     out << "bmc " << bmc << "\n";
     if (sel) out << "sel " << stampsText(*sel) << "\n";
-    if (lastRecord) {
-        out << "last "
-            << hexOf(reinterpret_cast<const unsigned char*>(&*lastRecord), sizeof *lastRecord)
+    if (first)
+        out << "first " << hexOf(reinterpret_cast<const unsigned char*>(&*first), sizeof *first)
             << "\n";
-    }
+    for (const RawSelEntry& record : recent)
+        out << "last " << hexOf(reinterpret_cast<const unsigned char*>(&record), sizeof record)
+            << "\n";
     if (sdr) out << "sdr " << stampsText(*sdr) << "\n";
     for (const RawSDR& sensor : sensors)
         out << "sensor " << hexOf(sensor.bytes, RawSDR::size) << "\n";
@@ -131,9 +132,12 @@ bool FollowerState::fromText(const std::string& text, FollowerState& state, std:
         } else if (key == "sdr") {
             read.sdr.emplace();
             fits = stampsOf(fields, *read.sdr);
-        } else if (key == "last") {
-            read.lastRecord.emplace();
-            fits = recordOf(fields, *read.lastRecord);
+        } else if (key == "first") {
+            read.first.emplace();
+            fits = recordOf(fields, *read.first);
+        } else if (key == "last" && read.recent.size() < kRemembered) {
+            read.recent.emplace_back();
+            fits = recordOf(fields, read.recent.back());
         } else if (key == "sensor" && read.sensors.size() < kMostRecords) {
             read.sensors.emplace_back();
             fits = recordOf(fields, read.sensors.back());

@@ -17,10 +17,15 @@
 namespace Tolmar {
 
 struct FollowerState {
-    std::string bmc;                        // "address:port" or "local": whose state this is
-    std::optional<RepositoryStamps> sel;    // when the SEL was last read to its end
-    std::optional<RawSelEntry> lastRecord;  // the last record read: where the next read starts
-    std::optional<RepositoryStamps> sdr;    // when `sensors` were read
+    static constexpr std::size_t kRemembered = 64;
+
+    std::string bmc;                      // "address:port" or "local": whose state this is
+    std::optional<RepositoryStamps> sel;  // when the SEL was last read to its end
+    // The last records emitted, oldest first, at most kRemembered: where the next read starts, and
+    // how records emitted before are told from new ones once some of them are gone.
+    std::vector<RawSelEntry> recent;
+    std::optional<RawSelEntry> first;     // the SEL's first record, when it was last read whole
+    std::optional<RepositoryStamps> sdr;  // when `sensors` were read
     std::vector<RawSDR> sensors;
     std::vector<RawPETEntry> filters;
     std::vector<s_AuxLog_entry> auxiliary;  // the auxiliary log's entries, as read

@@ -15,8 +15,10 @@ IpmiEventFollower::IpmiEventFollower(IpmiEventFollower&& other) noexcept = defau
 IpmiEventFollower& IpmiEventFollower::operator=(IpmiEventFollower&& other) noexcept = default;
 
 PollResult IpmiEventFollower::Poll(std::vector<TolmarAgentless::IPMIEVENT>& events) {
-    return imp_->Poll(events);
+    return imp_->Poll(&events);
 }
+
+PollResult IpmiEventFollower::SkipToEnd() { return imp_->Poll(nullptr); }
 
 bool IpmiEventFollower::SaveState(const std::string& path, std::string& error) const {
     return imp_->saveState(path, error);

@@ -1,11 +1,12 @@
 #include "IpmiEventFollowerImp.h"
 
-#include <cstring>
-
+#include "HexText.h"
 #include "IPMIAuxiliaryLog.h"
+#include "IpmiCompletionCode.h"
 #include "IpmiEventOperations.h"
 #include "IpmiException.h"
 #include "IpmiSDROperations.h"
+#include "NewSelRecords.h"
 #include "RepositoryInfo.h"
 
 namespace Tolmar {
@@ -13,7 +14,6 @@ namespace Tolmar {
 namespace {
 
 constexpr int kConnectionTypeLan = 1;
-constexpr unsigned long kFirstRecord = 0x0000;
 
 // Whose state a follower keeps: "address:port" over the LAN, "local" in band.
 std::string bmcOf(const TolmarConnection::ConnectionInfo& info) {
@@ -21,18 +21,19 @@ std::string bmcOf(const TolmarConnection::ConnectionInfo& info) {
                                                      : "local";
 }
 
-bool sameRecord(const RawSelEntry& a, const RawSelEntry& b) {
-    return std::memcmp(&a, &b, sizeof a) == 0;
-}
-
-// What failed in a poll, in words; empty when nothing did.
-std::string failureText(const PollResult& poll) {
+// What failed in a poll, in words; empty when nothing did. `ending` tells how the SEL's read ended.
+std::string failureText(const PollResult& poll, const SelWalk& ending) {
     const CallReport& call = poll.call;
+    const std::string entries = std::to_string(call.selEntriesRead) + " SEL entries";
     switch (poll.result) {
         case IpmiEventLog::EL_SUCCESS:
             if (poll.complete) return "";
-            return "the BMC stopped answering after " + std::to_string(call.selEntriesRead) +
-                   " SEL entries";
+            if (ending.end == SelWalk::End::Refused) {
+                return "the BMC answered Get SEL Entry with " +
+                       hexText(&ending.completionCode, 1, HexCase::Upper) + "h (" +
+                       ipmiCompletionCodeName(ending.completionCode) + ") after " + entries;
+            }
+            return "BMC stopped answering after " + entries;
         case IpmiEventLog::EL_CONNECTION_FAIL:
             return call.connectFailure.empty() ? "no IPMI session could be opened"
                                                : call.connectFailure;
@@ -59,17 +60,19 @@ IpmiEventFollowerImp::IpmiEventFollowerImp(const TolmarConnection::ConnectionInf
     state_.bmc = bmcOf(info);
 }
 
-PollResult IpmiEventFollowerImp::Poll(std::vector<TolmarAgentless::IPMIEVENT>& events) {
+PollResult IpmiEventFollowerImp::Poll(std::vector<TolmarAgentless::IPMIEVENT>* events) {
     PollResult poll;
     // The state moves on only when the session opened; the reads keep what they got before a
     // failure, as the whole log's do.
     FollowerState next = state_;
     EventLogData data;
+    SelWalk ending;
     const auto read = [&](IpmiClient& client) {
         try {
-            readChanges(client, next, data, poll);
+            readChanges(client, next, data, poll, ending, events != nullptr);
         } catch (const IpmiException&) {
             poll.complete = false;
+            ending.end = SelWalk::End::Unanswered;
         }
         return static_cast<int>(IpmiEventLog::EL_SUCCESS);
     };
@@ -77,12 +80,13 @@ PollResult IpmiEventFollowerImp::Poll(std::vector<TolmarAgentless::IPMIEVENT>& e
     // As for the whole log: 6 for an IpmiException while connecting.
     poll.result = session.run(read, {IpmiEventLog::EL_INTERNAL_FAIL, IpmiEventLog::EL_SUCCESS});
     poll.call = session.report();
-    poll.failure = failureText(poll);
+    poll.failure = failureText(poll, ending);
     if (poll.result != IpmiEventLog::EL_SUCCESS) return poll;
     state_ = std::move(next);
     poll.entriesRead = data.sel.size();
+    if (events == nullptr) return poll;
     try {
-        data.appendDecodedEvents(events);
+        data.appendDecodedEvents(*events);
     } catch (const IpmiException&) {
         // As for the whole log: the events rendered so far stay.
     }
@@ -90,19 +94,29 @@ PollResult IpmiEventFollowerImp::Poll(std::vector<TolmarAgentless::IPMIEVENT>& e
 }
 
 void IpmiEventFollowerImp::readChanges(IpmiClient& client, FollowerState& state, EventLogData& data,
-                                       PollResult& poll) {
+                                       PollResult& poll, SelWalk& ending, bool decoding) {
     IpmiEventOperations events(client);
     RepositoryInfo info(client);
     RepositoryStamps selNow;
     const bool stamped = info.sel(selNow);
     // Nothing added or erased since the SEL was last read to its end.
     if (stamped && state.sel && *state.sel == selNow) return;
-    data.sel = readNewRecords(events, state, poll);
-    // A read that ended early is taken up again at the next poll, whatever the stamps say.
+    // An empty SEL needs no walk to tell.
+    NewSelRecords read = stamped && selNow.records == 0
+                             ? NewSelRecords::empty(state.recent)
+                             : NewSelRecords::read(events, state.recent, state.first);
+    poll.complete = read.complete;
+    poll.restarted = read.restarted;
+    poll.cleared = read.cleared;
+    ending = read.ending;
+    state.recent = std::move(read.recent);
+    state.first = read.first;
+    data.sel = std::move(read.records);
+    // A read that did not reach the SEL's end is taken up again at the next poll, whatever the
+    // stamps say.
     state.sel.reset();
-    if (stamped && poll.complete) state.sel = selNow;
-    if (data.sel.empty()) return;
-    state.lastRecord = data.sel.back();
+    if (stamped && read.settled) state.sel = selNow;
+    if (data.sel.empty() || !decoding) return;
     readRenderingRecords(client, state);
     readAuxiliaryLog(events, state, poll.restarted);
     data.sdr = state.sensors;
@@ -123,26 +137,6 @@ void IpmiEventFollowerImp::readAuxiliaryLog(IpmiEventOperations& events, Followe
     state.auxiliary.resize(count);
     if (count > known)
         events.readExtendedDataFrom(known + 1, state.auxiliary.data() + known, count - known);
-}
-
-std::vector<RawSelEntry> IpmiEventFollowerImp::readNewRecords(IpmiEventOperations& events,
-                                                              const FollowerState& state,
-                                                              PollResult& poll) {
-    std::vector<RawSelEntry> records;
-    if (state.lastRecord) {
-        // The chain from the record read last: it comes again first, the new ones after it.
-        poll.complete = events.walkSel(state.lastRecord->id(), records);
-        if (!records.empty() && sameRecord(records.front(), *state.lastRecord)) {
-            records.erase(records.begin());
-            return records;
-        }
-        records.clear();
-    }
-    // The first poll; or the record read last is gone (the SEL was cleared, or that record
-    // deleted) or was read differently: every record is new.
-    poll.complete = events.walkSel(kFirstRecord, records);
-    poll.restarted = state.lastRecord.has_value() && !records.empty();
-    return records;
 }
 
 void IpmiEventFollowerImp::readRenderingRecords(IpmiClient& client, FollowerState& state) {

@@ -8,17 +8,17 @@
 #include "EventLogData.h"
 #include "FollowerState.h"
 #include "IpmiEventFollower.h"
+#include "IpmiEventOperations.h"
 
 namespace Tolmar {
-
-class IpmiEventOperations;
 
 class IpmiEventFollowerImp {
 public:
     IpmiEventFollowerImp(const TolmarConnection::ConnectionInfo& info,
                          const ConnectionSettings& settings);
 
-    PollResult Poll(std::vector<TolmarAgentless::IPMIEVENT>& events);
+    // One poll; its new records' events are appended to `events`, or, without, not decoded.
+    PollResult Poll(std::vector<TolmarAgentless::IPMIEVENT>* events);
     bool saveState(const std::string& path, std::string& error) const;
     bool loadState(const std::string& path, std::string& error);
     std::string stateText() const { return state_.text(); }
@@ -26,12 +26,11 @@ public:
 
 private:
     // Reads, in the open session, what changed since `state` and what the new records are
-    // rendered with into `data`, and moves `state` on; notes in `poll` how the read went.
+    // rendered with into `data`, and moves `state` on; notes in `poll` how the read went and in
+    // `ending` how the SEL's read ended.
+    // `decoding`: what the new records are rendered with is read too.
     static void readChanges(IpmiClient& client, FollowerState& state, EventLogData& data,
-                            PollResult& poll);
-    // The records after `state.lastRecord`, or from the first when that one is gone.
-    static std::vector<RawSelEntry> readNewRecords(IpmiEventOperations& events,
-                                                   const FollowerState& state, PollResult& poll);
+                            PollResult& poll, SelWalk& ending, bool decoding);
     // The sensor records, read again when the repository changed; and the filters.
     static void readRenderingRecords(IpmiClient& client, FollowerState& state);
     // The auxiliary entries added since the last read; all of them after a restart.

@@ -126,6 +126,13 @@ void IpmiEventOperations::getRawSelEntries(std::vector<RawSelEntry>& entries) {
 }
 
 bool IpmiEventOperations::walkSel(unsigned long recordId, std::vector<RawSelEntry>& entries) {
+    return walkSel(recordId, entries, {}).end == SelWalk::End::ChainEnd;
+}
+
+SelWalk IpmiEventOperations::walkSel(
+    unsigned long recordId, std::vector<RawSelEntry>& entries,
+    const std::function<bool(const std::vector<RawSelEntry>&)>& goOn) {
+    SelWalk walk;
     try {
         // A BMC whose next-record chain comes back to an ID already requested would make the walk
         // loop forever; it ends there instead, as if the chain had. A chain that ends never
@@ -141,19 +148,24 @@ bool IpmiEventOperations::walkSel(unsigned long recordId, std::vector<RawSelEntr
             if (!response.succeeded(kSelEntryResponseLength)) {
                 logListReadFailure("getRawSelEntries completionCode: ", response.completionCode,
                                    __LINE__);
-                response.raise();
+                walk.end = response.status == 0 ? SelWalk::End::Refused : SelWalk::End::Unanswered;
+                walk.completionCode = response.completionCode;
+                return walk;
             }
             recordId = nextRecordId(response.data);
             RawSelEntry entry{};
             entry.setValues(response.data);
             entries.push_back(entry);
+            if (goOn && !goOn(entries)) {
+                walk.end = SelWalk::End::Stopped;
+                return walk;
+            }
         }
-        return true;
     } catch (const IpmiException&) {
-        // The walk ends at its first failure, whether reported by the BMC or by the client; the
-        // records read so far stay in `entries`.
-        return false;
+        // The walk ends at its first failure; the records read so far stay in `entries`.
+        walk.end = SelWalk::End::Unanswered;
     }
+    return walk;
 }
 
 int IpmiEventOperations::deleteSEL(unsigned long recordId) {

@@ -1,6 +1,7 @@
 // The SEL commands of the Storage network function, over one connected client.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <vector>
 
@@ -13,6 +14,18 @@
 #include "RawSelEntry.h"
 
 namespace Tolmar {
+
+// How a walk along the SEL's next-record chain ended.
+struct SelWalk {
+    enum class End {
+        ChainEnd,    // next record FFFFh, or a chain that came back to an ID already read
+        Stopped,     // the caller's check stopped it
+        Refused,     // the BMC answered with `completionCode` (00h: an answer too short)
+        Unanswered,  // no answer, or no session to send in
+    };
+    End end = End::ChainEnd;
+    unsigned char completionCode = 0;
+};
 
 class IpmiEventOperations {
 public:
@@ -34,6 +47,10 @@ public:
     // The same walk from the record `recordId` on (0x0000: the first). True when the chain ended
     // (next record FFFFh); false when a failure ended the walk first.
     bool walkSel(unsigned long recordId, std::vector<RawSelEntry>& entries);
+    // The same walk, which tells how it ended, and stops once `goOn` (asked after each record,
+    // with the records read so far) says no.
+    SelWalk walkSel(unsigned long recordId, std::vector<RawSelEntry>& entries,
+                    const std::function<bool(const std::vector<RawSelEntry>&)>& goOn);
     // Delete SEL Entry under a fresh reservation.
     int deleteSEL(unsigned long recordId);
     // Clear SEL under a fresh reservation: starts the erase and does not wait for it.

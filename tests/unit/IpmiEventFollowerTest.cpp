@@ -74,6 +74,7 @@ protected:
 
     IpmiEventFollower follower{sim::lanConnection()};
     PollResult last;  // of the last poll
+    std::vector<IPMIEVENT> events_;
 };
 
 TEST_F(IpmiEventFollowerTest, TheFirstPollRendersEveryRecordAsTheWholeLogDoes) {
@@ -161,9 +162,12 @@ TEST_F(IpmiEventFollowerTest, AClearedSelIsReadFromItsFirstRecord) {
     bmc.storeSelRecord(kFourth);
     events.clear();
     const auto requests = poll(follower, events);
-    EXPECT_EQ(std::vector<RecordedRequest>(requests.begin(), requests.begin() + 3),
-              (std::vector<RecordedRequest>{getSelInfo(), getSel(0x0003), getSel(0x0000)}));
+    // Each record emitted is looked for, newest first; none is left.
+    EXPECT_EQ(std::vector<RecordedRequest>(requests.begin(), requests.begin() + 5),
+              (std::vector<RecordedRequest>{getSelInfo(), getSel(0x0003), getSel(0x0002),
+                                            getSel(0x0001), getSel(0x0000)}));
     EXPECT_TRUE(last.restarted);
+    EXPECT_TRUE(last.cleared);
     sim::expectSameEvents(events, wholeLog());
 }
 
@@ -184,7 +188,7 @@ TEST_F(IpmiEventFollowerTest, AReadCutShortIsTakenUpAtTheNextPoll) {
     EXPECT_FALSE(last.complete);
     EXPECT_EQ(last.entriesRead, 2u);
     EXPECT_EQ(last.call.requestsUnanswered, 1u);
-    EXPECT_EQ(last.failure, "the BMC stopped answering after 2 SEL entries");
+    EXPECT_EQ(last.failure, "BMC stopped answering after 2 SEL entries");
     EXPECT_EQ(events.size(), 2u);
     const auto requests = poll(follower, events);
     EXPECT_TRUE(last.complete);
@@ -240,6 +244,143 @@ TEST_F(IpmiEventFollowerTest, FollowersKeptInAVectorGoOnEachFromItsOwnState) {
     IpmiEventFollower assigned = std::move(followers[0]);
     events.clear();
     EXPECT_EQ(poll(assigned, events), std::vector<RecordedRequest>{getSelInfo()});
+}
+
+// A system event with record ID `id`, stamped `id` minutes after the small BMC's events.
+sim::SimulatedBmc::SelRecord eventNumbered(std::uint16_t id) {
+    const std::uint32_t stamp = 0x55001000 + 60u * id;
+    return selRecord(
+        id, {0x02, static_cast<unsigned char>(stamp), static_cast<unsigned char>(stamp >> 8),
+             static_cast<unsigned char>(stamp >> 16), static_cast<unsigned char>(stamp >> 24), 0x20,
+             0x00, 0x04, 0x08, 0x60, 0x6F, 0x01, 0xFF, 0xFF});
+}
+
+class SelChangesTest : public IpmiEventFollowerTest {
+protected:
+    // Polls; the record IDs of the events it brought.
+    std::vector<unsigned long> polledIds() {
+        std::vector<IPMIEVENT> events;
+        poll(follower, events);
+        std::vector<unsigned long> ids;
+        for (const IPMIEVENT& event : events) ids.push_back(event.recordId);
+        return ids;
+    }
+    void clearSel() { ASSERT_EQ(IpmiEventLog(sim::lanConnection()).DeleteAllEventLog(), 0); }
+
+    using Ids = std::vector<unsigned long>;
+};
+
+TEST_F(SelChangesTest, AnEmptySelIsACompletePollWithNothingNew) {
+    clearSel();
+    for (bool infoAnswered : {true, false}) {
+        bmc.answerRepositoryInfo(infoAnswered);
+        IpmiEventFollower fresh(sim::lanConnection());
+        std::vector<IPMIEVENT> events;
+        const auto requests = poll(fresh, events);
+        EXPECT_TRUE(events.empty());
+        EXPECT_TRUE(last.complete) << infoAnswered;
+        EXPECT_EQ(last.failure, "");
+        EXPECT_FALSE(last.cleared);
+        // Get SEL Info's record count of 0 says it without a Get SEL Entry; without it, CBh for
+        // the first record does.
+        EXPECT_EQ(requests.size(), infoAnswered ? 1u : 2u);
+    }
+}
+
+TEST_F(SelChangesTest, AClearIsSaidOnceAndARecordAddedAfterItComesOnce) {
+    EXPECT_EQ(polledIds(), (Ids{1, 2, 3}));
+    clearSel();
+    EXPECT_EQ(polledIds(), Ids{});
+    EXPECT_TRUE(last.cleared);
+    EXPECT_TRUE(last.complete);
+    EXPECT_EQ(polledIds(), Ids{});
+    EXPECT_FALSE(last.cleared);
+    // The BMC starts its record IDs again at 1.
+    bmc.storeSelRecord(eventNumbered(1));
+    EXPECT_EQ(polledIds(), Ids{1});
+    EXPECT_FALSE(last.cleared);
+    EXPECT_EQ(polledIds(), Ids{});
+}
+
+TEST_F(SelChangesTest, AClearAndAdditionsBetweenTwoPollsGiveTheAdditionsOnce) {
+    EXPECT_EQ(polledIds(), (Ids{1, 2, 3}));
+    clearSel();
+    bmc.storeSelRecord(eventNumbered(1));  // the ID of a record emitted before, another record
+    bmc.storeSelRecord(eventNumbered(2));
+    EXPECT_EQ(polledIds(), (Ids{1, 2}));
+    EXPECT_TRUE(last.cleared);
+    EXPECT_EQ(polledIds(), Ids{});
+}
+
+TEST_F(SelChangesTest, ARecordAddedAfterAClearComesOnceWhateverItsTimeStamp) {
+    for (std::uint16_t id = 4; id <= 10; ++id) bmc.storeSelRecord(eventNumbered(id));
+    EXPECT_EQ(polledIds().size(), 10u);
+    clearSel();
+    // The BMC's clock was set back: the new record is stamped before those emitted.
+    bmc.storeSelRecord(kFourth);
+    EXPECT_EQ(polledIds(), Ids{4});
+    EXPECT_TRUE(last.cleared);
+}
+
+TEST_F(SelChangesTest, DeletingTheNewestRecordEmitsNothingAgain) {
+    EXPECT_EQ(polledIds(), (Ids{1, 2, 3}));
+    bmc.removeSelRecord(3);
+    EXPECT_EQ(polledIds(), Ids{});
+    EXPECT_FALSE(last.cleared);
+    EXPECT_TRUE(last.complete);
+    bmc.storeSelRecord(kFourth);
+    const auto requests = poll(follower, events_);
+    EXPECT_EQ(events_.size(), 1u);
+    // The deleted record is looked for no more: the walk starts at the one before it.
+    EXPECT_EQ(requests[1], getSel(0x0002));
+}
+
+TEST_F(SelChangesTest, DeletingAMiddleRecordOrManyEmitsNothingAgain) {
+    for (std::uint16_t id = 4; id <= 150; ++id) bmc.storeSelRecord(eventNumbered(id));
+    EXPECT_EQ(polledIds().size(), 150u);
+    bmc.removeSelRecord(75);
+    EXPECT_EQ(polledIds(), Ids{});
+    // More than the follower remembers, the newest among them: the older records left were
+    // emitted before, by their time stamps.
+    for (std::uint16_t id = 60; id <= 150; ++id) bmc.removeSelRecord(id);
+    EXPECT_EQ(polledIds(), Ids{});
+    EXPECT_FALSE(last.cleared);
+    EXPECT_TRUE(last.restarted);
+    bmc.storeSelRecord(eventNumbered(151));
+    EXPECT_EQ(polledIds(), Ids{151});
+}
+
+TEST_F(SelChangesTest, ARecordRewrittenInPlaceIsNotEmittedAgain) {
+    EXPECT_EQ(polledIds(), (Ids{1, 2, 3}));
+    // Record 3's event turned into a deassertion, as some BMCs mark an event resolved.
+    sim::SimulatedBmc::SelRecord resolved = bmc.selRecords().back();
+    resolved[12] |= 0x80;
+    bmc.removeSelRecord(3);
+    bmc.storeSelRecord(resolved);
+    EXPECT_EQ(polledIds(), Ids{});
+    bmc.storeSelRecord(kFourth);
+    EXPECT_EQ(polledIds(), Ids{4});
+}
+
+TEST_F(SelChangesTest, AnEraseInProgressIsACompletePollThatLooksAgainNextTime) {
+    EXPECT_EQ(polledIds(), (Ids{1, 2, 3}));
+    bmc.storeSelRecord(kFourth);
+    // Get SEL Info, then Get SEL Entry for record 3, answered 81h.
+    bench.injectFault(bench.requests().size() + 2, sim::Fault::completion(0x81));
+    EXPECT_EQ(polledIds(), Ids{});
+    EXPECT_TRUE(last.complete);
+    EXPECT_EQ(last.failure, "");
+    EXPECT_EQ(polledIds(), Ids{4});
+}
+
+TEST_F(SelChangesTest, AReadThatARefusalEndsSaysSo) {
+    bench.injectFault(3, sim::Fault::completion(0xC0));
+    EXPECT_EQ(polledIds(), Ids{1});
+    EXPECT_FALSE(last.complete);
+    EXPECT_EQ(last.failure,
+              "the BMC answered Get SEL Entry with C0h (node busy) after 1 SEL entries");
+    EXPECT_EQ(polledIds(), (Ids{2, 3}));
+    EXPECT_TRUE(last.complete);
 }
 
 class FollowerStateTest : public IpmiEventFollowerTest {
