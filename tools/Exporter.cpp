@@ -60,8 +60,10 @@ int serve(const Options& options) {
                 const HostResult& r = results[i];
                 std::vector<Tolmar::TolmarAgentless::IPMIEVENT> events;
                 for (const EventRow& row : r.events) events.push_back(row.event);
-                metrics.recordPoll(hosts[i], r.result == Tolmar::IpmiEventLog::EL_SUCCESS,
-                                   !r.incomplete, events, r.call.selEntriesRead, r.seconds);
+                metrics.recordPoll(hosts[i],
+                                   {r.result == Tolmar::IpmiEventLog::EL_SUCCESS, !r.incomplete,
+                                    r.cleared, r.call.selEntriesRead, r.seconds},
+                                   events);
             }
             metrics.recordFleetPoll();
         });

@@ -31,6 +31,12 @@ int follow(const Options& options, Style style) {
             } else if (!failed && failing[i]) {
                 said += "ipmi-event-log: " + hostName(hosts[i]) + " answers again\n";
             }
+            if (r.skipped) {
+                said += "ipmi-event-log: " + hostName(hosts[i]) + ": new events only: the " +
+                        std::to_string(*r.skipped) + " in the SEL now are not shown\n";
+            }
+            if (r.cleared)
+                said += "ipmi-event-log: " + hostName(hosts[i]) + ": the SEL was cleared\n";
             if (r.incomplete)
                 said += "ipmi-event-log: " + incompleteText(hosts[i], r, options) + "\n";
             if (!r.call.warning.empty() && warnings.insert(r.call.warning).second)

@@ -91,8 +91,11 @@ std::string failureText(const std::string& host, const HostResult& r) {
 }
 
 std::string incompleteText(const std::string& host, const HostResult& r, const Options& options) {
-    std::string text = hostName(host) + ": incomplete: BMC stopped answering after " +
-                       std::to_string(r.call.selEntriesRead) + " SEL entries";
+    std::string text =
+        hostName(host) + ": incomplete: " +
+        (r.incompleteReason.empty() ? "BMC stopped answering after " +
+                                          std::to_string(r.call.selEntriesRead) + " SEL entries"
+                                    : r.incompleteReason);
     // Raw entries have nothing else to miss.
     if (options.command != "raw")
         text += "; severities, sensor names and auxiliary details may be missing";
@@ -131,11 +134,15 @@ void addEvents(HostResult& out, const std::string& host, std::vector<IPMIEVENT> 
 }
 
 void pollFollower(Tolmar::IpmiEventFollower& follower, const std::string& host,
-                  const Options& options, HostResult& out) {
+                  const Options& options, HostResult& out, bool skipping) {
     std::vector<IPMIEVENT> events;
-    const Tolmar::PollResult poll = follower.Poll(events);
+    const Tolmar::PollResult poll = skipping ? follower.SkipToEnd() : follower.Poll(events);
     out.result = poll.result;
     out.incomplete = poll.result == IpmiEventLog::EL_SUCCESS && !poll.complete;
+    if (out.incomplete) out.incompleteReason = poll.failure;
+    out.cleared = poll.cleared;
+    if (skipping && poll.result == IpmiEventLog::EL_SUCCESS && poll.complete)
+        out.skipped = poll.entriesRead;
     out.call = poll.call;
     addEvents(out, host, std::move(events), options);
 }

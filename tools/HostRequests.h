@@ -5,6 +5,7 @@
 #include <IpmiEventFollower.h>
 #include <IpmiEventLog.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,12 @@ struct HostResult {
     // it read before; the report of the call tells.
     bool incomplete = false;
     Tolmar::CallReport call;  // of the request that failed, else of the last
+    // A follower's poll: why it ended early, in the library's words; whether it found the SEL
+    // cleared.
+    std::string incompleteReason;
+    bool cleared = false;
+    // follow --new-only: the records there were when a poll first read the whole SEL, not shown.
+    std::optional<unsigned long> skipped;
     std::vector<EventRow> events;
     std::vector<EntryRow> entries;
     std::string note;     // printed on success (status, changes)
@@ -50,9 +57,10 @@ void addEvents(HostResult& out, const std::string& host,
                std::vector<Tolmar::TolmarAgentless::IPMIEVENT> events, const Options& options);
 
 // One poll of `follower`: its result, and its new events as addEvents makes them rows of `host`;
-// incomplete when the poll lost its BMC part way.
+// incomplete when the poll lost its BMC part way. `skipping`: the records there are are taken as
+// shown, and none is decoded.
 void pollFollower(Tolmar::IpmiEventFollower& follower, const std::string& host,
-                  const Options& options, HostResult& out);
+                  const Options& options, HostResult& out, bool skipping = false);
 
 // Runs the command line's request on one host.
 HostResult run(const Options& options, const std::string& host);

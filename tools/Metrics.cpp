@@ -42,15 +42,15 @@ FleetMetrics::FleetMetrics(std::vector<std::string> hosts) : order_(std::move(ho
     for (const std::string& host : order_) hosts_[host];
 }
 
-void FleetMetrics::recordPoll(const std::string& host, bool up, bool complete,
-                              const std::vector<Tolmar::TolmarAgentless::IPMIEVENT>& events,
-                              unsigned long selEntries, double seconds) {
+void FleetMetrics::recordPoll(const std::string& host, const PollFacts& poll,
+                              const std::vector<Tolmar::TolmarAgentless::IPMIEVENT>& events) {
     Host& h = hosts_[host];
     h.polled = true;
-    h.up = up;
-    h.complete = complete;
-    h.selEntries += selEntries;
-    h.lastPollSeconds = seconds;
+    h.up = poll.up;
+    h.complete = poll.complete;
+    h.selEntries += poll.selEntries;
+    if (poll.cleared) ++h.clears;
+    h.lastPollSeconds = poll.seconds;
     for (const auto& event : events) {
         const int severity = std::clamp(event.severity, 0, 2);
         ++h.events[severity];
@@ -103,6 +103,11 @@ std::string FleetMetrics::text() const {
            "SEL entries read from the BMC since the exporter started.");
     eachHost([&](const std::string& labels, const Host& h) {
         out << "ipmi_event_log_sel_entries_read_total" << labels << "} " << h.selEntries << "\n";
+    });
+    family(out, "ipmi_event_log_sel_clears_total", "counter",
+           "Clears of the BMC's SEL found since the exporter started.");
+    eachHost([&](const std::string& labels, const Host& h) {
+        out << "ipmi_event_log_sel_clears_total" << labels << "} " << h.clears << "\n";
     });
     family(out, "ipmi_event_log_polls_total", "counter",
            "Polls of the whole fleet since the exporter started.");

@@ -1,6 +1,6 @@
 // What ipmi-event-log serve tells Prometheus about a fleet, in its text exposition format
 // (version 0.0.4): per host, the events read since the exporter started by severity, the newest
-// critical event's time stamp, SEL entries read, and how the last poll went.
+// critical event's time stamp, SEL entries read, clears of the SEL, and how the last poll went.
 #pragma once
 
 #include <IpmiEventLog.h>
@@ -13,15 +13,22 @@
 
 namespace tool {
 
+// How one poll of a host went.
+struct PollFacts {
+    bool up = false;               // it succeeded
+    bool complete = true;          // it read to the SEL's end
+    bool cleared = false;          // it found the SEL cleared
+    unsigned long selEntries = 0;  // SEL entries it read
+    double seconds = 0;            // how long it took
+};
+
 class FleetMetrics {
 public:
     explicit FleetMetrics(std::vector<std::string> hosts);
 
-    // One poll of `host`: whether it succeeded, whether it read to the end, the events it
-    // brought, the SEL entries it read and how long it took.
-    void recordPoll(const std::string& host, bool up, bool complete,
-                    const std::vector<Tolmar::TolmarAgentless::IPMIEVENT>& events,
-                    unsigned long selEntries, double seconds);
+    // One poll of `host`, and the events it brought.
+    void recordPoll(const std::string& host, const PollFacts& poll,
+                    const std::vector<Tolmar::TolmarAgentless::IPMIEVENT>& events);
     void recordFleetPoll() { ++polls_; }
 
     std::string text() const;
@@ -34,6 +41,7 @@ private:
         unsigned long events[3] = {};  // info, warning, critical
         std::optional<std::time_t> newestCritical;
         unsigned long selEntries = 0;
+        unsigned long clears = 0;
         double lastPollSeconds = 0;
     };
 

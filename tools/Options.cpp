@@ -61,7 +61,8 @@ const char* const kUsage =
     "                    for several hosts)\n"
     "  --interval S      follow, serve: seconds between polls (10)\n"
     "  --listen A:P      serve: the address and port of /metrics (127.0.0.1:9290)\n"
-    "  --polls N         follow: stop after N polls (default: when interrupted)\n";
+    "  --polls N         follow: stop after N polls (default: when interrupted)\n"
+    "  --new-only        follow: only events added after the start, none of those there are\n";
 
 unsigned long parseNumber(const std::string& text, unsigned long max, const std::string& what) {
     char* end = nullptr;
@@ -282,6 +283,8 @@ Options parseOptions(const std::vector<std::string>& args) {
             if (options.interval == 0) throw UsageError("--interval must be at least 1 second");
         } else if (arg == "--listen") {
             options.listen = value(i);
+        } else if (arg == "--new-only") {
+            options.newOnly = true;
         } else if (arg == "--polls") {
             options.polls = parseNumber(value(i), 1000000000, "--polls");
         } else if (arg == "--fanout") {

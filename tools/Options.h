@@ -42,6 +42,7 @@ struct Options {
     std::string statePath;    // list: where what was read is kept; a directory for a fleet
     unsigned interval = 10;   // follow, serve: seconds between polls
     unsigned long polls = 0;  // follow: stop after this many polls; 0: when interrupted
+    bool newOnly = false;     // follow: the events there are at the start are not shown
     std::string listen = "127.0.0.1:9290";  // serve: where /metrics is answered
 };
 

@@ -27,10 +27,10 @@ void waitUntil(Clock::time_point due) {
 
 // One poll of a host: its new events as rows, with what the poll met.
 HostResult pollHost(Tolmar::IpmiEventFollower& follower, const Options& filters,
-                    const std::string& host) {
+                    const std::string& host, bool skipping) {
     const auto started = Clock::now();
     HostResult out;
-    pollFollower(follower, host, filters, out);
+    pollFollower(follower, host, filters, out, skipping);
     for (EventRow& row : out.events) row.complete = !out.incomplete;
     out.seconds = std::chrono::duration<double>(Clock::now() - started).count();
     return out;
@@ -47,12 +47,17 @@ void pollHosts(const Options& options,
     followers.reserve(hosts.size());
     for (const std::string& host : hosts)
         followers.emplace_back(connection(options, host), settings(options));
+    // With --new-only, a host's polls skip what its SEL holds until one reads it to its end
+    // (chars: each of the fan-out's threads writes an element of its own).
+    std::vector<char> skipping(hosts.size(), options.newOnly);
     Options filters = options;
     for (unsigned long poll = 1; !stopping; ++poll) {
         const auto due = Clock::now() + std::chrono::seconds(options.interval);
         std::vector<HostResult> results(hosts.size());
-        fanOut(hosts.size(), options.fanout,
-               [&](std::size_t i) { results[i] = pollHost(followers[i], filters, hosts[i]); });
+        fanOut(hosts.size(), options.fanout, [&](std::size_t i) {
+            results[i] = pollHost(followers[i], filters, hosts[i], skipping[i]);
+            if (results[i].skipped) skipping[i] = false;
+        });
         report(results);
         filters.last = 0;  // --last picks among the events there were at the start
         if (options.polls != 0 && poll >= options.polls) break;

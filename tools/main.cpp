@@ -57,6 +57,10 @@ void checkArguments(const Options& options) {
     if (options.command == "add") tool::parseHexBytes(options.arguments[0]);
     if (!options.statePath.empty() && options.command != "list")
         throw tool::UsageError("--state goes with list");
+    if (options.newOnly && options.command != "follow")
+        throw tool::UsageError("--new-only goes with follow");
+    if (options.newOnly && options.last != 0)
+        throw tool::UsageError("--new-only shows none of the events there are; --last N some");
     if (!options.since.empty()) tool::parseUserTime(options.since);
     if (!options.until.empty()) tool::parseUserTime(options.until);
 }
@@ -179,6 +183,9 @@ int main(int argc, char** argv) {
         } else {
             anyRead = true;
             std::cout << r.note;
+            if (r.cleared)
+                problems +=
+                    "ipmi-event-log: " + tool::hostName(hosts[i]) + ": the SEL was cleared\n";
             if (r.incomplete)
                 problems += "ipmi-event-log: " + tool::incompleteText(hosts[i], r, options) + "\n";
         }

@@ -63,12 +63,16 @@ protected:
     }
 
     // Runs the tool's follow with `arguments`, and adds `records` to the BMC once the tool has
-    // printed `firstPollLines` lines, so between its polls. What it printed is in `out`.
+    // printed `firstPollLines` lines (on standard error, with `onErrors`), so between its polls.
+    // What it printed is in `out` and `err`.
     ToolRun followAdding(const std::string& arguments, std::size_t firstPollLines,
-                         const std::vector<bmcsim::SelRecord>& records) const {
+                         const std::vector<bmcsim::SelRecord>& records,
+                         bool onErrors = false) const {
+        // runShell writes standard error to "stderr" in the scratch directory.
+        const char* watched = onErrors ? "stderr" : "follow.out";
         std::atomic<bool> ended{false};
         std::thread adder([&] {
-            while (!ended && lines(scratch.read("follow.out")) < firstPollLines)
+            while (!ended && lines(scratch.read(watched)) < firstPollLines)
                 std::this_thread::sleep_for(std::chrono::milliseconds(20));
             bmc->addSelRecords(records);
         });
@@ -397,6 +401,39 @@ TEST_F(ToolOverLanTest, ListWithAStateFilePrintsOnlyWhatWasAddedSinceTheLastRun)
     expectUsageError("--state " + state + " raw", "--state goes with list");
 }
 
+TEST_F(ToolOverLanTest, ListWithAStateFilePrintsEachRecordOnceWhateverIsDeletedOrCleared) {
+    const std::string state = scratch.file("bmc.state");
+    const auto listNew = [&] { return tool("--state " + state + " --format jsonl list"); };
+    const auto change = [&](const std::string& arguments) {
+        const ToolRun run = tool(arguments);
+        ASSERT_EQ(run.status, 0) << arguments << ": " << run.err;
+    };
+    const auto expectNothing = [&](const std::string& after) {
+        const ToolRun run = listNew();
+        EXPECT_EQ(run.status, 0) << after << ": " << run.err;
+        EXPECT_EQ(run.out, "") << after;
+        EXPECT_EQ(run.err, "") << after;
+    };
+    EXPECT_EQ(lines(listNew().out), 35u);
+    change("delete 35");  // the newest, the one read last
+    expectNothing("the newest deleted");
+    change("delete 17");
+    expectNothing("a middle one deleted");
+    change("delete 20 21 22 23 24 25 26 27 28 29 30 31 32 33 34");
+    expectNothing("many deleted");
+    bmc->addSelRecords({bmcsim::sampleEventLog()[21]});
+    EXPECT_EQ(lines(listNew().out), 1u);
+    change("clear");
+    const ToolRun cleared = listNew();
+    EXPECT_EQ(cleared.status, 0) << cleared.err;
+    EXPECT_EQ(cleared.out, "");
+    EXPECT_EQ(cleared.err, "ipmi-event-log: " + hostOf(*bmc) + ": the SEL was cleared\n");
+    expectNothing("the clear said");
+    bmc->addSelRecords({bmcsim::sampleEventLog()[0], bmcsim::sampleEventLog()[1]});
+    EXPECT_EQ(lines(listNew().out), 2u);
+    expectNothing("the records added after the clear");
+}
+
 TEST_F(ToolOverLanTest, FollowPrintsTheEventsThereAreThenNewOnesDecodedAsListDecodesThem) {
     // Two polls two seconds apart; a record is added in between.
     const ToolRun run = followAdding("--format jsonl --interval 2 --polls 2 --last 3", 3,
@@ -425,6 +462,20 @@ TEST_F(ToolOverLanTest, FollowPrintsTheHeaderOnceWhenALaterPollHasEvents) {
     const std::vector<std::string> all = linesOf(tool("--format csv list").out);
     ASSERT_EQ(all.size(), 1u + 36u);
     EXPECT_EQ(run.out, all[0] + all[35] + all[36]);
+}
+
+TEST_F(ToolOverLanTest, FollowWithNewOnlyPrintsOnlyTheRecordsAddedAfterItStarted) {
+    const ToolRun run = followAdding("--format jsonl --interval 2 --polls 2 --new-only", 1,
+                                     {bmcsim::sampleEventLog()[21]}, true);
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(run.err, "ipmi-event-log: " + hostOf(*bmc) +
+                           ": new events only: the 35 in the SEL now are not shown\n");
+    const std::vector<std::string> all = linesOf(tool("--format jsonl list").out);
+    ASSERT_EQ(all.size(), 36u);
+    EXPECT_EQ(run.out, all[35]);
+    expectUsageError("--new-only list", "--new-only goes with follow");
+    expectUsageError("--new-only --last 3 follow",
+                     "--new-only shows none of the events there are; --last N some");
 }
 
 TEST_F(ToolOverLanTest, FollowSaysOnceThatAHostIsDownAndKeepsTheOthers) {

@@ -17,12 +17,11 @@ IPMIEVENT event(int severity, const char* timeStamp) {
 
 TEST(FleetMetricsTest, CountsEventsBySeverityAndKeepsTheNewestCriticalTime) {
     tool::FleetMetrics metrics({"bmc1", "b\"m\\c2", "never-polled"});
-    metrics.recordPoll("bmc1", true, true,
+    metrics.recordPoll("bmc1", {true, true, false, 4, 0.25},
                        {event(2, "03/12/2015 16:58:14"), event(2, "03/11/2015 08:00:00"),
-                        event(1, "03/12/2015 17:00:00"), event(0, "Unspecified")},
-                       4, 0.25);
-    metrics.recordPoll("bmc1", true, false, {event(2, "Unspecified")}, 2, 0.5);
-    metrics.recordPoll("b\"m\\c2", false, true, {}, 0, 10);
+                        event(1, "03/12/2015 17:00:00"), event(0, "Unspecified")});
+    metrics.recordPoll("bmc1", {true, false, true, 2, 0.5}, {event(2, "Unspecified")});
+    metrics.recordPoll("b\"m\\c2", {false, true, false, 0, 10}, {});
     metrics.recordFleetPoll();
     metrics.recordFleetPoll();
     EXPECT_EQ(metrics.text(),
@@ -59,6 +58,11 @@ TEST(FleetMetricsTest, CountsEventsBySeverityAndKeepsTheNewestCriticalTime) {
               "# TYPE ipmi_event_log_sel_entries_read_total counter\n"
               "ipmi_event_log_sel_entries_read_total{host=\"bmc1\"} 6\n"
               "ipmi_event_log_sel_entries_read_total{host=\"b\\\"m\\\\c2\"} 0\n"
+              "# HELP ipmi_event_log_sel_clears_total Clears of the BMC's SEL found since the "
+              "exporter started.\n"
+              "# TYPE ipmi_event_log_sel_clears_total counter\n"
+              "ipmi_event_log_sel_clears_total{host=\"bmc1\"} 1\n"
+              "ipmi_event_log_sel_clears_total{host=\"b\\\"m\\\\c2\"} 0\n"
               "# HELP ipmi_event_log_polls_total Polls of the whole fleet since the exporter "
               "started.\n"
               "# TYPE ipmi_event_log_polls_total counter\n"
