@@ -1,13 +1,16 @@
 // Writes the fuzzers' seed corpora from the sample server's records:
 // and the answers of a BMC over RMCP+:
-//   write_seeds DIR  ->  DIR/event_log, DIR/event_builder, DIR/auxiliary_log, DIR/rmcp_plus_codec
+//   write_seeds DIR  ->  DIR/event_log, DIR/event_builder, DIR/auxiliary_log, DIR/rmcp_plus_codec,
+//                        DIR/follower_state
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <string>
 #include <vector>
 
+#include "FollowerState.h"
 #include "IPMIAuxiliaryLog.h"
 #include "RmcpPlusFuzzSessions.h"
 #include "SampleServer.h"
@@ -94,8 +97,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     const std::string dir = argv[1];
-    for (const char* name :
-         {"", "/event_log", "/event_builder", "/auxiliary_log", "/rmcp_plus_codec"}) {
+    for (const char* name : {"", "/event_log", "/event_builder", "/auxiliary_log",
+                             "/rmcp_plus_codec", "/follower_state"}) {
         mkdir((dir + name).c_str(), 0755);
     }
     write(dir + "/event_log/sample", eventLogTranscript());
@@ -154,5 +157,26 @@ int main(int argc, char** argv) {
     }
     write(dir + "/rmcp_plus_codec/open_session",
           RmcpPlusCodec::sessionSetupPacket(RmcpPlusCodec::kOpenSessionResponse, openSession));
+
+    // A follower's state after reading the sample server: stamps, the SEL's first and last
+    // records, a sensor record, a filter and an auxiliary entry.
+    Tolmar::FollowerState state;
+    state.bmc = "bmc1.example.test:623";
+    state.sel = Tolmar::RepositoryStamps{0x55016A40, 0x55000000, 35};
+    state.sdr = Tolmar::RepositoryStamps{0x55000000, 0x55000000, 12};
+    for (const auto& record : {sel.front(), sel[sel.size() - 2], sel.back()}) {
+        RawSelEntry entry;
+        std::memcpy(&entry, record.data(), sizeof entry);
+        state.recent.push_back(entry);
+    }
+    state.first = state.recent.front();
+    RawSDR sensor{};
+    std::copy(sdr.begin(), sdr.begin() + std::min<std::size_t>(sdr.size(), RawSDR::size),
+              sensor.bytes);
+    state.sensors.push_back(sensor);
+    state.filters.push_back(RawPETEntry{});
+    state.auxiliary.push_back(Tolmar::s_AuxLog_entry{});
+    const std::string text = state.text();
+    write(dir + "/follower_state/sample", Bytes(text.begin(), text.end()));
     return 0;
 }
