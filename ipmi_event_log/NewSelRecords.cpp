@@ -46,14 +46,21 @@ bool addedAfter(const RawSelEntry& record, const RawSelEntry& newest) {
     return !time || !newestTime || *time > *newestTime;
 }
 
-// A record that a BMC returned for two IDs comes once.
-std::vector<RawSelEntry> withoutRepeats(const std::vector<RawSelEntry>& records) {
-    std::set<std::array<unsigned char, sizeof(RawSelEntry)>> seen;
+// `records` but those already among them or in `emitted`: a record that a BMC returned for two
+// IDs comes once.
+std::vector<RawSelEntry> withoutRepeats(const std::vector<RawSelEntry>& records,
+                                        const std::vector<RawSelEntry>& emitted = {}) {
+    using Bytes = std::array<unsigned char, sizeof(RawSelEntry)>;
+    const auto bytesOf = [](const RawSelEntry& record) {
+        Bytes bytes;
+        std::memcpy(bytes.data(), &record, sizeof record);
+        return bytes;
+    };
+    std::set<Bytes> seen;
+    for (const RawSelEntry& record : emitted) seen.insert(bytesOf(record));
     std::vector<RawSelEntry> once;
     for (const RawSelEntry& record : records) {
-        std::array<unsigned char, sizeof(RawSelEntry)> bytes;
-        std::memcpy(bytes.data(), &record, sizeof record);
-        if (seen.insert(bytes).second) once.push_back(record);
+        if (seen.insert(bytesOf(record)).second) once.push_back(record);
     }
     return once;
 }
@@ -102,8 +109,9 @@ NewSelRecords NewSelRecords::read(IpmiEventOperations& events,
             });
         if (!chain.empty() && sameRecord(chain.front(), recent[i])) {
             noteEnding(walk, false, read);
-            read.records = withoutRepeats({chain.begin() + 1, chain.end()});
-            read.recent = lastRemembered({recent.begin(), recent.begin() + i + 1}, read.records);
+            const std::vector<RawSelEntry> kept(recent.begin(), recent.begin() + i + 1);
+            read.records = withoutRepeats({chain.begin() + 1, chain.end()}, kept);
+            read.recent = lastRemembered(kept, read.records);
             return read;
         }
         // Gone, or its ID holds another record now (IDs start again after a clear): an older one

@@ -77,6 +77,10 @@ void SimulatedBmc::changeWithinTheSameSecond(bool same) { sameSecond_ = same; }
 
 const std::vector<SimulatedBmc::SelRecord>& SimulatedBmc::selRecords() const { return sel_; }
 
+void SimulatedBmc::answerSelRecordWith(std::uint16_t requested, std::uint16_t given) {
+    selAnswers_[requested] = given;
+}
+
 void SimulatedBmc::storeSdr(const std::vector<unsigned char>& record) {
     sdrs_.push_back(record);
     changed(sdrStamps_[0]);
@@ -185,8 +189,10 @@ BmcResponse SimulatedBmc::getSelEntry(const Bytes& data) const {
         position + 1 < sel_.size()
             ? static_cast<std::uint16_t>(sel_[position + 1][0] | sel_[position + 1][1] << 8)
             : kLastRecord;
-    const Bytes record(sel_[position].begin(), sel_[position].end());
-    return readPart(next, record, offset, count);
+    const auto answer = selAnswers_.find(word(data, 2));
+    const long given = answer == selAnswers_.end() ? at : findSelRecord(answer->second);
+    const SelRecord& bytes = sel_[static_cast<std::size_t>(given < 0 ? at : given)];
+    return readPart(next, Bytes(bytes.begin(), bytes.end()), offset, count);
 }
 
 BmcResponse SimulatedBmc::addSelEntry(const Bytes& data) {

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
 #include <vector>
 
 namespace sim {
@@ -35,6 +36,9 @@ public:
     // Drops a stored record, as Delete SEL Entry would, without a reservation.
     void removeSelRecord(std::uint16_t recordId);
     const std::vector<SelRecord>& selRecords() const;
+    // Get SEL Entry for `requested` answers with the bytes of record `given`, the next-record ID
+    // staying `requested`'s: the same record returned for two IDs, as some BMCs do.
+    void answerSelRecordWith(std::uint16_t requested, std::uint16_t given);
 
     // SDR repository records, whole, each carrying its record ID in bytes 0-1.
     void storeSdr(const std::vector<unsigned char>& record);
@@ -89,6 +93,7 @@ private:
     long findSdr(std::uint16_t recordId) const;
 
     std::vector<SelRecord> sel_;
+    std::map<std::uint16_t, std::uint16_t> selAnswers_;  // requested ID -> ID of the bytes given
     std::vector<Bytes> sdrs_;
     std::vector<EventFilter> filters_;
     std::vector<AlertPolicy> policies_;

@@ -383,6 +383,29 @@ TEST_F(SelChangesTest, AReadThatARefusalEndsSaysSo) {
     EXPECT_TRUE(last.complete);
 }
 
+TEST_F(SelChangesTest, TheSameRecordReturnedForTwoIdsComesOnce) {
+    bmc.answerSelRecordWith(3, 2);
+    EXPECT_EQ(polledIds(), (Ids{1, 2}));
+    EXPECT_TRUE(last.complete);
+    bmc.storeSelRecord(kFourth);
+    EXPECT_EQ(polledIds(), Ids{4});
+}
+
+TEST_F(SelChangesTest, RecordsStampedBeforeTheBmcKnewTheTimeAreFollowedLikeAnyOther) {
+    clearSel();
+    // Time stamps below 20000000h count from the BMC's start.
+    const auto preInit = [](std::uint16_t id) {
+        return selRecord(id, {0x02, static_cast<unsigned char>(id), 0x00, 0x00, 0x00, 0x20, 0x00,
+                              0x04, 0x08, 0x60, 0x6F, 0x01, 0xFF, 0xFF});
+    };
+    for (std::uint16_t id = 1; id <= 3; ++id) bmc.storeSelRecord(preInit(id));
+    EXPECT_EQ(polledIds(), (Ids{1, 2, 3}));
+    bmc.removeSelRecord(3);
+    EXPECT_EQ(polledIds(), Ids{});
+    bmc.storeSelRecord(preInit(4));
+    EXPECT_EQ(polledIds(), Ids{4});
+}
+
 class FollowerStateTest : public IpmiEventFollowerTest {
 protected:
     std::string path() const { return scratch.file("state"); }
