@@ -2,10 +2,10 @@
 // BMC with the sample server's sensors, filters and auxiliary log and SELs of several sizes, the
 // requests and wall time of a first poll, an idle one and ones that find 1 and 100 new records,
 // beside a full read by ipmi-event-log list, ipmitool sel elist and ipmi-sel through the same
-// forwarder; then a fleet of ipmi_sim BMCs polled by followers in this process (16 at a time), CPU
-// and wall time a poll, against ipmi-sel reading the same host list with its own fan-out, and
-// followed by ipmi-event-log follow in a process of its own.
-// Prints Markdown tables.
+// forwarder; polls that find records deleted or the SEL cleared; then a fleet of ipmi_sim BMCs
+// polled by followers in this process (16 at a time), CPU and wall time a poll, against ipmi-sel
+// reading the same host list with its own fan-out, and followed by ipmi-event-log follow in a
+// process of its own. Prints Markdown tables.
 //   follow_benchmark TOOL [FLEET]     (FLEET BMCs, 50 by default)
 #include <sys/resource.h>
 
@@ -96,6 +96,30 @@ void pollCosts(const std::string& tool, std::size_t records) {
     printCost(log.size(), "ipmi-sel (warm SDR cache)", through(link, [&] {
                   bench::runCommand(ipmiSel("127.0.0.1:" + port, cache.path()));
               }));
+}
+
+// Polls that find the SEL changed by other than additions: its newest record deleted, a middle one,
+// the 100 newest (more than a follower remembers), and the SEL cleared with a record added.
+void changeCosts(std::size_t records) {
+    const auto log = bmcsim::repeatedEventLog(records + 1);
+    const auto bmc =
+        bmcsim::sampleServerBmc({log.begin(), log.begin() + static_cast<long>(records)});
+    bmcsim::LossyLink link(bmc->port(), bmcsim::LinkFaults{});
+    IpmiEventFollower follower(bmcsim::administratorConnection(link.port()));
+    IpmiEventLog administrator(bmcsim::administratorConnection(bmc->port()));
+    std::vector<IPMIEVENT> events;
+    const auto poll = [&] { follower.Poll(events); };
+    poll();
+    // The SEL's records have IDs from 1.
+    administrator.DeleteEventLog(records);
+    printCost(records - 1, "follower: poll, the newest record deleted", through(link, poll));
+    administrator.DeleteEventLog(records / 2);
+    printCost(records - 2, "follower: poll, a middle record deleted", through(link, poll));
+    for (std::size_t id = records - 100; id < records; ++id) administrator.DeleteEventLog(id);
+    printCost(records - 102, "follower: poll, the 100 newest records deleted", through(link, poll));
+    administrator.DeleteAllEventLog();
+    bmc->addSelRecords({log[records]});
+    printCost(1, "follower: poll, the SEL cleared and 1 record added", through(link, poll));
 }
 
 // Polls every follower, 16 at a time, as the tool's --fanout 16 does.
@@ -227,6 +251,7 @@ int main(int argc, char** argv) {
     const std::size_t fleetSize = argc > 2 ? std::strtoul(argv[2], nullptr, 10) : 50;
     std::printf("| SEL records | what | requests sent | wall s |\n|---|---|---|---|\n");
     for (std::size_t records : {100, 3000, 65000}) pollCosts(tool, records);
+    for (std::size_t records : {300, 3000}) changeCosts(records);
     std::printf("\n| BMCs | what | CPU s | wall s |\n|---|---|---|---|\n");
     fleet(tool, fleetSize);
     return 0;
