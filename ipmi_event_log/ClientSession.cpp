@@ -35,9 +35,7 @@ CallReport reportOf(const IpmiCallRecord& record) {
     report.requestsUnanswered = record.transportFailures;
     report.refusedCompletionCode = record.lastCompletionCode;
     if (record.lastCompletionCode != 0x00) {
-        report.refusal = "the BMC answered " +
-                         hexText(&record.lastCompletionCode, 1, HexCase::Upper) + "h (" +
-                         ipmiCompletionCodeName(record.lastCompletionCode) + ")";
+        report.refusal = "the BMC answered " + completionCodeText(record.lastCompletionCode);
     }
     report.connectFailure = record.connectFailure;
     report.warning = record.warning;
@@ -45,6 +43,10 @@ CallReport reportOf(const IpmiCallRecord& record) {
 }
 
 }  // namespace
+
+std::string completionCodeText(unsigned char code) {
+    return hexText(&code, 1, HexCase::Upper) + "h (" + ipmiCompletionCodeName(code) + ")";
+}
 
 class ClientSession::Reporting {
 public:

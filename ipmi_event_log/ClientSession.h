@@ -22,6 +22,9 @@ struct ClientTarget {
     unsigned long cipherSuite = 0;
 };
 
+// A completion code for a person: "C0h (node busy)".
+std::string completionCodeText(unsigned char code);
+
 class ClientSession {
 public:
     // Results for an IpmiException raised while the session opens and once it is open.

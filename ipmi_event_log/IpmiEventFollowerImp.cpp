@@ -1,8 +1,6 @@
 #include "IpmiEventFollowerImp.h"
 
-#include "HexText.h"
 #include "IPMIAuxiliaryLog.h"
-#include "IpmiCompletionCode.h"
 #include "IpmiEventOperations.h"
 #include "IpmiException.h"
 #include "IpmiSDROperations.h"
@@ -30,8 +28,7 @@ std::string failureText(const PollResult& poll, const SelWalk& ending) {
             if (poll.complete) return "";
             if (ending.end == SelWalk::End::Refused) {
                 return "the BMC answered Get SEL Entry with " +
-                       hexText(&ending.completionCode, 1, HexCase::Upper) + "h (" +
-                       ipmiCompletionCodeName(ending.completionCode) + ") after " + entries;
+                       completionCodeText(ending.completionCode) + " after " + entries;
             }
             return "BMC stopped answering after " + entries;
         case IpmiEventLog::EL_CONNECTION_FAIL:

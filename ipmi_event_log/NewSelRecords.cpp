@@ -6,6 +6,7 @@
 #include <set>
 
 #include "ByteReader.h"
+#include "CommandExchange.h"
 #include "FollowerState.h"
 
 namespace Tolmar {
@@ -13,8 +14,8 @@ namespace Tolmar {
 namespace {
 
 constexpr unsigned long kFirstRecord = 0x0000;
-// Get SEL Entry's completion codes (IPMI v2.0 section 31.5, table 5-2).
-constexpr unsigned char kEraseInProgress = 0x81;
+// Get SEL Entry's completion codes (IPMI v2.0 section 31.5, table 5-2): 81h, erase in progress.
+constexpr unsigned char kEraseInProgress = kCompletionCommandSpecific81;
 constexpr unsigned char kNotPresent = 0xCB;
 // Record types from E0h on carry no time stamp (IPMI v2.0 section 32.3); time stamps below
 // 20000000h count from the BMC's start, not from 1970 (section 37), and FFFFFFFFh is unspecified.
