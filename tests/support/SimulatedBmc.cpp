@@ -60,8 +60,15 @@ BmcResponse readPart(std::uint16_t nextId, const std::vector<unsigned char>& rec
 }  // namespace
 
 void SimulatedBmc::storeSelRecord(const SelRecord& record) {
+    const bool full = selLimit_ != 0 && sel_.size() >= selLimit_;
+    if (full) {
+        selOverflow_ = true;
+        if (!overwriteOldest_) return;
+        sel_.erase(sel_.begin());
+    }
     sel_.push_back(record);
     changed(selStamps_[0]);
+    selReservation_ = 0;  // an addition cancels the SEL's reservation
 }
 
 void SimulatedBmc::removeSelRecord(std::uint16_t recordId) {
@@ -74,6 +81,18 @@ void SimulatedBmc::removeSelRecord(std::uint16_t recordId) {
 void SimulatedBmc::answerRepositoryInfo(bool answer) { answerRepositoryInfo_ = answer; }
 
 void SimulatedBmc::changeWithinTheSameSecond(bool same) { sameSecond_ = same; }
+
+void SimulatedBmc::setClock(std::uint32_t now) { clock_ = now; }
+
+void SimulatedBmc::limitSel(std::size_t records) { selLimit_ = records; }
+
+void SimulatedBmc::overwriteOldestWhenFull(bool overwrite) { overwriteOldest_ = overwrite; }
+
+void SimulatedBmc::leaveGapsInRecordIds(std::uint16_t gap) { idGap_ = gap; }
+
+void SimulatedBmc::chainByIdPlusOne(bool plusOne) { chainByIdPlusOne_ = plusOne; }
+
+void SimulatedBmc::fillNeitherEraseStampNorFreeSpace(bool neither) { selInfoUnfilled_ = neither; }
 
 const std::vector<SimulatedBmc::SelRecord>& SimulatedBmc::selRecords() const { return sel_; }
 
@@ -127,9 +146,9 @@ BmcResponse SimulatedBmc::handleStorage(unsigned char command, const Bytes& data
         case kGetAuxLogStatus:
             return getAuxLogStatus(data);
         case kGetSelInfo:
-            return repositoryInfo(sel_.size(), selStamps_);
+            return selInfo();
         case kGetSdrRepositoryInfo:
-            return repositoryInfo(sdrs_.size(), sdrStamps_);
+            return repositoryInfo(sdrs_.size(), sdrStamps_, 0x1000, 0x0F);
         default:
             return failure(kInvalidCommand);
     }
@@ -157,19 +176,46 @@ long SimulatedBmc::findSelRecord(std::uint16_t recordId) const {
 
 // Get SEL Info and Get SDR Repository Info share their layout: version 51h, record count, free
 // space, most recent addition and erase time stamps, operation support.
-BmcResponse SimulatedBmc::repositoryInfo(std::size_t records,
-                                         const std::uint32_t (&stamps)[2]) const {
+BmcResponse SimulatedBmc::repositoryInfo(std::size_t records, const std::uint32_t (&stamps)[2],
+                                         std::uint16_t freeSpace, unsigned char support) const {
     if (!answerRepositoryInfo_) return failure(kInvalidCommand);
     BmcResponse response;
     response.data = {0x51};
     appendWord(response.data, static_cast<std::uint16_t>(records));
-    appendWord(response.data, 0x1000);
+    appendWord(response.data, freeSpace);
     for (std::uint32_t stamp : stamps) {
         appendWord(response.data, static_cast<std::uint16_t>(stamp));
         appendWord(response.data, static_cast<std::uint16_t>(stamp >> 16));
     }
-    response.data.push_back(0x0F);
+    response.data.push_back(support);
     return response;
+}
+
+BmcResponse SimulatedBmc::selInfo() const {
+    constexpr std::size_t recordBytes = 16;
+    constexpr unsigned char overflow = 0x80;
+    // Delete, partial add, reserve and allocation information supported (bits 3 to 0).
+    constexpr unsigned char supported = 0x0F;
+    const std::size_t left = selLimit_ == 0 ? 0x1000 : (selLimit_ - sel_.size()) * recordBytes;
+    std::uint16_t freeSpace = static_cast<std::uint16_t>(std::min<std::size_t>(left, 0xFFFF));
+    std::uint32_t stamps[2] = {selStamps_[0], selStamps_[1]};
+    if (selInfoUnfilled_) {
+        freeSpace = 0xFFFF;
+        stamps[1] = 0xFFFFFFFF;
+    }
+    return repositoryInfo(sel_.size(), stamps, freeSpace,
+                          selOverflow_ ? supported | overflow : supported);
+}
+
+std::uint16_t SimulatedBmc::nextSelRecordId(std::size_t position) const {
+    const auto idAt = [this](std::size_t at) {
+        return static_cast<std::uint16_t>(sel_[at][0] | sel_[at][1] << 8);
+    };
+    if (chainByIdPlusOne_) {
+        const auto next = static_cast<std::uint16_t>(idAt(position) + 1);
+        return findSelRecord(next) < 0 ? kLastRecord : next;
+    }
+    return position + 1 < sel_.size() ? idAt(position + 1) : kLastRecord;
 }
 
 BmcResponse SimulatedBmc::getSelEntry(const Bytes& data) const {
@@ -184,11 +230,7 @@ BmcResponse SimulatedBmc::getSelEntry(const Bytes& data) const {
     }
     const long at = findSelRecord(word(data, 2));
     if (at < 0) return failure(kNotPresent);
-    const std::size_t position = static_cast<std::size_t>(at);
-    const std::uint16_t next =
-        position + 1 < sel_.size()
-            ? static_cast<std::uint16_t>(sel_[position + 1][0] | sel_[position + 1][1] << 8)
-            : kLastRecord;
+    const std::uint16_t next = nextSelRecordId(static_cast<std::size_t>(at));
     const auto answer = selAnswers_.find(word(data, 2));
     const long given = answer == selAnswers_.end() ? at : findSelRecord(answer->second);
     const SelRecord& bytes = sel_[static_cast<std::size_t>(given < 0 ? at : given)];
@@ -196,11 +238,16 @@ BmcResponse SimulatedBmc::getSelEntry(const Bytes& data) const {
 }
 
 BmcResponse SimulatedBmc::addSelEntry(const Bytes& data) {
+    constexpr unsigned char outOfSpace = 0xC4;
     if (data.size() != sizeof(SelRecord)) return failure(kRequestLengthInvalid);
+    if (selLimit_ != 0 && sel_.size() >= selLimit_ && !overwriteOldest_) {
+        selOverflow_ = true;
+        return failure(outOfSpace);
+    }
     std::uint16_t id = 1;
     for (const SelRecord& record : sel_) {
-        id = std::max<std::uint16_t>(id,
-                                     static_cast<std::uint16_t>((record[0] | record[1] << 8) + 1));
+        id = std::max<std::uint16_t>(
+            id, static_cast<std::uint16_t>((record[0] | record[1] << 8) + 1 + idGap_));
     }
     SelRecord record;
     std::copy(data.begin(), data.end(), record.begin());
@@ -234,6 +281,7 @@ BmcResponse SimulatedBmc::clearSel(const Bytes& data) {
     if (data[2] != 'C' || data[3] != 'L' || data[4] != 'R') return failure(kInvalidDataField);
     if (data[5] == initiateErase) {
         sel_.clear();
+        selOverflow_ = false;
         changed(selStamps_[1]);
         selReservation_ = 0;
     } else if (data[5] != getErasureStatus) {

@@ -65,6 +65,26 @@ public:
     // Changes from now on come within the second of each repository's last change, so its stamps
     // (whole seconds) stay as they are; only the record counts tell.
     void changeWithinTheSameSecond(bool same);
+    // Sets the clock that stamps changes: set back, the next addition is stamped earlier than the
+    // last, as after the BMC's clock was corrected.
+    void setClock(std::uint32_t now);
+
+    // The SEL holds at most `records` (unlimited by default). Get SEL Info's free space is what is
+    // left, 16 bytes a record (0x1000 while unlimited). A record that finds the SEL full is
+    // dropped, Add SEL Entry answering C4h (out of space), and Get SEL Info's overflow flag is set
+    // until the SEL is cleared.
+    void limitSel(std::size_t records);
+    // Once the SEL is full, each new record takes the place of the oldest instead, as BMCs with a
+    // circular SEL do: the count stays, the addition stamp moves on, the overflow flag is set.
+    void overwriteOldestWhenFull(bool overwrite);
+    // Add SEL Entry gives a new record the ID `gap` + 1 after the highest: IDs with gaps.
+    void leaveGapsInRecordIds(std::uint16_t gap);
+    // Get SEL Entry's next-record ID is the record's own plus one, and FFFFh where no record has
+    // that ID: the chain ends at the first gap, as on some BMCs.
+    void chainByIdPlusOne(bool plusOne);
+    // Get SEL Info's erase stamp is always FFFFFFFFh and its free space always FFFFh, as on BMCs
+    // that fill in neither.
+    void fillNeitherEraseStampNorFreeSpace(bool neither);
 
     // Answers one request.
     BmcResponse handle(unsigned char netFn, unsigned char command,
@@ -82,7 +102,10 @@ private:
     BmcResponse getSdr(const Bytes& data) const;
     BmcResponse getPefParameter(const Bytes& data) const;
     BmcResponse getAuxLogStatus(const Bytes& data) const;
-    BmcResponse repositoryInfo(std::size_t records, const std::uint32_t (&stamps)[2]) const;
+    BmcResponse repositoryInfo(std::size_t records, const std::uint32_t (&stamps)[2],
+                               std::uint16_t freeSpace, unsigned char support) const;
+    BmcResponse selInfo() const;
+    std::uint16_t nextSelRecordId(std::size_t position) const;
     void changed(std::uint32_t& stamp) {
         if (!sameSecond_) stamp = ++clock_;
     }
@@ -105,6 +128,12 @@ private:
     unsigned sdrReadLimit_ = 0xFF;
     bool answerRepositoryInfo_ = true;
     bool sameSecond_ = false;
+    std::size_t selLimit_ = 0;  // 0: unlimited
+    bool overwriteOldest_ = false;
+    bool selOverflow_ = false;
+    std::uint16_t idGap_ = 0;
+    bool chainByIdPlusOne_ = false;
+    bool selInfoUnfilled_ = false;
     std::uint32_t clock_ = 0x55000000;
     std::uint32_t selStamps_[2] = {};  // most recent addition, most recent erase
     std::uint32_t sdrStamps_[2] = {};
