@@ -22,6 +22,19 @@ namespace Tolmar {
 
 class IpmiEventFollowerImp;
 
+/// How full the SEL is, as Get SEL Info told at a poll.
+struct SelHealth {
+    bool known = false;      ///< false when the BMC did not answer Get SEL Info
+    unsigned entries = 0;    ///< records in the SEL
+    unsigned freeBytes = 0;  ///< free space; 65535 means 65535 bytes or more
+    bool overflow = false;   ///< the BMC dropped events for lack of space
+    /// The share of the SEL its records take, from 0 to 1: their 16 bytes each against those
+    /// and the free space. 0 when unknown or empty.
+    double FillRatio() const;
+    /// Whether that share is at least @p percent (1 to 100); false when unknown.
+    bool FullTo(unsigned percent) const;
+};
+
 /// What came of one poll.
 struct PollResult {
     /// A code of IpmiEventLog::ResultCode: EL_CONNECTION_FAIL or EL_AUTHTICATION_FAIL when no
@@ -35,9 +48,14 @@ struct PollResult {
     bool restarted = false;
     /// Whether every record emitted before is gone: the SEL was cleared since the last poll.
     bool cleared = false;
+    /// Whether this poll cleared the SEL, after reading every record in it (ClearWhenFull).
+    bool emptied = false;
+    SelHealth sel;  ///< how full the SEL was when the poll looked (after its clear, if it made one)
     unsigned long entriesRead = 0;  ///< SEL records new to this poll
-    std::string failure;            ///< what failed, in words; empty when nothing did
-    CallReport call;                ///< what the poll's session met
+    /// What failed, in words, empty when nothing did: why the read ended early, or why the SEL
+    /// could not be cleared when full (the read being complete).
+    std::string failure;
+    CallReport call;  ///< what the poll's session met
 };
 
 /// The new events of one BMC, poll after poll. Movable, not copyable.
@@ -59,6 +77,11 @@ public:
     /// A poll that takes every record there is as emitted, without decoding it: the next poll
     /// brings only what is added after it (a first start without the backlog).
     PollResult SkipToEnd();
+    /// From now on, a Poll that finds the SEL at least @p percent full (1 to 100; 0, the default,
+    /// never) clears it, once every record in it has been read: under a reservation taken before
+    /// the last read, so that a record the BMC adds meanwhile cancels the clear, is read, and the
+    /// clear is tried again. Clear SEL needs the operator privilege level.
+    void ClearWhenFull(unsigned percent);
 
     /// Writes the state to @p path (replacing the file in one piece). False, with the reason in
     /// @p error, when it cannot.

@@ -4,6 +4,23 @@
 
 namespace Tolmar {
 
+namespace {
+
+constexpr unsigned long kSelRecordBytes = 16;
+
+}  // namespace
+
+double SelHealth::FillRatio() const {
+    const double used = entries * kSelRecordBytes;
+    return used == 0 ? 0 : used / (used + freeBytes);
+}
+
+bool SelHealth::FullTo(unsigned percent) const {
+    const unsigned long used = entries * kSelRecordBytes;
+    const unsigned long room = used + freeBytes;
+    return known && room != 0 && used * 100 >= percent * room;
+}
+
 IpmiEventFollower::IpmiEventFollower(const TolmarConnection::ConnectionInfo& info,
                                      const ConnectionSettings& settings)
     : imp_(std::make_unique<IpmiEventFollowerImp>(info, settings)) {}
@@ -19,6 +36,8 @@ PollResult IpmiEventFollower::Poll(std::vector<TolmarAgentless::IPMIEVENT>& even
 }
 
 PollResult IpmiEventFollower::SkipToEnd() { return imp_->Poll(nullptr); }
+
+void IpmiEventFollower::ClearWhenFull(unsigned percent) { imp_->clearWhenFull(percent); }
 
 bool IpmiEventFollower::SaveState(const std::string& path, std::string& error) const {
     return imp_->saveState(path, error);

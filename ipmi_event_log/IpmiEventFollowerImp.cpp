@@ -19,13 +19,20 @@ std::string bmcOf(const TolmarConnection::ConnectionInfo& info) {
                                                      : "local";
 }
 
-// What failed in a poll, in words; empty when nothing did. `ending` tells how the SEL's read ended.
-std::string failureText(const PollResult& poll, const SelWalk& ending) {
+// Clear SEL's completion code for a reservation that a change to the SEL cancelled.
+constexpr unsigned char kReservationCancelled = 0xC5;
+// Clears tried in one poll while records keep arriving.
+constexpr int kClearAttempts = 3;
+
+// What failed in a poll, in words; empty when nothing did. `ending` tells how the SEL's read ended;
+// `clearFailure` why a complete read's clear failed.
+std::string failureText(const PollResult& poll, const SelWalk& ending,
+                        const std::string& clearFailure) {
     const CallReport& call = poll.call;
     const std::string entries = std::to_string(call.selEntriesRead) + " SEL entries";
     switch (poll.result) {
         case IpmiEventLog::EL_SUCCESS:
-            if (poll.complete) return "";
+            if (poll.complete) return clearFailure;
             if (ending.end == SelWalk::End::Refused) {
                 return "the BMC answered Get SEL Entry with " +
                        completionCodeText(ending.completionCode) + " after " + entries;
@@ -41,6 +48,16 @@ std::string failureText(const PollResult& poll, const SelWalk& ending) {
             return call.refusal.empty() ? "the client could not be created or lost its session"
                                         : call.refusal;
     }
+}
+
+SelHealth healthOf(bool answered, const RepositoryStamps& stamps, const SelSpace& space) {
+    SelHealth health;
+    if (!answered) return health;
+    health.known = true;
+    health.entries = stamps.records;
+    health.freeBytes = space.freeBytes;
+    health.overflow = space.overflow;
+    return health;
 }
 
 }  // namespace
@@ -64,9 +81,17 @@ PollResult IpmiEventFollowerImp::Poll(std::vector<TolmarAgentless::IPMIEVENT>* e
     FollowerState next = state_;
     EventLogData data;
     SelWalk ending;
+    std::string clearFailure;
+    const bool decoding = events != nullptr;
     const auto read = [&](IpmiClient& client) {
         try {
-            readChanges(client, next, data, poll, ending, events != nullptr);
+            readSelChanges(client, next, data.sel, poll, ending);
+            // Records only skipped were never shown: they are not cleared away.
+            if (decoding && poll.complete && clearAtPercent_ != 0 &&
+                poll.sel.FullTo(clearAtPercent_))
+                clearReadSel(client, next, data.sel, poll, ending, clearFailure);
+            if (decoding && !data.sel.empty())
+                readRenderingData(client, next, data, poll.restarted);
         } catch (const IpmiException&) {
             poll.complete = false;
             ending.end = SelWalk::End::Unanswered;
@@ -77,11 +102,11 @@ PollResult IpmiEventFollowerImp::Poll(std::vector<TolmarAgentless::IPMIEVENT>* e
     // As for the whole log: 6 for an IpmiException while connecting.
     poll.result = session.run(read, {IpmiEventLog::EL_INTERNAL_FAIL, IpmiEventLog::EL_SUCCESS});
     poll.call = session.report();
-    poll.failure = failureText(poll, ending);
+    poll.failure = failureText(poll, ending, clearFailure);
     if (poll.result != IpmiEventLog::EL_SUCCESS) return poll;
     state_ = std::move(next);
     poll.entriesRead = data.sel.size();
-    if (events == nullptr) return poll;
+    if (!decoding) return poll;
     try {
         data.appendDecodedEvents(*events);
     } catch (const IpmiException&) {
@@ -90,12 +115,14 @@ PollResult IpmiEventFollowerImp::Poll(std::vector<TolmarAgentless::IPMIEVENT>* e
     return poll;
 }
 
-void IpmiEventFollowerImp::readChanges(IpmiClient& client, FollowerState& state, EventLogData& data,
-                                       PollResult& poll, SelWalk& ending, bool decoding) {
+void IpmiEventFollowerImp::readSelChanges(IpmiClient& client, FollowerState& state,
+                                          std::vector<RawSelEntry>& records, PollResult& poll,
+                                          SelWalk& ending) {
     IpmiEventOperations events(client);
-    RepositoryInfo info(client);
     RepositoryStamps selNow;
-    const bool stamped = info.sel(selNow);
+    SelSpace space;
+    const bool stamped = RepositoryInfo(client).sel(selNow, space);
+    poll.sel = healthOf(stamped, selNow, space);
     // Nothing added or erased since the SEL was last read to its end.
     if (stamped && state.sel && *state.sel == selNow) return;
     // An empty SEL needs no walk to tell.
@@ -103,19 +130,66 @@ void IpmiEventFollowerImp::readChanges(IpmiClient& client, FollowerState& state,
                              ? NewSelRecords::empty(state.recent)
                              : NewSelRecords::read(events, state.recent, state.first);
     poll.complete = read.complete;
-    poll.restarted = read.restarted;
-    poll.cleared = read.cleared;
+    poll.restarted = poll.restarted || read.restarted;
+    poll.cleared = poll.cleared || read.cleared;
     ending = read.ending;
     state.recent = std::move(read.recent);
     state.first = read.first;
-    data.sel = std::move(read.records);
+    records.insert(records.end(), read.records.begin(), read.records.end());
     // A read that did not reach the SEL's end is taken up again at the next poll, whatever the
     // stamps say.
     state.sel.reset();
     if (stamped && read.settled) state.sel = selNow;
-    if (data.sel.empty() || !decoding) return;
+}
+
+void IpmiEventFollowerImp::clearReadSel(IpmiClient& client, FollowerState& state,
+                                        std::vector<RawSelEntry>& records, PollResult& poll,
+                                        SelWalk& ending, std::string& failure) {
+    IpmiEventOperations events(client);
+    for (int attempt = 0; attempt < kClearAttempts; ++attempt) {
+        // The reservation comes before the last read: a record the BMC adds after that read
+        // cancels it (IPMI v2.0 section 31.4), and the clear is refused rather than losing it.
+        unsigned char low = 0;
+        unsigned char high = 0;
+        if (!events.reservationSEL(low, high)) {
+            failure = "the SEL was not cleared: the BMC refused Reserve SEL";
+            return;
+        }
+        readSelChanges(client, state, records, poll, ending);
+        if (!poll.complete) return;
+        const CommandResponse answer = events.clearSel(low, high);
+        if (answer.status != 0) answer.raise();
+        if (answer.completionCode == kCompletionOk) {
+            poll.emptied = true;
+            RepositoryStamps after;
+            SelSpace space;
+            const bool stamped = RepositoryInfo(client).sel(after, space);
+            poll.sel = healthOf(stamped, after, space);
+            // The records emitted are forgotten once the SEL shows empty, or erasing (which
+            // refuses Get SEL Info with 81h); a SEL that still shows records keeps them, to be
+            // found again, as a BMC that did not clear would.
+            if (!stamped || after.records == 0) {
+                state.recent.clear();
+                state.first.reset();
+            }
+            state.sel.reset();
+            return;
+        }
+        if (answer.completionCode != kReservationCancelled) {
+            failure = "the SEL was not cleared: the BMC answered Clear SEL with " +
+                      completionCodeText(answer.completionCode);
+            return;
+        }
+    }
+    failure = "the SEL was not cleared: records kept arriving through " +
+              std::to_string(kClearAttempts) + " attempts";
+}
+
+void IpmiEventFollowerImp::readRenderingData(IpmiClient& client, FollowerState& state,
+                                             EventLogData& data, bool restarted) {
+    IpmiEventOperations events(client);
     readRenderingRecords(client, state);
-    readAuxiliaryLog(events, state, poll.restarted);
+    readAuxiliaryLog(events, state, restarted);
     data.sdr = state.sensors;
     data.pet = state.filters;
     data.relateRecords();

@@ -19,18 +19,26 @@ public:
 
     // One poll; its new records' events are appended to `events`, or, without, not decoded.
     PollResult Poll(std::vector<TolmarAgentless::IPMIEVENT>* events);
+    void clearWhenFull(unsigned percent) { clearAtPercent_ = percent; }
     bool saveState(const std::string& path, std::string& error) const;
     bool loadState(const std::string& path, std::string& error);
     std::string stateText() const { return state_.text(); }
     bool loadStateText(const std::string& text, std::string& error);
 
 private:
-    // Reads, in the open session, what changed since `state` and what the new records are
-    // rendered with into `data`, and moves `state` on; notes in `poll` how the read went and in
-    // `ending` how the SEL's read ended.
-    // `decoding`: what the new records are rendered with is read too.
-    static void readChanges(IpmiClient& client, FollowerState& state, EventLogData& data,
-                            PollResult& poll, SelWalk& ending, bool decoding);
+    // Reads, in the open session, the SEL records added since `state` into `records`, and moves
+    // `state` on; notes in `poll` how the read went and how full the SEL is, in `ending` how the
+    // SEL's read ended.
+    static void readSelChanges(IpmiClient& client, FollowerState& state,
+                               std::vector<RawSelEntry>& records, PollResult& poll,
+                               SelWalk& ending);
+    // Clears the SEL once every record in it is in `records`; says in `failure` why it could not.
+    static void clearReadSel(IpmiClient& client, FollowerState& state,
+                             std::vector<RawSelEntry>& records, PollResult& poll, SelWalk& ending,
+                             std::string& failure);
+    // What the records read are rendered with, into `data`.
+    static void readRenderingData(IpmiClient& client, FollowerState& state, EventLogData& data,
+                                  bool restarted);
     // The sensor records, read again when the repository changed; and the filters.
     static void readRenderingRecords(IpmiClient& client, FollowerState& state);
     // The auxiliary entries added since the last read; all of them after a restart.
@@ -41,6 +49,7 @@ private:
     ClientTarget target_;
     ConnectionSettings settings_;
     FollowerState state_;
+    unsigned clearAtPercent_ = 0;  // 0: never
 };
 
 }  // namespace Tolmar

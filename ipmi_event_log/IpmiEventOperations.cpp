@@ -181,9 +181,13 @@ int IpmiEventOperations::deleteAllSEL() {
     unsigned char low = 0;
     unsigned char high = 0;
     if (!reservationSEL(low, high)) return IpmiEventLog::EL_BUSY;
+    return clearSel(low, high).resultCode();
+}
+
+CommandResponse IpmiEventOperations::clearSel(unsigned char low, unsigned char high) {
     // The 'C', 'L', 'R' signature guards against an accidental clear.
     std::vector<unsigned char> data{low, high, 'C', 'L', 'R', kInitiateErase};
-    return exchange(client_, kNetFnStorage, kClearSel, std::move(data)).resultCode();
+    return exchange(client_, kNetFnStorage, kClearSel, std::move(data));
 }
 
 int IpmiEventOperations::AddSelEntry(const IPMISELENTRY& entry) {

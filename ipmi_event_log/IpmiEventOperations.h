@@ -5,6 +5,7 @@
 #include <map>
 #include <vector>
 
+#include "CommandExchange.h"
 #include "IPMIAuxiliaryLog.h"
 #include "IpmiClient.h"
 #include "IpmiEventLog.h"
@@ -55,6 +56,8 @@ public:
     int deleteSEL(unsigned long recordId);
     // Clear SEL under a fresh reservation: starts the erase and does not wait for it.
     int deleteAllSEL();
+    // Clear SEL under the reservation `low`, `high`: starts the erase and does not wait for it.
+    CommandResponse clearSel(unsigned char low, unsigned char high);
     // Add SEL Entry with the caller's 16 bytes as they stand.
     int AddSelEntry(const IPMISELENTRY& entry);
 

@@ -3,7 +3,7 @@
 // most recent erase, which a BMC updates whenever a record comes or goes, and the record count.
 // The stamps count whole seconds, so a record added later in the second a poll read the
 // repository leaves them as they were: the count still tells. Equal stamps and counts mean nothing
-// to read again.
+// to read again. Of the SEL, the answer also tells its free space and overflow flag.
 #pragma once
 
 #include <cstdint>
@@ -24,16 +24,23 @@ struct RepositoryStamps {
     bool operator!=(const RepositoryStamps& other) const { return !(*this == other); }
 };
 
+// What Get SEL Info tells beside the stamps: how full the SEL is.
+struct SelSpace {
+    std::uint16_t freeBytes = 0;  // FFFFh: 65535 bytes or more
+    bool overflow = false;        // the BMC dropped events for lack of space
+};
+
 class RepositoryInfo {
 public:
     explicit RepositoryInfo(IpmiClient& client) : client_(client) {}
 
-    // False when the BMC gave no stamps (no answer, an error, a short answer).
-    bool sel(RepositoryStamps& stamps);
+    // False when the BMC gave no answer to take (no answer, an error, a short answer).
+    bool sel(RepositoryStamps& stamps, SelSpace& space);
     bool sdrRepository(RepositoryStamps& stamps);
 
 private:
-    bool stampsOf(unsigned char command, RepositoryStamps& stamps);
+    // Both answers share a layout; the SDR repository's free space and flags are not kept.
+    bool read(unsigned char command, RepositoryStamps& stamps, SelSpace& space);
 
     IpmiClient& client_;
 };

@@ -62,7 +62,7 @@ int serve(const Options& options) {
                 for (const EventRow& row : r.events) events.push_back(row.event);
                 metrics.recordPoll(hosts[i],
                                    {r.result == Tolmar::IpmiEventLog::EL_SUCCESS, !r.incomplete,
-                                    r.cleared, r.call.selEntriesRead, r.seconds},
+                                    r.cleared, r.call.selEntriesRead, r.seconds, r.emptied, r.sel},
                                    events);
             }
             metrics.recordFleetPoll();

@@ -4,6 +4,7 @@
 #include <iostream>
 #include <set>
 
+#include "FullWarnings.h"
 #include "Polling.h"
 
 namespace tool {
@@ -14,6 +15,9 @@ int follow(const Options& options, Style style) {
     const std::vector<std::string> hosts = hostsOf(options);
     // A host that fails is said once, and said again when it answers again.
     std::vector<bool> failing(hosts.size(), false);
+    std::vector<FullWarnings> fullness(hosts.size(), FullWarnings(options.fullWarnings));
+    // A clear that fails while the SEL stays full is said once, and again when its reason changes.
+    std::vector<std::string> clearFailures(hosts.size());
     std::set<std::string> warnings;
     int status = 0;
     pollHosts(options, [&](std::vector<HostResult>& results) {
@@ -35,8 +39,12 @@ int follow(const Options& options, Style style) {
                 said += "ipmi-event-log: " + hostName(hosts[i]) + ": new events only: the " +
                         std::to_string(*r.skipped) + " in the SEL now are not shown\n";
             }
-            if (r.cleared)
-                said += "ipmi-event-log: " + hostName(hosts[i]) + ": the SEL was cleared\n";
+            const bool saidBefore = r.clearFailure == clearFailures[i];
+            clearFailures[i] = r.clearFailure;
+            if (saidBefore) r.clearFailure.clear();
+            said += selChangeText(hosts[i], r);
+            for (const std::string& line : fullness[i].next(r.sel))
+                said += "ipmi-event-log: " + hostName(hosts[i]) + ": " + line + "\n";
             if (r.incomplete)
                 said += "ipmi-event-log: " + incompleteText(hosts[i], r, options) + "\n";
             if (!r.call.warning.empty() && warnings.insert(r.call.warning).second)

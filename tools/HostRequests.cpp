@@ -133,6 +133,21 @@ void addEvents(HostResult& out, const std::string& host, std::vector<IPMIEVENT> 
     }
 }
 
+Tolmar::IpmiEventFollower followerOf(const Options& options, const std::string& host) {
+    Tolmar::IpmiEventFollower follower(connection(options, host), settings(options));
+    follower.ClearWhenFull(options.clearWhenFull);
+    return follower;
+}
+
+std::string selChangeText(const std::string& host, const HostResult& result) {
+    std::string text;
+    const std::string prefix = "ipmi-event-log: " + hostName(host) + ": ";
+    if (result.cleared) text += prefix + "the SEL was cleared\n";
+    if (result.emptied) text += prefix + "cleared the SEL, every record in it read first\n";
+    if (!result.clearFailure.empty()) text += prefix + "warning: " + result.clearFailure + "\n";
+    return text;
+}
+
 void pollFollower(Tolmar::IpmiEventFollower& follower, const std::string& host,
                   const Options& options, HostResult& out, bool skipping) {
     std::vector<IPMIEVENT> events;
@@ -141,6 +156,9 @@ void pollFollower(Tolmar::IpmiEventFollower& follower, const std::string& host,
     out.incomplete = poll.result == IpmiEventLog::EL_SUCCESS && !poll.complete;
     if (out.incomplete) out.incompleteReason = poll.failure;
     out.cleared = poll.cleared;
+    out.emptied = poll.emptied;
+    if (!out.incomplete && poll.result == IpmiEventLog::EL_SUCCESS) out.clearFailure = poll.failure;
+    out.sel = poll.sel;
     if (skipping && poll.result == IpmiEventLog::EL_SUCCESS && poll.complete)
         out.skipped = poll.entriesRead;
     out.call = poll.call;
@@ -160,7 +178,7 @@ std::string statePathFor(const Options& options, const std::string& host) {
 
 // list --state: the events added since the run that saved the state.
 void listNewEvents(const Options& options, const std::string& host, HostResult& out) {
-    Tolmar::IpmiEventFollower follower(connection(options, host), settings(options));
+    Tolmar::IpmiEventFollower follower = followerOf(options, host);
     const std::string path = statePathFor(options, host);
     std::string error;
     // No file yet is the first run; a file that cannot be taken is said, and all is read.

@@ -26,6 +26,9 @@ struct HostResult {
     // cleared.
     std::string incompleteReason;
     bool cleared = false;
+    bool emptied = false;      // --clear-when-full: the poll cleared the SEL
+    std::string clearFailure;  // why it could not
+    Tolmar::SelHealth sel;     // how full the SEL was
     // follow --new-only: the records there were when a poll first read the whole SEL, not shown.
     std::optional<unsigned long> skipped;
     std::vector<EventRow> events;
@@ -55,6 +58,12 @@ std::string incompleteText(const std::string& host, const HostResult& result,
 // asked for, as rows of `host`.
 void addEvents(HostResult& out, const std::string& host,
                std::vector<Tolmar::TolmarAgentless::IPMIEVENT> events, const Options& options);
+
+// A follower of `host` as the command line asks.
+Tolmar::IpmiEventFollower followerOf(const Options& options, const std::string& host);
+// What a follower's poll found the SEL's records went through (cleared; cleared by the poll, or
+// not), a line each, naming the host.
+std::string selChangeText(const std::string& host, const HostResult& result);
 
 // One poll of `follower`: its result, and its new events as addEvents makes them rows of `host`;
 // incomplete when the poll lost its BMC part way. `skipping`: the records there are are taken as

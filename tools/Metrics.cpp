@@ -50,6 +50,8 @@ void FleetMetrics::recordPoll(const std::string& host, const PollFacts& poll,
     h.complete = poll.complete;
     h.selEntries += poll.selEntries;
     if (poll.cleared) ++h.clears;
+    if (poll.emptied) ++h.fullClears;
+    if (poll.sel.known) h.sel = poll.sel;
     h.lastPollSeconds = poll.seconds;
     for (const auto& event : events) {
         const int severity = std::clamp(event.severity, 0, 2);
@@ -109,6 +111,28 @@ std::string FleetMetrics::text() const {
     eachHost([&](const std::string& labels, const Host& h) {
         out << "ipmi_event_log_sel_clears_total" << labels << "} " << h.clears << "\n";
     });
+    family(out, "ipmi_event_log_sel_full_clears_total", "counter",
+           "Clears of the BMC's SEL the exporter made, every record read first, when it was full.");
+    eachHost([&](const std::string& labels, const Host& h) {
+        out << "ipmi_event_log_sel_full_clears_total" << labels << "} " << h.fullClears << "\n";
+    });
+    const auto selGauge = [&](const char* name, const char* help, const auto& value) {
+        family(out, name, "gauge", help);
+        eachHost([&](const std::string& labels, const Host& h) {
+            if (h.sel.known) out << name << labels << "} " << value(h.sel) << "\n";
+        });
+    };
+    selGauge("ipmi_event_log_sel_entries", "Records in the BMC's SEL.",
+             [](const Tolmar::SelHealth& sel) { return std::to_string(sel.entries); });
+    selGauge("ipmi_event_log_sel_free_bytes",
+             "Free space in the BMC's SEL, in bytes (65535: that much or more).",
+             [](const Tolmar::SelHealth& sel) { return std::to_string(sel.freeBytes); });
+    selGauge("ipmi_event_log_sel_fill_ratio",
+             "The share of the BMC's SEL its records take, from 0 to 1.",
+             [](const Tolmar::SelHealth& sel) { return number(sel.FillRatio()); });
+    selGauge("ipmi_event_log_sel_overflow",
+             "Whether the BMC dropped events for lack of space in its SEL.",
+             [](const Tolmar::SelHealth& sel) { return std::string(sel.overflow ? "1" : "0"); });
     family(out, "ipmi_event_log_polls_total", "counter",
            "Polls of the whole fleet since the exporter started.");
     out << "ipmi_event_log_polls_total " << polls_ << "\n";

@@ -1,8 +1,10 @@
 // What ipmi-event-log serve tells Prometheus about a fleet, in its text exposition format
 // (version 0.0.4): per host, the events read since the exporter started by severity, the newest
-// critical event's time stamp, SEL entries read, clears of the SEL, and how the last poll went.
+// critical event's time stamp, SEL entries read, clears of the SEL, how full the SEL is, and how
+// the last poll went.
 #pragma once
 
+#include <IpmiEventFollower.h>
 #include <IpmiEventLog.h>
 
 #include <ctime>
@@ -20,6 +22,8 @@ struct PollFacts {
     bool cleared = false;          // it found the SEL cleared
     unsigned long selEntries = 0;  // SEL entries it read
     double seconds = 0;            // how long it took
+    bool emptied = false;          // it cleared the SEL, full (--clear-when-full)
+    Tolmar::SelHealth sel;         // how full it found the SEL
 };
 
 class FleetMetrics {
@@ -42,6 +46,8 @@ private:
         std::optional<std::time_t> newestCritical;
         unsigned long selEntries = 0;
         unsigned long clears = 0;
+        unsigned long fullClears = 0;
+        Tolmar::SelHealth sel;  // as the last poll that could tell found it
         double lastPollSeconds = 0;
     };
 

@@ -3,6 +3,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cctype>
 #include <cstdlib>
 #include <fstream>
@@ -62,7 +63,11 @@ const char* const kUsage =
     "  --interval S      follow, serve: seconds between polls (10)\n"
     "  --listen A:P      serve: the address and port of /metrics (127.0.0.1:9290)\n"
     "  --polls N         follow: stop after N polls (default: when interrupted)\n"
-    "  --new-only        follow: only events added after the start, none of those there are\n";
+    "  --new-only        follow: only events added after the start, none of those there are\n"
+    "  --full-warnings LIST   follow: warn as the SEL passes these percentages of full\n"
+    "                    (80,90,100), and when the BMC drops events; off: only then\n"
+    "  --clear-when-full PCT  follow, serve, list --state: clear the SEL once it is PCT% full,\n"
+    "                    after reading every record in it (needs operator privilege)\n";
 
 unsigned long parseNumber(const std::string& text, unsigned long max, const std::string& what) {
     char* end = nullptr;
@@ -195,6 +200,23 @@ std::vector<std::string> expandHosts(const std::string& list) {
     return hosts;
 }
 
+std::vector<unsigned> parsePercentages(const std::string& text, const std::string& what) {
+    std::vector<unsigned> percentages;
+    if (text == "off") return percentages;
+    std::size_t start = 0;
+    while (start <= text.size()) {
+        const std::size_t comma = std::min(text.find(',', start), text.size());
+        const auto percent = static_cast<unsigned>(
+            parseNumber(text.substr(start, comma - start), 100, what + " percentage"));
+        if (percent == 0) throw UsageError(what + " percentages are from 1 to 100");
+        percentages.push_back(percent);
+        start = comma + 1;
+    }
+    std::sort(percentages.begin(), percentages.end());
+    percentages.erase(std::unique(percentages.begin(), percentages.end()), percentages.end());
+    return percentages;
+}
+
 unsigned long parseRecordId(const std::string& text) {
     return parseNumber(text, 0xFFFF, "record ID");
 }
@@ -285,6 +307,13 @@ Options parseOptions(const std::vector<std::string>& args) {
             options.listen = value(i);
         } else if (arg == "--new-only") {
             options.newOnly = true;
+        } else if (arg == "--full-warnings") {
+            options.fullWarnings = parsePercentages(value(i), "--full-warnings");
+        } else if (arg == "--clear-when-full") {
+            options.clearWhenFull =
+                static_cast<unsigned>(parseNumber(value(i), 100, "--clear-when-full"));
+            if (options.clearWhenFull == 0)
+                throw UsageError("--clear-when-full takes a percentage from 1 to 100");
         } else if (arg == "--polls") {
             options.polls = parseNumber(value(i), 1000000000, "--polls");
         } else if (arg == "--fanout") {

@@ -43,6 +43,9 @@ struct Options {
     unsigned interval = 10;   // follow, serve: seconds between polls
     unsigned long polls = 0;  // follow: stop after this many polls; 0: when interrupted
     bool newOnly = false;     // follow: the events there are at the start are not shown
+    // follow: how full the SEL may get, in percent, before each warning; none when empty
+    std::vector<unsigned> fullWarnings{80, 90, 100};
+    unsigned clearWhenFull = 0;  // follow, serve, list --state: clear at this percentage; 0 never
     std::string listen = "127.0.0.1:9290";  // serve: where /metrics is answered
 };
 
@@ -56,6 +59,9 @@ std::vector<std::string> expandHosts(const std::string& list);
 
 // A number in decimal or 0x-hexadecimal, at most `max`; `what` names it in the error.
 unsigned long parseNumber(const std::string& text, unsigned long max, const std::string& what);
+
+// "80,90,100": percentages from 1 to 100, in rising order once each; "off": none.
+std::vector<unsigned> parsePercentages(const std::string& text, const std::string& what);
 
 // A record ID in decimal or 0x-hexadecimal, 0 to 65535.
 unsigned long parseRecordId(const std::string& text);

@@ -45,8 +45,7 @@ void pollHosts(const Options& options,
     const std::vector<std::string> hosts = hostsOf(options);
     std::vector<Tolmar::IpmiEventFollower> followers;
     followers.reserve(hosts.size());
-    for (const std::string& host : hosts)
-        followers.emplace_back(connection(options, host), settings(options));
+    for (const std::string& host : hosts) followers.push_back(followerOf(options, host));
     // With --new-only, a host's polls skip what its SEL holds until one reads it to its end
     // (chars: each of the fan-out's threads writes an element of its own).
     std::vector<char> skipping(hosts.size(), options.newOnly);

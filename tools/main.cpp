@@ -61,6 +61,10 @@ void checkArguments(const Options& options) {
         throw tool::UsageError("--new-only goes with follow");
     if (options.newOnly && options.last != 0)
         throw tool::UsageError("--new-only shows none of the events there are; --last N some");
+    const bool following = options.command == "follow" || options.command == "serve" ||
+                           (options.command == "list" && !options.statePath.empty());
+    if (options.clearWhenFull != 0 && !following)
+        throw tool::UsageError("--clear-when-full goes with follow, serve or list --state");
     if (!options.since.empty()) tool::parseUserTime(options.since);
     if (!options.until.empty()) tool::parseUserTime(options.until);
 }
@@ -183,9 +187,7 @@ int main(int argc, char** argv) {
         } else {
             anyRead = true;
             std::cout << r.note;
-            if (r.cleared)
-                problems +=
-                    "ipmi-event-log: " + tool::hostName(hosts[i]) + ": the SEL was cleared\n";
+            problems += tool::selChangeText(hosts[i], r);
             if (r.incomplete)
                 problems += "ipmi-event-log: " + tool::incompleteText(hosts[i], r, options) + "\n";
         }

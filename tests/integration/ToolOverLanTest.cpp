@@ -478,6 +478,31 @@ TEST_F(ToolOverLanTest, FollowWithNewOnlyPrintsOnlyTheRecordsAddedAfterItStarted
                      "--new-only shows none of the events there are; --last N some");
 }
 
+TEST_F(ToolOverLanTest, FollowWarnsAsTheSelFillsAndClearsItFullOnceEveryRecordIsRead) {
+    // ipmi_sim's SEL of 40 records, 35 of them taken: 87.5%, 80 bytes free.
+    bmc = bmcsim::sampleServerBmc(bmcsim::sampleEventLog(), bmcsim::Interfaces::Lan, 40);
+    const auto log = bmcsim::repeatedEventLog(5);
+    const std::string host = "ipmi-event-log: " + hostOf(*bmc) + ": ";
+    const ToolRun filling = followAdding("--format jsonl --interval 2 --polls 2", 35, log);
+    EXPECT_EQ(filling.status, 0) << filling.err;
+    EXPECT_EQ(lines(filling.out), 40u);
+    EXPECT_EQ(filling.err, host + "the SEL is 87% full: 35 entries, 80 bytes free\n" + host +
+                               "the SEL is full: 40 entries, no space left\n");
+    // ipmi_sim refuses an addition to its full SEL (C4h, out of space).
+    EXPECT_EQ(tool("add 0000020000000020000408606f01ffff").status, 16);
+
+    // A follower of its own reads the 40 records, then clears the SEL.
+    const std::string listed = tool("--format jsonl list").out;
+    const ToolRun clearing = tool("--format jsonl --clear-when-full 95 --polls 1 follow");
+    EXPECT_EQ(clearing.status, 0) << clearing.err;
+    EXPECT_EQ(lines(clearing.out), 40u);
+    EXPECT_EQ(clearing.out, listed);
+    EXPECT_EQ(clearing.err, host + "cleared the SEL, every record in it read first\n");
+    EXPECT_EQ(tool("raw").out, "");
+    expectUsageError("--clear-when-full 90 list",
+                     "--clear-when-full goes with follow, serve or list --state");
+}
+
 TEST_F(ToolOverLanTest, FollowSaysOnceThatAHostIsDownAndKeepsTheOthers) {
     auto down = std::make_unique<bmcsim::BmcSimulator>();
     const std::string hosts = hostOf(*bmc) + "," + hostOf(*down);
@@ -531,6 +556,11 @@ TEST_F(ToolOverLanTest, ServeAnswersMetricsThatAgreeWithTheSimulatorsEvents) {
             << severity;
     }
     EXPECT_EQ(sample(metrics, "ipmi_event_log_sel_entries_read_total" + host + "}"), "35");
+    // ipmi_sim's SEL holds 4,035 records here: 35 taken, 64,000 bytes free.
+    EXPECT_EQ(sample(metrics, "ipmi_event_log_sel_entries" + host + "}"), "35");
+    EXPECT_EQ(sample(metrics, "ipmi_event_log_sel_free_bytes" + host + "}"), "64000");
+    EXPECT_EQ(sample(metrics, "ipmi_event_log_sel_fill_ratio" + host + "}"), "0.0086741");
+    EXPECT_EQ(sample(metrics, "ipmi_event_log_sel_overflow" + host + "}"), "0");
     // The newest critical event of the sample server: record 0x001d, 03/12/2015 16:58:14 UTC.
     EXPECT_EQ(
         sample(metrics, "ipmi_event_log_newest_critical_event_timestamp_seconds" + host + "}"),
@@ -544,6 +574,8 @@ TEST_F(ToolOverLanTest, ServeAnswersMetricsThatAgreeWithTheSimulatorsEvents) {
     metrics = scrape();
     EXPECT_EQ(sample(metrics, "ipmi_event_log_events_total" + host + ",severity=\"critical\"}"),
               std::to_string(std::stoul(before) + 1));
+    EXPECT_EQ(sample(metrics, "ipmi_event_log_sel_entries" + host + "}"), "36");
+    EXPECT_EQ(sample(metrics, "ipmi_event_log_sel_free_bytes" + host + "}"), "63984");
 
     kill(server, SIGTERM);
     int status = -1;

@@ -75,7 +75,7 @@ std::string lanConfiguration(unsigned short port, unsigned short vmPort,
 }
 
 // Room for the stored records and 4,000 more, within the 16-bit record IDs (FFFFh means "last").
-std::size_t selCapacity(std::size_t stored) {
+std::size_t defaultSelCapacity(std::size_t stored) {
     constexpr std::size_t room = 4000;
     constexpr std::size_t mostIds = 0xFFFE;
     return std::min(stored + room, mostIds);
@@ -136,11 +136,12 @@ std::string auxiliaryLogFile(const std::vector<std::vector<unsigned char>>& reco
 
 BmcSimulator::BmcSimulator(const std::string& emulation,
                            const std::vector<std::vector<unsigned char>>& auxiliaryLog,
-                           const std::vector<SelRecord>& sel, Interfaces interfaces)
+                           const std::vector<SelRecord>& sel, Interfaces interfaces,
+                           std::size_t selCapacity)
     : interfaces_(interfaces) {
     directory_.write("auxiliary.log", auxiliaryLogFile(auxiliaryLog));
     for (int attempt = 0; attempt < kStartAttempts; ++attempt) {
-        if (!start(emulation, sel)) continue;
+        if (!start(emulation, sel, selCapacity)) continue;
         try {
             if (!sel.empty()) deleteSelRecord(static_cast<std::uint16_t>(sel.size() + 1));
         } catch (...) {
@@ -154,7 +155,8 @@ BmcSimulator::BmcSimulator(const std::string& emulation,
     throw std::runtime_error("ipmi_sim did not open its LAN port; its output:\n" + log);
 }
 
-bool BmcSimulator::start(const std::string& emulation, const std::vector<SelRecord>& sel) {
+bool BmcSimulator::start(const std::string& emulation, const std::vector<SelRecord>& sel,
+                         std::size_t selCapacity) {
     // A fresh state directory each time: ipmi_sim keeps the SEL, the SDR repository and users
     // there across runs, under its own name and the BMC's.
     std::filesystem::remove_all(directory_.file("state"));
@@ -164,7 +166,7 @@ bool BmcSimulator::start(const std::string& emulation, const std::vector<SelReco
     vmPort_ = interfaces_ == Interfaces::LanAndVm ? freeLoopbackPort(SOCK_STREAM) : 0;
     directory_.write("lan.conf",
                      lanConfiguration(port_, vmPort_, directory_.file("auxiliary.log")));
-    selCapacity_ = selCapacity(sel.size());
+    selCapacity_ = selCapacity != 0 ? selCapacity : defaultSelCapacity(sel.size());
     directory_.write("bmc.emu", emulationFile(emulation, selCapacity_, !sel.empty()));
     return launch();
 }
@@ -276,12 +278,12 @@ Tolmar::TolmarConnection::ConnectionInfo administratorConnection(unsigned short 
 }
 
 std::unique_ptr<BmcSimulator> sampleServerBmc(const std::vector<SelRecord>& events,
-                                              Interfaces interfaces) {
+                                              Interfaces interfaces, std::size_t selCapacity) {
     std::vector<std::vector<unsigned char>> auxiliaryLog;
     for (const AuxRecord& record : sampleAuxiliaryLog())
         auxiliaryLog.push_back(auxLogRecord(record));
     auto bmc = std::make_unique<BmcSimulator>(sdrCommands(sampleSdrRepository()), auxiliaryLog,
-                                              events, interfaces);
+                                              events, interfaces, selCapacity);
     bmc->setEventFilters(sampleEventFilters());
     return bmc;
 }

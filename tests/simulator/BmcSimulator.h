@@ -37,12 +37,13 @@ public:
     // commands (SDRs, SEL entries) run after the BMC is set up and before it is enabled;
     // `auxiliaryLog` the records its OEM auxiliary log serves, under the enterprise number the
     // library is built with; `sel` the records its SEL holds from the start, with IDs from 1 and
-    // the last one's time stamp as the last addition. Throws std::runtime_error, with the
-    // simulator's own output, when it does not come up.
+    // the last one's time stamp as the last addition; `selCapacity` how many records the SEL
+    // holds at most (0: those and 4,000 more; one more than `sel` at least). Throws
+    // std::runtime_error, with the simulator's own output, when it does not come up.
     explicit BmcSimulator(const std::string& emulation = "",
                           const std::vector<std::vector<unsigned char>>& auxiliaryLog = {},
                           const std::vector<SelRecord>& sel = {},
-                          Interfaces interfaces = Interfaces::Lan);
+                          Interfaces interfaces = Interfaces::Lan, std::size_t selCapacity = 0);
     ~BmcSimulator();
     BmcSimulator(const BmcSimulator&) = delete;
     BmcSimulator& operator=(const BmcSimulator&) = delete;
@@ -68,7 +69,8 @@ public:
     void restart(const std::string& emulation);
 
 private:
-    bool start(const std::string& emulation, const std::vector<SelRecord>& sel);
+    bool start(const std::string& emulation, const std::vector<SelRecord>& sel,
+               std::size_t selCapacity);
     bool launch();
     std::string output() const;
     // Sends each request over one administrator session; throws when one is refused.
@@ -92,8 +94,9 @@ private:
 Tolmar::TolmarConnection::ConnectionInfo administratorConnection(unsigned short port);
 
 // The sample server's BMC: its sensor records, PEF filters and auxiliary log, with `events` in its
-// SEL.
+// SEL of `selCapacity` records (as BmcSimulator takes it).
 std::unique_ptr<BmcSimulator> sampleServerBmc(const std::vector<SelRecord>& events,
-                                              Interfaces interfaces = Interfaces::Lan);
+                                              Interfaces interfaces = Interfaces::Lan,
+                                              std::size_t selCapacity = 0);
 
 }  // namespace bmcsim

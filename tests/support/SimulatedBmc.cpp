@@ -96,6 +96,10 @@ void SimulatedBmc::fillNeitherEraseStampNorFreeSpace(bool neither) { selInfoUnfi
 
 const std::vector<SimulatedBmc::SelRecord>& SimulatedBmc::selRecords() const { return sel_; }
 
+void SimulatedBmc::storeBefore(unsigned char command, const SelRecord& record) {
+    storedBefore_[command] = record;
+}
+
 void SimulatedBmc::answerSelRecordWith(std::uint16_t requested, std::uint16_t given) {
     selAnswers_[requested] = given;
 }
@@ -128,6 +132,11 @@ BmcResponse SimulatedBmc::handle(unsigned char netFn, unsigned char command,
 }
 
 BmcResponse SimulatedBmc::handleStorage(unsigned char command, const Bytes& data) {
+    const auto arriving = storedBefore_.find(command);
+    if (arriving != storedBefore_.end()) {
+        storeSelRecord(arriving->second);
+        storedBefore_.erase(arriving);
+    }
     switch (command) {
         case kReserveSdrRepository:
             return reserve(sdrReservation_);

@@ -36,6 +36,9 @@ public:
     // Drops a stored record, as Delete SEL Entry would, without a reservation.
     void removeSelRecord(std::uint16_t recordId);
     const std::vector<SelRecord>& selRecords() const;
+    // The next Storage request with command `command` finds `record` stored first: an event the
+    // BMC logs just then.
+    void storeBefore(unsigned char command, const SelRecord& record);
     // Get SEL Entry for `requested` answers with the bytes of record `given`, the next-record ID
     // staying `requested`'s: the same record returned for two IDs, as some BMCs do.
     void answerSelRecordWith(std::uint16_t requested, std::uint16_t given);
@@ -116,7 +119,9 @@ private:
     long findSdr(std::uint16_t recordId) const;
 
     std::vector<SelRecord> sel_;
-    std::map<std::uint16_t, std::uint16_t> selAnswers_;  // requested ID -> ID of the bytes given
+    std::map<std::uint16_t, std::uint16_t> selAnswers_;
+    std::map<unsigned char, SelRecord> storedBefore_;  // command -> record stored before it  //
+                                                       // requested ID -> ID of the bytes given
     std::vector<Bytes> sdrs_;
     std::vector<EventFilter> filters_;
     std::vector<AlertPolicy> policies_;

@@ -15,13 +15,24 @@ IPMIEVENT event(int severity, const char* timeStamp) {
     return e;
 }
 
+Tolmar::SelHealth health(unsigned entries, unsigned freeBytes, bool overflow) {
+    Tolmar::SelHealth sel;
+    sel.known = true;
+    sel.entries = entries;
+    sel.freeBytes = freeBytes;
+    sel.overflow = overflow;
+    return sel;
+}
+
 TEST(FleetMetricsTest, CountsEventsBySeverityAndKeepsTheNewestCriticalTime) {
     tool::FleetMetrics metrics({"bmc1", "b\"m\\c2", "never-polled"});
-    metrics.recordPoll("bmc1", {true, true, false, 4, 0.25},
+    metrics.recordPoll("bmc1", {true, true, false, 4, 0.25, true, health(10, 63840, false)},
                        {event(2, "03/12/2015 16:58:14"), event(2, "03/11/2015 08:00:00"),
                         event(1, "03/12/2015 17:00:00"), event(0, "Unspecified")});
-    metrics.recordPoll("bmc1", {true, false, true, 2, 0.5}, {event(2, "Unspecified")});
-    metrics.recordPoll("b\"m\\c2", {false, true, false, 0, 10}, {});
+    metrics.recordPoll("bmc1", {true, false, true, 2, 0.5, false, health(4000, 0, true)},
+                       {event(2, "Unspecified")});
+    // A host that never answered Get SEL Info has no SEL gauges.
+    metrics.recordPoll("b\"m\\c2", {false, true, false, 0, 10, false, {}}, {});
     metrics.recordFleetPoll();
     metrics.recordFleetPoll();
     EXPECT_EQ(metrics.text(),
@@ -63,6 +74,26 @@ TEST(FleetMetricsTest, CountsEventsBySeverityAndKeepsTheNewestCriticalTime) {
               "# TYPE ipmi_event_log_sel_clears_total counter\n"
               "ipmi_event_log_sel_clears_total{host=\"bmc1\"} 1\n"
               "ipmi_event_log_sel_clears_total{host=\"b\\\"m\\\\c2\"} 0\n"
+              "# HELP ipmi_event_log_sel_full_clears_total Clears of the BMC's SEL the exporter "
+              "made, every record read first, when it was full.\n"
+              "# TYPE ipmi_event_log_sel_full_clears_total counter\n"
+              "ipmi_event_log_sel_full_clears_total{host=\"bmc1\"} 1\n"
+              "ipmi_event_log_sel_full_clears_total{host=\"b\\\"m\\\\c2\"} 0\n"
+              "# HELP ipmi_event_log_sel_entries Records in the BMC's SEL.\n"
+              "# TYPE ipmi_event_log_sel_entries gauge\n"
+              "ipmi_event_log_sel_entries{host=\"bmc1\"} 4000\n"
+              "# HELP ipmi_event_log_sel_free_bytes Free space in the BMC's SEL, in bytes (65535: "
+              "that much or more).\n"
+              "# TYPE ipmi_event_log_sel_free_bytes gauge\n"
+              "ipmi_event_log_sel_free_bytes{host=\"bmc1\"} 0\n"
+              "# HELP ipmi_event_log_sel_fill_ratio The share of the BMC's SEL its records take, "
+              "from 0 to 1.\n"
+              "# TYPE ipmi_event_log_sel_fill_ratio gauge\n"
+              "ipmi_event_log_sel_fill_ratio{host=\"bmc1\"} 1\n"
+              "# HELP ipmi_event_log_sel_overflow Whether the BMC dropped events for lack of space "
+              "in its SEL.\n"
+              "# TYPE ipmi_event_log_sel_overflow gauge\n"
+              "ipmi_event_log_sel_overflow{host=\"bmc1\"} 1\n"
               "# HELP ipmi_event_log_polls_total Polls of the whole fleet since the exporter "
               "started.\n"
               "# TYPE ipmi_event_log_polls_total counter\n"

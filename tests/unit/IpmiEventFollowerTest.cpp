@@ -406,6 +406,113 @@ TEST_F(SelChangesTest, RecordsStampedBeforeTheBmcKnewTheTimeAreFollowedLikeAnyOt
     EXPECT_EQ(polledIds(), Ids{4});
 }
 
+class SelHealthTest : public SelChangesTest {
+protected:
+    static RecordedRequest reserveSel() { return request(0x0A, 0x42, {}); }
+    static RecordedRequest clearSelUnder(std::uint16_t reservation) {
+        return request(0x0A, 0x47,
+                       {static_cast<unsigned char>(reservation),
+                        static_cast<unsigned char>(reservation >> 8), 'C', 'L', 'R', 0xAA});
+    }
+    static long count(const std::vector<RecordedRequest>& requests, const RecordedRequest& one) {
+        return std::count(requests.begin(), requests.end(), one);
+    }
+};
+
+TEST_F(SelHealthTest, APollTellsHowFullTheSelIsAndWhetherTheBmcDroppedEvents) {
+    bmc.limitSel(4);
+    EXPECT_EQ(polledIds(), (Ids{1, 2, 3}));
+    EXPECT_TRUE(last.sel.known);
+    EXPECT_EQ(last.sel.entries, 3u);
+    EXPECT_EQ(last.sel.freeBytes, 16u);
+    EXPECT_FALSE(last.sel.overflow);
+    EXPECT_DOUBLE_EQ(last.sel.FillRatio(), 0.75);
+    bmc.storeSelRecord(kFourth);
+    bmc.storeSelRecord(eventNumbered(5));  // no room left: dropped
+    EXPECT_EQ(polledIds(), Ids{4});
+    EXPECT_EQ(last.sel.entries, 4u);
+    EXPECT_EQ(last.sel.freeBytes, 0u);
+    EXPECT_TRUE(last.sel.overflow);
+    EXPECT_DOUBLE_EQ(last.sel.FillRatio(), 1.0);
+    // A poll that finds nothing new tells it too.
+    EXPECT_EQ(polledIds(), Ids{});
+    EXPECT_TRUE(last.sel.overflow);
+    bmc.answerRepositoryInfo(false);
+    polledIds();
+    EXPECT_FALSE(last.sel.known);
+    EXPECT_DOUBLE_EQ(last.sel.FillRatio(), 0.0);
+}
+
+TEST_F(SelHealthTest, AFullSelIsClearedUnderAReservationOnceEveryRecordInItIsRead) {
+    bmc.limitSel(4);
+    bmc.setLastReservationId(0x1233);
+    follower.ClearWhenFull(75);
+    std::vector<IPMIEVENT> events;
+    const auto requests = poll(follower, events);
+    sim::expectSameEvents(events, sim::smallBmcEvents());
+    // The records, then the reservation, a last look, the clear under the reservation, and the
+    // SEL as it is after it.
+    const std::vector<RecordedRequest> clearing{reserveSel(), getSelInfo(), clearSelUnder(0x1234),
+                                                getSelInfo()};
+    ASSERT_GE(requests.size(), 8u);
+    EXPECT_EQ(std::vector<RecordedRequest>(requests.begin() + 4, requests.begin() + 8), clearing);
+    EXPECT_TRUE(last.emptied);
+    EXPECT_FALSE(last.cleared);
+    EXPECT_EQ(last.failure, "");
+    EXPECT_TRUE(bmc.selRecords().empty());
+    EXPECT_EQ(last.sel.entries, 0u);
+    EXPECT_EQ(last.sel.freeBytes, 64u);
+    // The clear is the follower's own: not said again, and what comes next comes once.
+    EXPECT_EQ(polledIds(), Ids{});
+    EXPECT_FALSE(last.cleared);
+    EXPECT_FALSE(last.emptied);
+    bmc.storeSelRecord(eventNumbered(1));
+    EXPECT_EQ(polledIds(), Ids{1});
+    EXPECT_FALSE(last.cleared);
+}
+
+TEST_F(SelHealthTest, ARecordLoggedBeforeTheClearCancelsItIsReadAndTheClearIsTriedAgain) {
+    bmc.limitSel(5);
+    follower.ClearWhenFull(60);
+    // The event arrives between the follower's last look and its clear.
+    bmc.storeBefore(0x47, kFourth);
+    std::vector<IPMIEVENT> events;
+    const auto requests = poll(follower, events);
+    EXPECT_EQ(events.size(), 4u);
+    EXPECT_EQ(events.back().recordId, 4u);
+    EXPECT_EQ(count(requests, reserveSel()), 2);
+    EXPECT_TRUE(last.emptied);
+    EXPECT_TRUE(bmc.selRecords().empty());
+}
+
+TEST_F(SelHealthTest, AClearTheBmcRefusesIsSaidAndTriedAgainAtTheNextPoll) {
+    bmc.limitSel(4);
+    follower.ClearWhenFull(75);
+    // Get SEL Info, three Get SEL Entry, Reserve SEL, Get SEL Info, then Clear SEL.
+    bench.injectFault(7, sim::Fault::completion(0xD4));
+    EXPECT_EQ(polledIds(), (Ids{1, 2, 3}));
+    EXPECT_TRUE(last.complete);
+    EXPECT_FALSE(last.emptied);
+    EXPECT_EQ(last.failure,
+              "the SEL was not cleared: the BMC answered Clear SEL with D4h (insufficient "
+              "privilege level)");
+    EXPECT_EQ(bmc.selRecords().size(), 3u);
+    EXPECT_EQ(polledIds(), Ids{});
+    EXPECT_TRUE(last.emptied);
+    EXPECT_EQ(last.failure, "");
+}
+
+TEST_F(SelHealthTest, NoClearBelowTheShareAskedForNorWhenRecordsAreOnlySkipped) {
+    bmc.limitSel(5);
+    follower.ClearWhenFull(61);
+    const auto requests = poll(follower, events_);
+    EXPECT_EQ(count(requests, reserveSel()), 0);
+    follower.ClearWhenFull(60);
+    last = follower.SkipToEnd();
+    EXPECT_EQ(bmc.selRecords().size(), 3u);
+    EXPECT_FALSE(last.emptied);
+}
+
 class FollowerStateTest : public IpmiEventFollowerTest {
 protected:
     std::string path() const { return scratch.file("state"); }
