@@ -507,10 +507,19 @@ TEST_F(SelChangesTest, ASelThatOverwritesItsOldestRecordsGivesEachNewRecordOnce)
     bmc.overwriteOldestWhenFull(true);
     storeNumbered(4, 100);
     EXPECT_EQ(polledIds(), idsFrom(1, 100));
-    // 30 overwritten: the count stays 100, the addition stamp moves on.
+    // 30 overwritten: the count stays 100, the addition stamp moves on. Read as any 30 additions:
+    // the newest emitted, then the new ones.
     storeNumbered(101, 130);
-    EXPECT_EQ(polledIds(), idsFrom(101, 130));
+    const auto requests = poll(follower, events_);
+    EXPECT_EQ(events_.size(), 30u);
+    EXPECT_EQ(events_.front().recordId, 101u);
+    EXPECT_EQ(std::vector<RecordedRequest>(requests.begin(), requests.begin() + 3),
+              (std::vector<RecordedRequest>{getSelInfo(), getSel(100), getSel(101)}));
+    EXPECT_EQ(selEntryReads(requests), 31u);
+    // With Get SEL Info, Get SDR Repository Info, the filters and the auxiliary log's status.
+    EXPECT_EQ(requests.size(), 36u);
     EXPECT_FALSE(last.restarted);
+    events_.clear();
     EXPECT_EQ(polledIds(), Ids{});
 }
 
@@ -527,8 +536,10 @@ TEST_F(SelChangesTest, ASelThatOverwroteEveryRecordRememberedIsNotTakenForCleare
     EXPECT_FALSE(last.cleared);
     EXPECT_TRUE(last.restarted);
     EXPECT_TRUE(last.complete);
-    // Get SEL Info, a Get SEL Entry for each remembered record (CBh), the SEL's 100 records.
+    // A Get SEL Entry for each remembered record (CBh), then one for each of the SEL's 100.
     EXPECT_EQ(selEntryReads(requests), 164u);
+    // With Get SDR Repository Info, the filters and the whole auxiliary log, read again.
+    EXPECT_EQ(requests.size(), 172u);
     EXPECT_EQ(polledIds(), Ids{});
     bmc.storeSelRecord(eventNumbered(261));
     EXPECT_EQ(polledIds(), Ids{261});
