@@ -126,9 +126,11 @@ void IpmiEventFollowerImp::readSelChanges(IpmiClient& client, FollowerState& sta
     // Nothing added or erased since the SEL was last read to its end.
     if (stamped && state.sel && *state.sel == selNow) return;
     // An empty SEL needs no walk to tell.
-    NewSelRecords read = stamped && selNow.records == 0
-                             ? NewSelRecords::empty(state.recent)
-                             : NewSelRecords::read(events, state.recent, state.first);
+    NewSelRecords read =
+        stamped && selNow.records == 0
+            ? NewSelRecords::empty(state.recent)
+            : NewSelRecords::read(events, state.recent, state.first,
+                                  {stamped ? std::optional(selNow) : std::nullopt, state.sel});
     poll.complete = read.complete;
     poll.restarted = poll.restarted || read.restarted;
     poll.cleared = poll.cleared || read.cleared;

@@ -143,19 +143,7 @@ SelWalk IpmiEventOperations::walkSel(
                 logRepeatedRecordId("getRawSelEntries", recordId, __LINE__);
                 break;
             }
-            const CommandResponse response =
-                exchange(client_, kNetFnStorage, kGetSelEntry, getSelEntryRequest(recordId));
-            if (!response.succeeded(kSelEntryResponseLength)) {
-                logListReadFailure("getRawSelEntries completionCode: ", response.completionCode,
-                                   __LINE__);
-                walk.end = response.status == 0 ? SelWalk::End::Refused : SelWalk::End::Unanswered;
-                walk.completionCode = response.completionCode;
-                return walk;
-            }
-            recordId = nextRecordId(response.data);
-            RawSelEntry entry{};
-            entry.setValues(response.data);
-            entries.push_back(entry);
+            if (!fetchSelRecord(recordId, entries, recordId, walk)) return walk;
             if (goOn && !goOn(entries)) {
                 walk.end = SelWalk::End::Stopped;
                 return walk;
@@ -166,6 +154,36 @@ SelWalk IpmiEventOperations::walkSel(
         walk.end = SelWalk::End::Unanswered;
     }
     return walk;
+}
+
+SelWalk IpmiEventOperations::readSelRecord(unsigned long recordId,
+                                           std::vector<RawSelEntry>& entries) {
+    SelWalk walk;
+    walk.end = SelWalk::End::Stopped;
+    unsigned long next = 0;
+    try {
+        fetchSelRecord(recordId, entries, next, walk);
+    } catch (const IpmiException&) {
+        walk.end = SelWalk::End::Unanswered;
+    }
+    return walk;
+}
+
+bool IpmiEventOperations::fetchSelRecord(unsigned long recordId, std::vector<RawSelEntry>& entries,
+                                         unsigned long& next, SelWalk& walk) {
+    const CommandResponse response =
+        exchange(client_, kNetFnStorage, kGetSelEntry, getSelEntryRequest(recordId));
+    if (!response.succeeded(kSelEntryResponseLength)) {
+        logListReadFailure("getRawSelEntries completionCode: ", response.completionCode, __LINE__);
+        walk.end = response.status == 0 ? SelWalk::End::Refused : SelWalk::End::Unanswered;
+        walk.completionCode = response.completionCode;
+        return false;
+    }
+    next = nextRecordId(response.data);
+    RawSelEntry entry{};
+    entry.setValues(response.data);
+    entries.push_back(entry);
+    return true;
 }
 
 int IpmiEventOperations::deleteSEL(unsigned long recordId) {

@@ -52,6 +52,9 @@ public:
     // with the records read so far) says no.
     SelWalk walkSel(unsigned long recordId, std::vector<RawSelEntry>& entries,
                     const std::function<bool(const std::vector<RawSelEntry>&)>& goOn);
+    // Get SEL Entry for the one record `recordId` (FFFFh: the SEL's last), appended to `entries`:
+    // Stopped when it came, or how the read failed, as for a walk.
+    SelWalk readSelRecord(unsigned long recordId, std::vector<RawSelEntry>& entries);
     // Delete SEL Entry under a fresh reservation.
     int deleteSEL(unsigned long recordId);
     // Clear SEL under a fresh reservation: starts the erase and does not wait for it.
@@ -99,6 +102,10 @@ public:
                                    const std::vector<RawSDR>& sdr, std::map<int, int>& out);
 
 private:
+    // One Get SEL Entry: appends the record and sets `next` to its next-record ID; false, with the
+    // failure told in `walk`, when none came.
+    bool fetchSelRecord(unsigned long recordId, std::vector<RawSelEntry>& entries,
+                        unsigned long& next, SelWalk& walk);
     // Reads one PEF table: its size from `countParameter`, then entries 1 to that size from
     // `tableParameter`, appending those `keep` accepts.
     template <typename Entry, typename Keep>

@@ -14,6 +14,7 @@ namespace Tolmar {
 namespace {
 
 constexpr unsigned long kFirstRecord = 0x0000;
+constexpr unsigned long kLastRecord = 0xFFFF;  // Get SEL Entry's name for the SEL's last record
 // Get SEL Entry's completion codes (IPMI v2.0 section 31.5, table 5-2): 81h, erase in progress.
 constexpr unsigned char kEraseInProgress = kCompletionCommandSpecific81;
 constexpr unsigned char kNotPresent = 0xCB;
@@ -22,6 +23,9 @@ constexpr unsigned char kNotPresent = 0xCB;
 constexpr unsigned char kFirstUnstampedType = 0xE0;
 constexpr std::uint32_t kFirstAbsoluteTime = 0x20000000;
 constexpr std::uint32_t kUnspecifiedTime = 0xFFFFFFFF;
+// Absent IDs tried past a chain that ended early, at most, in one poll: a BMC with wide gaps costs
+// a bounded number of requests; the read is then incomplete and the next poll goes on from there.
+constexpr unsigned kMostAbsentIdsTried = 64;
 
 // The bytes that make a record the one it is: its ID, type, time stamp, generator and sensor. The
 // event bytes are left out: a BMC that marks an event resolved by rewriting it in place (an
@@ -45,6 +49,99 @@ bool addedAfter(const RawSelEntry& record, const RawSelEntry& newest) {
     const auto time = absoluteTime(record);
     const auto newestTime = absoluteTime(newest);
     return !time || !newestTime || *time > *newestTime;
+}
+
+// Whether the BMC's clock went back since the SEL was last read to its end: its newest addition is
+// stamped earlier than the newest one then.
+bool clockWentBack(const SelInfoSeen& info) {
+    return info.now && info.lastRead && info.lastRead->lastAddition != kUnspecifiedTime &&
+           info.now->lastAddition < info.lastRead->lastAddition;
+}
+
+// Where the time stamps along `records` last step back (a record stamped earlier than the one
+// before it): where the BMC's clock went back. records.size() when they never do.
+std::size_t lastStepBack(const std::vector<RawSelEntry>& records) {
+    for (std::size_t i = records.size(); i-- > 1;) {
+        const auto time = absoluteTime(records[i]);
+        const auto before = absoluteTime(records[i - 1]);
+        if (time && before && *time < *before) return i;
+    }
+    return records.size();
+}
+
+// Of `all`, the SEL read from its first record once every remembered record is gone, those added
+// after `newest` was emitted: stamped later than it, or, when the clock went back since the last
+// complete read, from the place where the stamps step back on.
+std::vector<RawSelEntry> addedSince(const std::vector<RawSelEntry>& all, const RawSelEntry& newest,
+                                    bool clockBack) {
+    const std::size_t step = clockBack ? lastStepBack(all) : all.size();
+    std::vector<RawSelEntry> added;
+    for (std::size_t i = 0; i < all.size(); ++i) {
+        if (i >= step || addedAfter(all[i], newest)) added.push_back(all[i]);
+    }
+    return added;
+}
+
+// Whether the SEL overwrote its oldest records rather than being cleared: it holds as many records
+// as when last read to its end, or more, and nothing was erased since (a clear leaves fewer and
+// moves the erase stamp of BMCs that keep one).
+bool overwroteOldest(const SelInfoSeen& info) {
+    return info.now && info.lastRead && info.now->records >= info.lastRead->records &&
+           info.now->lastErase == info.lastRead->lastErase;
+}
+
+bool nothingAddedSince(const SelInfoSeen& info) {
+    return info.lastRead && info.now->lastAddition == info.lastRead->lastAddition &&
+           info.now->records <= info.lastRead->records;
+}
+
+bool nothingErasedSince(const SelInfoSeen& info) {
+    return info.lastRead && info.now->lastErase == info.lastRead->lastErase &&
+           info.now->lastErase != kUnspecifiedTime;
+}
+
+// Whether a chain from a remembered record (`newest`: the newest remembered, the SEL's last record
+// at the last complete read), which ended `after` records past it, may have ended before the SEL's
+// last record. Get SEL Info rules it out when nothing was added since the last complete read (any
+// records past a gap are old ones), or when nothing was erased either and the count is no more
+// than the records then and those after `newest`. Without Get SEL Info the chain is taken as it is.
+bool mayEndEarlyFromRemembered(const SelInfoSeen& info, bool newest, std::size_t after) {
+    if (!info.now || nothingAddedSince(info)) return false;
+    if (!newest || !nothingErasedSince(info)) return true;
+    return info.now->records > info.lastRead->records + after;
+}
+
+// Whether a chain from the SEL's first record, which gave `walked` records, may have ended before
+// the SEL's last: Get SEL Info counts more.
+bool mayEndEarlyFromFirst(const SelInfoSeen& info, std::size_t walked) {
+    return info.now && info.now->records > walked;
+}
+
+bool absent(const SelWalk& walk) {
+    return walk.end == SelWalk::End::Refused && walk.completionCode == kNotPresent;
+}
+
+// Some BMCs give a record's ID plus one as its next-record ID, and FFFFh where no record has that
+// ID: their chain ends at the first deleted record. Get SEL Entry for FFFFh, the SEL's last record,
+// tells whether `walk`, which read `records`, ended early; if so, the IDs after its end are tried
+// upward (CBh: absent) up to the last record's, and the chain of each record found is read on.
+SelWalk readOnPastGaps(IpmiEventOperations& events, std::vector<RawSelEntry>& records,
+                       SelWalk walk) {
+    if (walk.end != SelWalk::End::ChainEnd || records.empty()) return walk;
+    std::vector<RawSelEntry> last;
+    const SelWalk lastRead = events.readSelRecord(kLastRecord, last);
+    if (last.empty()) return lastRead;
+    unsigned absentTried = 0;
+    unsigned long id = records.back().id() + 1;
+    while (!sameRecord(records.back(), last.front()) && id <= last.front().id()) {
+        const std::size_t before = records.size();
+        walk = events.walkSel(id, records, {});
+        const bool found = records.size() > before;
+        if (found ? walk.end != SelWalk::End::ChainEnd : !absent(walk)) return walk;
+        if (!found && ++absentTried > kMostAbsentIdsTried) return walk;
+        id = found ? records.back().id() + 1 : id + 1;
+    }
+    return SelWalk{};
 }
 
 // `records` but those already among them or in `emitted`: a record that a BMC returned for two
@@ -97,18 +194,21 @@ NewSelRecords NewSelRecords::empty(const std::vector<RawSelEntry>& recent) {
 
 NewSelRecords NewSelRecords::read(IpmiEventOperations& events,
                                   const std::vector<RawSelEntry>& recent,
-                                  const std::optional<RawSelEntry>& first) {
+                                  const std::optional<RawSelEntry>& first,
+                                  const SelInfoSeen& info) {
     NewSelRecords read;
     read.first = first;
     // From the newest record emitted that is still there as it was, which the chain from its ID
     // gives first: the records after it are new.
     for (std::size_t i = recent.size(); i-- > 0;) {
         std::vector<RawSelEntry> chain;
-        const SelWalk walk =
+        SelWalk walk =
             events.walkSel(recent[i].id(), chain, [&](const std::vector<RawSelEntry>& so) {
                 return so.size() > 1 || sameRecord(so.front(), recent[i]);
             });
         if (!chain.empty() && sameRecord(chain.front(), recent[i])) {
+            if (mayEndEarlyFromRemembered(info, i + 1 == recent.size(), chain.size() - 1))
+                walk = readOnPastGaps(events, chain, walk);
             noteEnding(walk, false, read);
             const std::vector<RawSelEntry> kept(recent.begin(), recent.begin() + i + 1);
             read.records = withoutRepeats({chain.begin() + 1, chain.end()}, kept);
@@ -127,16 +227,18 @@ NewSelRecords NewSelRecords::read(IpmiEventOperations& events,
     }
     // None of them is left, or none was emitted yet: the SEL from its first record.
     std::vector<RawSelEntry> all;
-    const SelWalk walk = events.walkSel(kFirstRecord, all, {});
+    SelWalk walk = events.walkSel(kFirstRecord, all, {});
+    if (mayEndEarlyFromFirst(info, all.size())) walk = readOnPastGaps(events, all, walk);
     noteEnding(walk, all.empty(), read);
     all = withoutRepeats(all);
     read.restarted = !recent.empty();
-    // Records deleted, the first one kept: those emitted before are told by their time stamps.
+    // Records deleted, the first one kept, or the oldest overwritten by a full SEL: those emitted
+    // before are told by their time stamps.
     const bool deleted = read.restarted && first && !all.empty() && sameRecord(all.front(), *first);
-    for (const RawSelEntry& record : all) {
-        if (!deleted || addedAfter(record, recent.back())) read.records.push_back(record);
-    }
-    read.cleared = read.restarted && !deleted && read.complete;
+    const bool overwritten = read.restarted && !deleted && !all.empty() && overwroteOldest(info);
+    const bool byTime = deleted || overwritten;
+    read.records = byTime ? addedSince(all, recent.back(), clockWentBack(info)) : all;
+    read.cleared = read.restarted && !byTime && read.complete;
     if (read.complete) read.first = all.empty() ? std::nullopt : std::optional(all.front());
     // Read to its end, the SEL holds only records emitted now or before; read part way, the
     // records emitted before are remembered still, for the next poll to find its place.

@@ -1,8 +1,14 @@
 // Which SEL records are new to a follower, whatever happened to the SEL since it last looked:
 // - the records after the newest one it emitted that is still in the SEL as it was;
 // - when none of those it remembers is left but the SEL's first record is the one it was (records
-//   were deleted, not cleared), the records whose time stamps are later than the newest emitted;
+//   were deleted, not cleared), or Get SEL Info counts as many records as at the last complete read
+//   or more with the erase stamp unmoved (a full SEL overwrote its oldest records), the records
+//   whose time stamps are later than the newest emitted; when the BMC's clock went back since (the
+//   addition stamp is earlier than then), also those from where the stamps step back along the SEL;
 // - otherwise (the SEL was cleared), every record.
+// A chain that ended is checked against the SEL's last record (Get SEL Entry for FFFFh) unless Get
+// SEL Info's count accounts for every record up to it; records past a gap, as BMCs whose next
+// record is the ID plus one leave, are found by trying the IDs after it.
 // A BMC's empty SEL (CBh for the first record) and an erase in progress (81h) are complete reads
 // with nothing new.
 #pragma once
@@ -12,8 +18,16 @@
 
 #include "IpmiEventOperations.h"
 #include "RawSelEntry.h"
+#include "RepositoryInfo.h"
 
 namespace Tolmar {
+
+// What Get SEL Info said now and when the SEL was last read to its end; either is absent when not
+// known (no answer, or no complete read yet).
+struct SelInfoSeen {
+    std::optional<RepositoryStamps> now;
+    std::optional<RepositoryStamps> lastRead;
+};
 
 struct NewSelRecords {
     std::vector<RawSelEntry> records;  // new, in SEL order, each once
@@ -28,7 +42,8 @@ struct NewSelRecords {
     // What is new since `recent`, the last records emitted (oldest first), when `first` was the
     // SEL's first record.
     static NewSelRecords read(IpmiEventOperations& events, const std::vector<RawSelEntry>& recent,
-                              const std::optional<RawSelEntry>& first);
+                              const std::optional<RawSelEntry>& first,
+                              const SelInfoSeen& info = {});
     // An empty SEL, as Get SEL Info's record count tells, after `recent` were emitted.
     static NewSelRecords empty(const std::vector<RawSelEntry>& recent);
 };

@@ -246,13 +246,17 @@ TEST_F(IpmiEventFollowerTest, FollowersKeptInAVectorGoOnEachFromItsOwnState) {
     EXPECT_EQ(poll(assigned, events), std::vector<RecordedRequest>{getSelInfo()});
 }
 
-// A system event with record ID `id`, stamped `id` minutes after the small BMC's events.
-sim::SimulatedBmc::SelRecord eventNumbered(std::uint16_t id) {
-    const std::uint32_t stamp = 0x55001000 + 60u * id;
+// A system event with record ID `id`, stamped `stamp`.
+sim::SimulatedBmc::SelRecord eventStamped(std::uint16_t id, std::uint32_t stamp) {
     return selRecord(
         id, {0x02, static_cast<unsigned char>(stamp), static_cast<unsigned char>(stamp >> 8),
              static_cast<unsigned char>(stamp >> 16), static_cast<unsigned char>(stamp >> 24), 0x20,
              0x00, 0x04, 0x08, 0x60, 0x6F, 0x01, 0xFF, 0xFF});
+}
+
+// A system event with record ID `id`, stamped `id` minutes after the small BMC's events.
+sim::SimulatedBmc::SelRecord eventNumbered(std::uint16_t id) {
+    return eventStamped(id, 0x55001000 + 60u * id);
 }
 
 class SelChangesTest : public IpmiEventFollowerTest {
@@ -266,6 +270,23 @@ protected:
         return ids;
     }
     void clearSel() { ASSERT_EQ(IpmiEventLog(sim::lanConnection()).DeleteAllEventLog(), 0); }
+    // Add SEL Entry with `record`'s bytes: the BMC gives the ID.
+    sim::BmcResponse add(const sim::SimulatedBmc::SelRecord& record) {
+        return bmc.handle(0x0A, 0x44, {record.begin(), record.end()});
+    }
+    // Stores the records numbered `from` to `to`.
+    void storeNumbered(std::uint16_t from, std::uint16_t to) {
+        for (std::uint16_t id = from; id <= to; ++id) bmc.storeSelRecord(eventNumbered(id));
+    }
+    static std::vector<unsigned long> idsFrom(unsigned long from, unsigned long to) {
+        std::vector<unsigned long> ids;
+        for (unsigned long id = from; id <= to; ++id) ids.push_back(id);
+        return ids;
+    }
+    static std::size_t selEntryReads(const std::vector<RecordedRequest>& requests) {
+        return std::count_if(requests.begin(), requests.end(),
+                             [](const RecordedRequest& r) { return r.command == 0x43; });
+    }
 
     using Ids = std::vector<unsigned long>;
 };
@@ -511,6 +532,174 @@ TEST_F(SelHealthTest, NoClearBelowTheShareAskedForNorWhenRecordsAreOnlySkipped) 
     last = follower.SkipToEnd();
     EXPECT_EQ(bmc.selRecords().size(), 3u);
     EXPECT_FALSE(last.emptied);
+}
+
+TEST_F(SelChangesTest, RecordIdsWithGapsAreFollowedAndAnIdGivenAgainAfterADeletionToo) {
+    bmc.leaveGapsInRecordIds(9);
+    EXPECT_EQ(polledIds(), (Ids{1, 2, 3}));
+    for (std::uint16_t n = 4; n <= 6; ++n) EXPECT_EQ(add(eventNumbered(n)).completionCode, 0x00);
+    EXPECT_EQ(polledIds(), (Ids{13, 23, 33}));
+    bmc.removeSelRecord(13);
+    bmc.removeSelRecord(33);
+    EXPECT_EQ(polledIds(), Ids{});
+    // The BMC gives the deleted newest record's ID 33 to another record.
+    EXPECT_EQ(add(eventNumbered(7)).data, (std::vector<unsigned char>{33, 0}));
+    EXPECT_EQ(polledIds(), Ids{33});
+    EXPECT_FALSE(last.cleared);
+    EXPECT_TRUE(last.complete);
+    EXPECT_EQ(polledIds(), Ids{});
+}
+
+TEST_F(SelChangesTest, RecordsPastAGapInAChainOfIdsPlusOneAreFound) {
+    bmc.chainByIdPlusOne(true);
+    storeNumbered(4, 8);
+    bmc.removeSelRecord(5);
+    // The chain ends at 4; Get SEL Info counts 7: the last record (FFFFh) is 8, so 5 is tried
+    // (absent), then 6 leads on to 8.
+    auto requests = poll(follower, events_);
+    EXPECT_EQ(std::vector<RecordedRequest>(requests.begin(), requests.begin() + 10),
+              (std::vector<RecordedRequest>{
+                  getSelInfo(), getSel(0x0000), getSel(0x0002), getSel(0x0003), getSel(0x0004),
+                  getSel(0xFFFF), getSel(0x0005), getSel(0x0006), getSel(0x0007), getSel(0x0008)}));
+    EXPECT_EQ(events_.size(), 7u);
+    EXPECT_TRUE(last.complete);
+    // The newest deleted, a record added past the gap it leaves.
+    bmc.removeSelRecord(8);
+    bmc.storeSelRecord(eventNumbered(9));
+    requests = poll(follower, events_);
+    EXPECT_EQ(std::vector<RecordedRequest>(requests.begin(), requests.begin() + 6),
+              (std::vector<RecordedRequest>{getSelInfo(), getSel(0x0008), getSel(0x0007),
+                                            getSel(0xFFFF), getSel(0x0008), getSel(0x0009)}));
+    EXPECT_EQ(selEntryReads(requests), 5u);
+    // Records added and one of them deleted before the poll: past the gap too.
+    storeNumbered(10, 12);
+    bmc.removeSelRecord(11);
+    EXPECT_EQ(polledIds(), (Ids{10, 12}));
+    EXPECT_FALSE(last.cleared);
+    EXPECT_TRUE(last.complete);
+}
+
+TEST_F(SelChangesTest, AChainThatGetSelInfosCountAccountsForCostsNoRequestMore) {
+    bmc.chainByIdPlusOne(true);
+    EXPECT_EQ(polledIds(), (Ids{1, 2, 3}));
+    storeNumbered(4, 5);
+    // The last record read again and the two new ones; no Get SEL Entry for FFFFh.
+    const auto requests = poll(follower, events_);
+    EXPECT_EQ(std::vector<RecordedRequest>(requests.begin(), requests.begin() + 4),
+              (std::vector<RecordedRequest>{getSelInfo(), getSel(0x0003), getSel(0x0004),
+                                            getSel(0x0005)}));
+    EXPECT_EQ(selEntryReads(requests), 3u);
+    // Deleting the newest adds nothing: the chain from the one before it is taken as it is.
+    bmc.removeSelRecord(5);
+    EXPECT_EQ(poll(follower, events_),
+              (std::vector<RecordedRequest>{getSelInfo(), getSel(0x0005), getSel(0x0004)}));
+}
+
+TEST_F(SelChangesTest, AFullSelThatRefusesAdditionsIsFollowedAsItIs) {
+    bmc.limitSel(5);
+    for (std::uint16_t n = 4; n <= 5; ++n) EXPECT_EQ(add(eventNumbered(n)).completionCode, 0x00);
+    EXPECT_EQ(polledIds(), (Ids{1, 2, 3, 4, 5}));
+    EXPECT_EQ(add(eventNumbered(6)).completionCode, 0xC4);
+    EXPECT_EQ(poll(follower, events_), std::vector<RecordedRequest>{getSelInfo()});
+    EXPECT_TRUE(last.complete);
+    bmc.removeSelRecord(1);
+    EXPECT_EQ(add(eventNumbered(6)).data, (std::vector<unsigned char>{6, 0}));
+    EXPECT_EQ(polledIds(), Ids{6});
+    EXPECT_FALSE(last.cleared);
+    EXPECT_TRUE(last.complete);
+}
+
+TEST_F(SelChangesTest, ASelThatOverwritesItsOldestRecordsGivesEachNewRecordOnce) {
+    bmc.limitSel(100);
+    bmc.overwriteOldestWhenFull(true);
+    storeNumbered(4, 100);
+    EXPECT_EQ(polledIds(), idsFrom(1, 100));
+    // 30 overwritten: the count stays 100, the addition stamp moves on. Read as any 30 additions:
+    // the newest emitted, then the new ones.
+    storeNumbered(101, 130);
+    const auto requests = poll(follower, events_);
+    EXPECT_EQ(events_.size(), 30u);
+    EXPECT_EQ(events_.front().recordId, 101u);
+    EXPECT_EQ(std::vector<RecordedRequest>(requests.begin(), requests.begin() + 3),
+              (std::vector<RecordedRequest>{getSelInfo(), getSel(100), getSel(101)}));
+    EXPECT_EQ(selEntryReads(requests), 31u);
+    // With Get SEL Info, Get SDR Repository Info, the filters and the auxiliary log's status.
+    EXPECT_EQ(requests.size(), 36u);
+    EXPECT_FALSE(last.restarted);
+    events_.clear();
+    EXPECT_EQ(polledIds(), Ids{});
+}
+
+TEST_F(SelChangesTest, ASelThatOverwroteEveryRecordRememberedIsNotTakenForCleared) {
+    bmc.limitSel(100);
+    bmc.overwriteOldestWhenFull(true);
+    storeNumbered(4, 100);
+    EXPECT_EQ(polledIds(), idsFrom(1, 100));
+    // 160 more: the SEL holds 161 to 260, the 64 remembered and the first record overwritten.
+    storeNumbered(101, 260);
+    const auto requests = poll(follower, events_);
+    EXPECT_EQ(events_.size(), 100u);
+    EXPECT_EQ(events_.front().recordId, 161u);
+    EXPECT_FALSE(last.cleared);
+    EXPECT_TRUE(last.restarted);
+    EXPECT_TRUE(last.complete);
+    // A Get SEL Entry for each remembered record (CBh), then one for each of the SEL's 100.
+    EXPECT_EQ(selEntryReads(requests), 164u);
+    // With Get SDR Repository Info, the filters and the whole auxiliary log, read again.
+    EXPECT_EQ(requests.size(), 172u);
+    EXPECT_EQ(polledIds(), Ids{});
+    bmc.storeSelRecord(eventNumbered(261));
+    EXPECT_EQ(polledIds(), Ids{261});
+}
+
+TEST_F(SelChangesTest, WithoutEraseStampOrFreeSpaceDeletionsAClearAndAdditionsAreFollowed) {
+    bmc.fillNeitherEraseStampNorFreeSpace(true);
+    EXPECT_EQ(polledIds(), (Ids{1, 2, 3}));
+    bmc.removeSelRecord(3);
+    EXPECT_EQ(polledIds(), Ids{});
+    EXPECT_FALSE(last.cleared);
+    // One deleted and one added: the count is the same, the addition stamp moved. Without an
+    // erase stamp the chain's end is checked with the SEL's last record.
+    bmc.removeSelRecord(1);
+    bmc.storeSelRecord(kFourth);
+    const auto requests = poll(follower, events_);
+    EXPECT_EQ(std::vector<RecordedRequest>(requests.begin(), requests.begin() + 4),
+              (std::vector<RecordedRequest>{getSelInfo(), getSel(0x0002), getSel(0x0004),
+                                            getSel(0xFFFF)}));
+    EXPECT_EQ(events_.size(), 1u);
+    clearSel();
+    EXPECT_EQ(polledIds(), Ids{});
+    EXPECT_TRUE(last.cleared);
+    bmc.storeSelRecord(eventNumbered(1));
+    EXPECT_EQ(polledIds(), Ids{1});
+    EXPECT_FALSE(last.cleared);
+    EXPECT_EQ(polledIds(), Ids{});
+}
+
+TEST_F(SelChangesTest, ARecordAddedAfterTheClockWentBackComesOnce) {
+    EXPECT_EQ(polledIds(), (Ids{1, 2, 3}));
+    bmc.setClock(0x50000000);
+    bmc.storeSelRecord(eventStamped(4, 0x50000001));
+    EXPECT_EQ(polledIds(), Ids{4});
+    // The newest deleted and another added: the walk from the record before it finds it.
+    bmc.removeSelRecord(4);
+    bmc.storeSelRecord(eventStamped(5, 0x50000002));
+    EXPECT_EQ(polledIds(), Ids{5});
+    EXPECT_FALSE(last.cleared);
+    EXPECT_EQ(polledIds(), Ids{});
+}
+
+TEST_F(SelChangesTest, ARecordAddedAfterTheClockWentBackComesOnceWhenNoneRememberedIsLeft) {
+    storeNumbered(4, 70);
+    EXPECT_EQ(polledIds(), idsFrom(1, 70));
+    // The 64 remembered deleted, the first kept; the new record is stamped before all of them.
+    for (std::uint16_t id = 7; id <= 70; ++id) bmc.removeSelRecord(id);
+    bmc.setClock(0x50000000);
+    bmc.storeSelRecord(eventStamped(71, 0x50000001));
+    EXPECT_EQ(polledIds(), Ids{71});
+    EXPECT_TRUE(last.restarted);
+    EXPECT_FALSE(last.cleared);
+    EXPECT_EQ(polledIds(), Ids{});
 }
 
 class FollowerStateTest : public IpmiEventFollowerTest {

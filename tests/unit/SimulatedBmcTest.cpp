@@ -22,6 +22,7 @@ protected:
         return storage(0x43, {0, 0, static_cast<unsigned char>(id),
                               static_cast<unsigned char>(id >> 8), 0, 0xFF});
     }
+    BmcResponse selInfo() { return storage(0x40, {}); }
     void storeThree() {
         for (unsigned id : {0x10, 0x20, 0x30}) bmc.storeSelRecord(selRecord(id, {0x02}));
     }
@@ -81,6 +82,76 @@ TEST_F(SimulatedBmcTest, AddAssignsTheNextRecordId) {
     EXPECT_EQ(added.data, (Bytes{0x31, 0x00}));
     EXPECT_EQ(bmc.selRecords().back()[0], 0x31);
     EXPECT_EQ(storage(0x44, Bytes(15, 0x02)).completionCode, sim::kRequestLengthInvalid);
+}
+
+TEST_F(SimulatedBmcTest, AnAdditionCancelsTheReservation) {
+    storeThree();
+    const Bytes r = reserveSel();
+    storage(0x44, Bytes(16, 0x02));
+    EXPECT_EQ(storage(0x46, {r[0], r[1], 0x10, 0x00}).completionCode, sim::kReservationCancelled);
+}
+
+TEST_F(SimulatedBmcTest, AFullSelRefusesAdditionsAndSetsItsOverflowFlagUntilCleared) {
+    storeThree();
+    bmc.limitSel(4);
+    EXPECT_EQ(selInfo().data[3], 0x10);  // free space: one record of 16 bytes
+    EXPECT_EQ(selInfo().data[13], 0x0F);
+    EXPECT_EQ(storage(0x44, Bytes(16, 0x02)).completionCode, 0x00);
+    EXPECT_EQ(storage(0x44, Bytes(16, 0x02)).completionCode, 0xC4);
+    EXPECT_EQ(bmc.selRecords().size(), 4u);
+    EXPECT_EQ(selInfo().data[3], 0x00);
+    EXPECT_EQ(selInfo().data[13], 0x8F);  // overflow
+    const Bytes r = reserveSel();
+    storage(0x47, {r[0], r[1], 'C', 'L', 'R', 0xAA});
+    EXPECT_EQ(selInfo().data[13], 0x0F);
+}
+
+TEST_F(SimulatedBmcTest, AFullSelThatOverwritesDropsItsOldestAndMovesTheAdditionStamp) {
+    storeThree();
+    bmc.limitSel(3);
+    bmc.overwriteOldestWhenFull(true);
+    const Bytes before = selInfo().data;
+    EXPECT_EQ(storage(0x44, Bytes(16, 0x02)).data, (Bytes{0x31, 0x00}));
+    const Bytes after = selInfo().data;
+    EXPECT_EQ(after[1], 3);  // the count stays
+    EXPECT_NE(Bytes(after.begin() + 5, after.begin() + 9),
+              Bytes(before.begin() + 5, before.begin() + 9));
+    EXPECT_EQ(Bytes(after.begin() + 9, after.begin() + 13),
+              Bytes(before.begin() + 9, before.begin() + 13));
+    EXPECT_EQ(after[13], 0x8F);
+    EXPECT_EQ(getSelEntry(0x0000).data[2], 0x20);
+}
+
+TEST_F(SimulatedBmcTest, RecordIdsCanLeaveGaps) {
+    storeThree();
+    bmc.leaveGapsInRecordIds(4);
+    EXPECT_EQ(storage(0x44, Bytes(16, 0x02)).data, (Bytes{0x35, 0x00}));
+    EXPECT_EQ(getSelEntry(0x0030).data[0], 0x35);
+}
+
+TEST_F(SimulatedBmcTest, AChainByIdPlusOneEndsAtTheFirstGap) {
+    for (unsigned id : {1, 2, 4}) bmc.storeSelRecord(selRecord(id, {0x02}));
+    bmc.chainByIdPlusOne(true);
+    EXPECT_EQ(getSelEntry(0x0001).data[0], 0x02);
+    const Bytes atGap = getSelEntry(0x0002).data;
+    EXPECT_EQ(Bytes(atGap.begin(), atGap.begin() + 2), (Bytes{0xFF, 0xFF}));
+    EXPECT_EQ(getSelEntry(0x0004).data[2], 0x04);  // past the gap, found by its ID
+    EXPECT_EQ(getSelEntry(0xFFFF).data[2], 0x04);
+}
+
+TEST_F(SimulatedBmcTest, SelInfoCanLeaveEraseStampAndFreeSpaceUnfilled) {
+    storeThree();
+    bmc.fillNeitherEraseStampNorFreeSpace(true);
+    const Bytes info = selInfo().data;
+    EXPECT_EQ(Bytes(info.begin() + 3, info.begin() + 5), (Bytes{0xFF, 0xFF}));
+    EXPECT_EQ(Bytes(info.begin() + 9, info.begin() + 13), (Bytes{0xFF, 0xFF, 0xFF, 0xFF}));
+}
+
+TEST_F(SimulatedBmcTest, TheClockSetBackStampsTheNextAdditionEarlier) {
+    bmc.setClock(0x50000000);
+    storeThree();
+    const Bytes info = selInfo().data;
+    EXPECT_EQ(Bytes(info.begin() + 5, info.begin() + 9), (Bytes{0x03, 0x00, 0x00, 0x50}));
 }
 
 TEST_F(SimulatedBmcTest, SdrPartialReadsNeedTheReservationAndFFReadsTheRest) {
