@@ -82,6 +82,9 @@ public:
     /// the last read, so that a record the BMC adds meanwhile cancels the clear, is read, and the
     /// clear is tried again. Clear SEL needs the operator privilege level.
     void ClearWhenFull(unsigned percent);
+    /// The settings of the polls from now on, in place of those it was made with: a shorter
+    /// session timeout for a poll that must end sooner, a configuration read again.
+    void SetSettings(const ConnectionSettings& settings);
 
     /// Writes the state to @p path (replacing the file in one piece). False, with the reason in
     /// @p error, when it cannot.

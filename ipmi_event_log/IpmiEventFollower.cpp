@@ -39,6 +39,10 @@ PollResult IpmiEventFollower::SkipToEnd() { return imp_->Poll(nullptr); }
 
 void IpmiEventFollower::ClearWhenFull(unsigned percent) { imp_->clearWhenFull(percent); }
 
+void IpmiEventFollower::SetSettings(const ConnectionSettings& settings) {
+    imp_->setSettings(settings);
+}
+
 bool IpmiEventFollower::SaveState(const std::string& path, std::string& error) const {
     return imp_->saveState(path, error);
 }

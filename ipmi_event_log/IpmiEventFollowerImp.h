@@ -20,6 +20,7 @@ public:
     // One poll; its new records' events are appended to `events`, or, without, not decoded.
     PollResult Poll(std::vector<TolmarAgentless::IPMIEVENT>* events);
     void clearWhenFull(unsigned percent) { clearAtPercent_ = percent; }
+    void setSettings(const ConnectionSettings& settings) { settings_ = settings; }
     bool saveState(const std::string& path, std::string& error) const;
     bool loadState(const std::string& path, std::string& error);
     std::string stateText() const { return state_.text(); }

@@ -8,10 +8,22 @@
 
 #include "Metrics.h"
 #include "Polling.h"
+#include "TargetScrapes.h"
 
 namespace tool {
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
+
+const char* const kMetricsType = "text/plain; version=0.0.4; charset=utf-8";
+// Connections served at once: dozens of idle or half-open ones (each holds its thread until the
+// read timeout) leave threads for the scrapes.
+constexpr std::size_t kHttpThreads = 128;
+constexpr time_t kReadTimeoutSeconds = 5;
+constexpr std::size_t kLargestRequestBody = 64 * 1024;
+// A scrape without Prometheus' header saying how long it may take.
+constexpr std::chrono::milliseconds kDefaultScrapeLimit{10000};
 
 struct ListenAddress {
     std::string host;
@@ -30,20 +42,98 @@ ListenAddress listenAddress(const std::string& text) {
     return {host, port};
 }
 
+// How long a scrape may take: a little less than Prometheus' scrape timeout, which it sends along.
+std::chrono::milliseconds scrapeLimit(const httplib::Request& request) {
+    const std::string header = request.get_header_value("X-Prometheus-Scrape-Timeout-Seconds");
+    char* end = nullptr;
+    const double seconds = std::strtod(header.c_str(), &end);
+    if (header.empty() || *end != '\0' || !(seconds > 0)) return kDefaultScrapeLimit;
+    const auto limit = std::chrono::milliseconds(static_cast<long>(seconds * 900));
+    return std::max(limit, std::chrono::milliseconds(500));
+}
+
+// "HOST", "HOST:PORT" or "[IPv6]:PORT": the host and the port (`port` when none is named). False
+// for a target that is none of these.
+bool splitTarget(const std::string& target, std::string& host, std::uint16_t& port) {
+    const std::size_t close = target.rfind(']');
+    const std::size_t colon = target.rfind(':');
+    const bool bracketed = !target.empty() && target.front() == '[';
+    if (bracketed && close == std::string::npos) return false;
+    const bool hasPort =
+        colon != std::string::npos && (bracketed ? colon > close : target.find(':') == colon);
+    host = target.substr(0, hasPort ? colon : std::string::npos);
+    if (bracketed) host = host.substr(1, host.size() - 2);
+    if (!hasPort) return !host.empty();
+    try {
+        port = static_cast<std::uint16_t>(parseNumber(target.substr(colon + 1), 65535, "port"));
+    } catch (const UsageError&) {
+        return false;
+    }
+    return !host.empty() && port != 0;
+}
+
+void answerBadRequest(httplib::Response& response, const std::string& reason) {
+    response.status = 400;
+    response.set_content(reason + "\n", "text/plain; charset=utf-8");
+}
+
+// The module "default" of /ipmi without a configuration file: the command line's user, password
+// and settings. False, with the reason, for a scrape that cannot be made.
+bool commandLineModule(const Options& options, const TargetKey& key, TargetConnection& connection,
+                       std::string& reason) {
+    if (key.module != "default") {
+        reason = "unknown module \"" + key.module + "\": without --config there is only default";
+        return false;
+    }
+    std::string host;
+    std::uint16_t port = options.port;
+    if (!splitTarget(key.target, host, port)) {
+        reason = "target \"" + key.target + "\" is not HOST or HOST:PORT";
+        return false;
+    }
+    Options one = options;
+    one.port = port;
+    connection.info = tool::connection(one, host);
+    connection.settings = settings(options);
+    connection.clearWhenFull = options.clearWhenFull;
+    return true;
+}
+
 }  // namespace
 
 int serve(const Options& options) {
     const ListenAddress address = listenAddress(options.listen);
-    const std::vector<std::string> hosts = hostsOf(options);
+    // The fleet of -H (or, without it and without --config, the local BMC), polled in the
+    // background; /ipmi's targets, polled as they are scraped.
+    const bool fleet = !options.hosts.empty() || options.configPath.empty();
+    const std::vector<std::string> hosts = fleet ? hostsOf(options) : std::vector<std::string>{};
     FleetMetrics metrics(hosts);
     std::mutex guard;
+    TargetScrapes targets(options.stateDirectory);
     httplib::Server server;
+    server.new_task_queue = [] { return new httplib::ThreadPool(kHttpThreads); };
+    server.set_read_timeout(kReadTimeoutSeconds, 0);
+    server.set_payload_max_length(kLargestRequestBody);
     server.Get("/metrics", [&](const httplib::Request&, httplib::Response& response) {
         std::lock_guard<std::mutex> lock(guard);
-        response.set_content(metrics.text(), "text/plain; version=0.0.4; charset=utf-8");
+        response.set_content(metrics.text(), kMetricsType);
+    });
+    server.Get("/ipmi", [&](const httplib::Request& request, httplib::Response& response) {
+        const TargetKey key{
+            request.get_param_value("target"),
+            request.has_param("module") ? request.get_param_value("module") : "default"};
+        if (key.target.empty())
+            return answerBadRequest(response, "no target: scrape /ipmi?target=HOST[:PORT]");
+        TargetConnection connection;
+        std::string reason;
+        if (!commandLineModule(options, key, connection, reason))
+            return answerBadRequest(response, reason);
+        response.set_content(targets.scrape(key, connection, scrapeLimit(request)), kMetricsType);
     });
     server.Get("/", [](const httplib::Request&, httplib::Response& response) {
-        response.set_content("ipmi-event-log exporter: see /metrics\n", "text/plain");
+        response.set_content(
+            "ipmi-event-log exporter: see /metrics, and /ipmi?target=HOST&module=NAME\n",
+            "text/plain");
     });
     if (!server.bind_to_port(address.host, address.port)) {
         std::cerr << "ipmi-event-log: cannot listen on " << options.listen
@@ -54,19 +144,16 @@ int serve(const Options& options) {
     // The polls run on a thread of their own; a signal ends them, and then the server: a signal
     // handler may not stop the server itself.
     std::thread poller([&] {
-        pollHosts(options, [&](std::vector<HostResult>& results) {
-            std::lock_guard<std::mutex> lock(guard);
-            for (std::size_t i = 0; i < hosts.size(); ++i) {
-                const HostResult& r = results[i];
-                std::vector<Tolmar::TolmarAgentless::IPMIEVENT> events;
-                for (const EventRow& row : r.events) events.push_back(row.event);
-                metrics.recordPoll(hosts[i],
-                                   {r.result == Tolmar::IpmiEventLog::EL_SUCCESS, !r.incomplete,
-                                    r.cleared, r.call.selEntriesRead, r.seconds, r.emptied, r.sel},
-                                   events);
-            }
-            metrics.recordFleetPoll();
-        });
+        if (fleet) {
+            pollHosts(options, [&](std::vector<HostResult>& results) {
+                std::lock_guard<std::mutex> lock(guard);
+                for (std::size_t i = 0; i < hosts.size(); ++i)
+                    recordPoll(metrics, hosts[i], results[i]);
+                metrics.recordFleetPoll();
+            });
+        } else {
+            waitForStop();
+        }
         server.stop();
     });
     server.listen_after_bind();

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iostream>
 
 #include "TimeStamps.h"
 
@@ -133,6 +134,29 @@ void addEvents(HostResult& out, const std::string& host, std::vector<IPMIEVENT> 
     }
 }
 
+void sayWarning(const std::string& warning) {
+    if (!warning.empty()) std::cerr << "ipmi-event-log: warning: " + warning + "\n" << std::flush;
+}
+
+std::string stateFileIn(const std::string& directory, std::string name) {
+    std::replace(name.begin(), name.end(), '/', '_');
+    return directory + "/" + name + ".state";
+}
+
+std::string loadStateOf(Tolmar::IpmiEventFollower& follower, const std::string& path,
+                        const std::string& name) {
+    std::string error;
+    // No file yet is the first run.
+    if (follower.LoadState(path, error) || access(path.c_str(), F_OK) != 0) return "";
+    return name + ": " + error + "; reading the whole SEL";
+}
+
+std::string saveStateOf(const Tolmar::IpmiEventFollower& follower, const std::string& path,
+                        const std::string& name) {
+    std::string error;
+    return follower.SaveState(path, error) ? "" : name + ": the state was not saved: " + error;
+}
+
 Tolmar::IpmiEventFollower followerOf(const Options& options, const std::string& host) {
     Tolmar::IpmiEventFollower follower(connection(options, host), settings(options));
     follower.ClearWhenFull(options.clearWhenFull);
@@ -171,22 +195,19 @@ namespace {
 // directory given.
 std::string statePathFor(const Options& options, const std::string& host) {
     if (options.hosts.size() <= 1) return options.statePath;
-    std::string name = host.empty() ? "local" : host;
-    std::replace(name.begin(), name.end(), '/', '_');
-    return options.statePath + "/" + name + ".state";
+    return stateFileIn(options.statePath, host.empty() ? "local" : host);
 }
 
 // list --state: the events added since the run that saved the state.
 void listNewEvents(const Options& options, const std::string& host, HostResult& out) {
     Tolmar::IpmiEventFollower follower = followerOf(options, host);
     const std::string path = statePathFor(options, host);
-    std::string error;
-    // No file yet is the first run; a file that cannot be taken is said, and all is read.
-    if (!follower.LoadState(path, error) && access(path.c_str(), F_OK) == 0)
-        out.warning = hostName(host) + ": " + error + "; reading the whole SEL";
+    out.warning = loadStateOf(follower, path, hostName(host));
     pollFollower(follower, host, options, out);
-    if (out.result == IpmiEventLog::EL_SUCCESS && !follower.SaveState(path, error))
-        out.warning = hostName(host) + ": the state was not saved: " + error;
+    if (out.result == IpmiEventLog::EL_SUCCESS) {
+        const std::string unsaved = saveStateOf(follower, path, hostName(host));
+        if (!unsaved.empty()) out.warning = unsaved;
+    }
 }
 
 }  // namespace

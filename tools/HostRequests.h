@@ -59,6 +59,19 @@ std::string incompleteText(const std::string& host, const HostResult& result,
 void addEvents(HostResult& out, const std::string& host,
                std::vector<Tolmar::TolmarAgentless::IPMIEVENT> events, const Options& options);
 
+// Says `warning` on standard error, one whole line whatever thread says it; nothing when empty.
+void sayWarning(const std::string& warning);
+
+// The file in `directory` that keeps the state of `name` (a host; a target and its module).
+std::string stateFileIn(const std::string& directory, std::string name);
+// Gives `follower` the state kept in `path`; when a file there cannot be taken, the warning that
+// says why, naming `name` (no file yet is no warning).
+std::string loadStateOf(Tolmar::IpmiEventFollower& follower, const std::string& path,
+                        const std::string& name);
+// Keeps `follower`'s state in `path`; when it cannot, the warning that says why.
+std::string saveStateOf(const Tolmar::IpmiEventFollower& follower, const std::string& path,
+                        const std::string& name);
+
 // A follower of `host` as the command line asks.
 Tolmar::IpmiEventFollower followerOf(const Options& options, const std::string& host);
 // What a follower's poll found the SEL's records went through (cleared; cleared by the poll, or

@@ -32,13 +32,43 @@ std::string number(double value) {
     return text;
 }
 
+// A series' name: the metric's, with its labels in braces when it has any.
+std::string seriesName(const std::string& name, const std::string& labels) {
+    return labels.empty() ? name : name + "{" + labels + "}";
+}
+
 void family(std::ostringstream& out, const char* name, const char* type, const char* help) {
     out << "# HELP " << name << " " << help << "\n# TYPE " << name << " " << type << "\n";
 }
 
 }  // namespace
 
-FleetMetrics::FleetMetrics(std::vector<std::string> hosts) : order_(std::move(hosts)) {
+std::string ipmiExporterText(bool up, double seconds, const Tolmar::SelHealth& sel) {
+    std::ostringstream out;
+    const auto gauge = [&](const char* name, const char* help, const std::string& series,
+                           const std::string& value) {
+        family(out, name, "gauge", help);
+        out << series << " " << value << "\n";
+    };
+    if (up && sel.known) {
+        const std::string entries = std::to_string(sel.entries);
+        gauge("ipmi_sel_entries_count", "Current number of log entries in the SEL.",
+              "ipmi_sel_entries_count", entries);
+        gauge("ipmi_sel_logs_count", "Current number of log entries in the SEL.",
+              "ipmi_sel_logs_count", entries);
+        gauge("ipmi_sel_free_space_bytes", "Current free space remaining for new SEL entries.",
+              "ipmi_sel_free_space_bytes", std::to_string(sel.freeBytes));
+    }
+    gauge("ipmi_up", "'1' if a scrape of the IPMI device was successful, '0' otherwise.",
+          "ipmi_up{collector=\"sel\"}", up ? "1" : "0");
+    gauge("ipmi_scrape_duration_seconds",
+          "Returns how long the scrape took to complete in seconds.",
+          "ipmi_scrape_duration_seconds", number(seconds));
+    return out.str();
+}
+
+FleetMetrics::FleetMetrics(std::vector<std::string> hosts, bool hostLabels)
+    : order_(std::move(hosts)), hostLabels_(hostLabels) {
     for (const std::string& host : order_) hosts_[host];
 }
 
@@ -64,63 +94,63 @@ void FleetMetrics::recordPoll(const std::string& host, const PollFacts& poll,
 
 std::string FleetMetrics::text() const {
     std::ostringstream out;
+    // Each polled host's samples, named with its label (none for a single target's metrics).
     const auto eachHost = [&](const auto& line) {
         for (const std::string& name : order_) {
             const Host& h = hosts_.at(name);
-            if (h.polled) line("{host=\"" + labelValue(name.empty() ? "local" : name) + "\"", h);
+            const std::string label =
+                hostLabels_ ? "host=\"" + labelValue(name.empty() ? "local" : name) + "\"" : "";
+            if (h.polled) line(label, h);
         }
     };
-    family(out, "ipmi_event_log_up", "gauge", "Whether the last poll of the BMC succeeded.");
-    eachHost([&](const std::string& labels, const Host& h) {
-        out << "ipmi_event_log_up" << labels << "} " << (h.up ? 1 : 0) << "\n";
-    });
-    family(out, "ipmi_event_log_incomplete", "gauge",
-           "Whether the last poll lost the BMC part way through the SEL.");
-    eachHost([&](const std::string& labels, const Host& h) {
-        out << "ipmi_event_log_incomplete" << labels << "} " << (h.complete ? 0 : 1) << "\n";
-    });
-    family(out, "ipmi_event_log_last_poll_duration_seconds", "gauge",
-           "How long the last poll of the BMC took.");
-    eachHost([&](const std::string& labels, const Host& h) {
-        out << "ipmi_event_log_last_poll_duration_seconds" << labels << "} "
-            << number(h.lastPollSeconds) << "\n";
-    });
+    const auto gauge = [&](const char* name, const char* help, const auto& value) {
+        family(out, name, "gauge", help);
+        eachHost([&](const std::string& label, const Host& h) {
+            const std::string text = value(h);
+            if (!text.empty()) out << seriesName(name, label) << " " << text << "\n";
+        });
+    };
+    const auto counter = [&](const char* name, const char* help, const auto& value) {
+        family(out, name, "counter", help);
+        eachHost([&](const std::string& label, const Host& h) {
+            out << seriesName(name, label) << " " << value(h) << "\n";
+        });
+    };
+    gauge("ipmi_event_log_up", "Whether the last poll of the BMC succeeded.",
+          [](const Host& h) { return std::string(h.up ? "1" : "0"); });
+    gauge("ipmi_event_log_incomplete",
+          "Whether the last poll lost the BMC part way through the SEL.",
+          [](const Host& h) { return std::string(h.complete ? "0" : "1"); });
+    gauge("ipmi_event_log_last_poll_duration_seconds", "How long the last poll of the BMC took.",
+          [](const Host& h) { return number(h.lastPollSeconds); });
     family(out, "ipmi_event_log_events_total", "counter",
            "Events read from the BMC's SEL since the exporter started, by severity.");
-    eachHost([&](const std::string& labels, const Host& h) {
+    eachHost([&](const std::string& label, const Host& h) {
         for (int s = 0; s < 3; ++s) {
-            out << "ipmi_event_log_events_total" << labels << ",severity=\"" << kSeverities[s]
-                << "\"} " << h.events[s] << "\n";
+            const std::string severity = std::string("severity=\"") + kSeverities[s] + "\"";
+            out << seriesName("ipmi_event_log_events_total",
+                              label.empty() ? severity : label + "," + severity)
+                << " " << h.events[s] << "\n";
         }
     });
-    family(out, "ipmi_event_log_newest_critical_event_timestamp_seconds", "gauge",
-           "The time stamp of the newest critical event read from the BMC (Unix time).");
-    eachHost([&](const std::string& labels, const Host& h) {
-        if (h.newestCritical) {
-            out << "ipmi_event_log_newest_critical_event_timestamp_seconds" << labels << "} "
-                << *h.newestCritical << "\n";
-        }
-    });
-    family(out, "ipmi_event_log_sel_entries_read_total", "counter",
-           "SEL entries read from the BMC since the exporter started.");
-    eachHost([&](const std::string& labels, const Host& h) {
-        out << "ipmi_event_log_sel_entries_read_total" << labels << "} " << h.selEntries << "\n";
-    });
-    family(out, "ipmi_event_log_sel_clears_total", "counter",
-           "Clears of the BMC's SEL found since the exporter started.");
-    eachHost([&](const std::string& labels, const Host& h) {
-        out << "ipmi_event_log_sel_clears_total" << labels << "} " << h.clears << "\n";
-    });
-    family(out, "ipmi_event_log_sel_full_clears_total", "counter",
-           "Clears of the BMC's SEL the exporter made, every record read first, when it was full.");
-    eachHost([&](const std::string& labels, const Host& h) {
-        out << "ipmi_event_log_sel_full_clears_total" << labels << "} " << h.fullClears << "\n";
-    });
+    gauge("ipmi_event_log_newest_critical_event_timestamp_seconds",
+          "The time stamp of the newest critical event read from the BMC (Unix time).",
+          [](const Host& h) {
+              return h.newestCritical ? std::to_string(*h.newestCritical) : std::string();
+          });
+    counter("ipmi_event_log_sel_entries_read_total",
+            "SEL entries read from the BMC since the exporter started.",
+            [](const Host& h) { return h.selEntries; });
+    counter("ipmi_event_log_sel_clears_total",
+            "Clears of the BMC's SEL found since the exporter started.",
+            [](const Host& h) { return h.clears; });
+    counter("ipmi_event_log_sel_full_clears_total",
+            "Clears of the BMC's SEL the exporter made, every record read first, when it was full.",
+            [](const Host& h) { return h.fullClears; });
+    // The SEL's health, of the hosts whose last poll could tell.
     const auto selGauge = [&](const char* name, const char* help, const auto& value) {
-        family(out, name, "gauge", help);
-        eachHost([&](const std::string& labels, const Host& h) {
-            if (h.sel.known) out << name << labels << "} " << value(h.sel) << "\n";
-        });
+        gauge(name, help,
+              [&](const Host& h) { return h.sel.known ? value(h.sel) : std::string(); });
     };
     selGauge("ipmi_event_log_sel_entries", "Records in the BMC's SEL.",
              [](const Tolmar::SelHealth& sel) { return std::to_string(sel.entries); });
@@ -134,7 +164,8 @@ std::string FleetMetrics::text() const {
              "Whether the BMC dropped events for lack of space in its SEL.",
              [](const Tolmar::SelHealth& sel) { return std::string(sel.overflow ? "1" : "0"); });
     family(out, "ipmi_event_log_polls_total", "counter",
-           "Polls of the whole fleet since the exporter started.");
+           hostLabels_ ? "Polls of the whole fleet since the exporter started."
+                       : "Polls of the BMC since the exporter started.");
     out << "ipmi_event_log_polls_total " << polls_ << "\n";
     return out.str();
 }

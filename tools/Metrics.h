@@ -26,9 +26,16 @@ struct PollFacts {
     Tolmar::SelHealth sel;         // how full it found the SEL
 };
 
+// What the community's ipmi_exporter answers for a scrape of one target with its `sel` collector,
+// under its names and help texts: whether the scrape succeeded, how long it took, and, when it
+// did, the SEL's entry count (under both names that exporter has used) and free space.
+std::string ipmiExporterText(bool up, double seconds, const Tolmar::SelHealth& sel);
+
 class FleetMetrics {
 public:
-    explicit FleetMetrics(std::vector<std::string> hosts);
+    // `hostLabels`: each series names its host; without, the metrics of a single target, as a
+    // scrape of one target answers them.
+    explicit FleetMetrics(std::vector<std::string> hosts, bool hostLabels = true);
 
     // One poll of `host`, and the events it brought.
     void recordPoll(const std::string& host, const PollFacts& poll,
@@ -52,6 +59,7 @@ private:
     };
 
     std::vector<std::string> order_;
+    bool hostLabels_;
     std::map<std::string, Host> hosts_;
     unsigned long polls_ = 0;
 };

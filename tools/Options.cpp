@@ -61,7 +61,10 @@ const char* const kUsage =
     "  --state PATH      list: only events added since the last run with PATH (a directory\n"
     "                    for several hosts)\n"
     "  --interval S      follow, serve: seconds between polls (10)\n"
-    "  --listen A:P      serve: the address and port of /metrics (127.0.0.1:9290)\n"
+    "  --listen A:P      serve: the address and port of /metrics and /ipmi (127.0.0.1:9290)\n"
+    "  --config FILE     serve: the modules of /ipmi?target=HOST&module=NAME (ipmi_exporter's)\n"
+    "  --web-config FILE serve: TLS and basic authentication (exporter-toolkit's format)\n"
+    "  --state-dir DIR   serve: keep each follower's state in DIR across restarts\n"
     "  --polls N         follow: stop after N polls (default: when interrupted)\n"
     "  --new-only        follow: only events added after the start, none of those there are\n"
     "  --full-warnings LIST   follow: warn as the SEL passes these percentages of full\n"
@@ -305,6 +308,12 @@ Options parseOptions(const std::vector<std::string>& args) {
             if (options.interval == 0) throw UsageError("--interval must be at least 1 second");
         } else if (arg == "--listen") {
             options.listen = value(i);
+        } else if (arg == "--config") {
+            options.configPath = value(i);
+        } else if (arg == "--web-config") {
+            options.webConfigPath = value(i);
+        } else if (arg == "--state-dir") {
+            options.stateDirectory = value(i);
         } else if (arg == "--new-only") {
             options.newOnly = true;
         } else if (arg == "--full-warnings") {

@@ -46,7 +46,10 @@ struct Options {
     // follow: how full the SEL may get, in percent, before each warning; none when empty
     std::vector<unsigned> fullWarnings{80, 90, 100};
     unsigned clearWhenFull = 0;  // follow, serve, list --state: clear at this percentage; 0 never
-    std::string listen = "127.0.0.1:9290";  // serve: where /metrics is answered
+    std::string listen = "127.0.0.1:9290";  // serve: where /metrics and /ipmi are answered
+    std::string configPath;                 // serve: the modules of /ipmi's scrapes (YAML)
+    std::string webConfigPath;              // serve: TLS and basic authentication (YAML)
+    std::string stateDirectory;  // serve: where each follower's state is kept across restarts
 };
 
 // Parses the command line (without the program name). The password comes from -P, -E

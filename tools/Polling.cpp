@@ -25,6 +25,11 @@ void waitUntil(Clock::time_point due) {
             std::min<Clock::duration>(due - now, std::chrono::milliseconds(50)));
 }
 
+void catchStopSignals() {
+    std::signal(SIGINT, requestStop);
+    std::signal(SIGTERM, requestStop);
+}
+
 // One poll of a host: its new events as rows, with what the poll met.
 HostResult pollHost(Tolmar::IpmiEventFollower& follower, const Options& filters,
                     const std::string& host, bool skipping) {
@@ -38,14 +43,24 @@ HostResult pollHost(Tolmar::IpmiEventFollower& follower, const Options& filters,
 
 }  // namespace
 
+void waitForStop() {
+    catchStopSignals();
+    waitUntil(Clock::time_point::max());
+}
+
 void pollHosts(const Options& options,
                const std::function<void(std::vector<HostResult>& results)>& report) {
-    std::signal(SIGINT, requestStop);
-    std::signal(SIGTERM, requestStop);
+    catchStopSignals();
     const std::vector<std::string> hosts = hostsOf(options);
     std::vector<Tolmar::IpmiEventFollower> followers;
     followers.reserve(hosts.size());
     for (const std::string& host : hosts) followers.push_back(followerOf(options, host));
+    // With --state-dir, each follower goes on from where the last run left it.
+    const auto statePath = [&](std::size_t i) {
+        return stateFileIn(options.stateDirectory, hosts[i].empty() ? "local" : hosts[i]);
+    };
+    for (std::size_t i = 0; !options.stateDirectory.empty() && i < hosts.size(); ++i)
+        sayWarning(loadStateOf(followers[i], statePath(i), hostName(hosts[i])));
     // With --new-only, a host's polls skip what its SEL holds until one reads it to its end
     // (chars: each of the fan-out's threads writes an element of its own).
     std::vector<char> skipping(hosts.size(), options.newOnly);
@@ -56,7 +71,11 @@ void pollHosts(const Options& options,
         fanOut(hosts.size(), options.fanout, [&](std::size_t i) {
             results[i] = pollHost(followers[i], filters, hosts[i], skipping[i]);
             if (results[i].skipped) skipping[i] = false;
+            if (!options.stateDirectory.empty() &&
+                results[i].result == Tolmar::IpmiEventLog::EL_SUCCESS)
+                results[i].warning = saveStateOf(followers[i], statePath(i), hostName(hosts[i]));
         });
+        for (const HostResult& result : results) sayWarning(result.warning);
         report(results);
         filters.last = 0;  // --last picks among the events there were at the start
         if (options.polls != 0 && poll >= options.polls) break;

@@ -10,6 +10,9 @@
 
 namespace tool {
 
+// Waits until a stop is asked for (SIGINT, SIGTERM).
+void waitForStop();
+
 // Polls until told to stop; hands each poll's results, in the hosts' order, to `report`. A
 // result's events are filtered as for list, --last applying to the first poll only; its
 // `seconds` say how long the host's poll took.

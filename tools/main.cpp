@@ -63,6 +63,10 @@ void checkArguments(const Options& options) {
         throw tool::UsageError("--new-only shows none of the events there are; --last N some");
     const bool following = options.command == "follow" || options.command == "serve" ||
                            (options.command == "list" && !options.statePath.empty());
+    const bool serving = options.command == "serve";
+    if (!serving && (!options.configPath.empty() || !options.webConfigPath.empty() ||
+                     !options.stateDirectory.empty()))
+        throw tool::UsageError("--config, --web-config and --state-dir go with serve");
     if (options.clearWhenFull != 0 && !following)
         throw tool::UsageError("--clear-when-full goes with follow, serve or list --state");
     if (!options.since.empty()) tool::parseUserTime(options.since);

@@ -180,4 +180,17 @@ TEST(ConnectionSettingsTest, SettingsThatCannotBeUsedFailTheConnectionWithTheRea
               "key");
 }
 
+TEST(ConnectionSettingsTest, AFollowersSettingsChangedBetweenPollsOpenItsNextSession) {
+    BmcSimulator bmc;
+    ConnectionSettings suite17;
+    suite17.cipherSuite = 17;  // which ipmi_sim does not offer
+    Tolmar::IpmiEventFollower follower(lan(bmc, bmcsim::kAdministrator), suite17);
+    std::vector<Tolmar::TolmarAgentless::IPMIEVENT> events;
+    EXPECT_EQ(follower.Poll(events).result, IpmiEventLog::EL_CONNECTION_FAIL);
+    ConnectionSettings suite3;
+    suite3.cipherSuite = 3;
+    follower.SetSettings(suite3);
+    EXPECT_EQ(follower.Poll(events).result, IpmiEventLog::EL_SUCCESS);
+}
+
 }  // namespace

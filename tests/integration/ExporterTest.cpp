@@ -1,0 +1,189 @@
+// ipmi-event-log serve as Prometheus scrapes it: /ipmi?target=HOST&module=NAME against ipmi_sim,
+// the community ipmi_exporter's metrics beside ours, the 400 answers, a state kept across a
+// restart, and scrapes that half-open connections do not hold up.
+#include <gtest/gtest.h>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "ChildProcess.h"
+#include "LanFixture.h"
+#include "Loopback.h"
+#include "ScopedEnvironment.h"
+#include "ToolRun.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::string hostOf(const bmcsim::BmcSimulator& bmc) {
+    return std::string(bmcsim::BmcSimulator::host()) + ":" + std::to_string(bmc.port());
+}
+
+// The value of one series of a Prometheus text exposition ("" when absent).
+std::string sample(const std::string& metrics, const std::string& series) {
+    const std::size_t at = ("\n" + metrics).find("\n" + series + " ");
+    if (at == std::string::npos) return "";
+    const std::size_t start = at + series.size() + 1;
+    return metrics.substr(start, metrics.find('\n', start) - start);
+}
+
+// `ipmi-event-log serve` with `arguments`, as the sample server's administrator, on a free
+// loopback port; stopped by its PID (SIGTERM) when the object goes.
+class Exporter {
+public:
+    Exporter(const std::vector<std::string>& arguments, const bmcsim::ScratchDirectory& scratch)
+        : scratch_(scratch),
+          listen_("127.0.0.1:" + std::to_string(bmcsim::freeLoopbackPort(SOCK_STREAM))) {
+        std::vector<std::string> command{TOOL_PATH, "-U",       bmcsim::kAdministrator.name,
+                                         "-E",      "--listen", listen_};
+        command.insert(command.end(), arguments.begin(), arguments.end());
+        command.push_back("serve");
+        bmcsim::ScopedEnvironment password{"IPMI_PASSWORD", bmcsim::kAdministrator.password};
+        pid_ = bmcsim::startChild(command, scratch.file("serve.out"), "the project's tool");
+        // Ready once it answers.
+        for (int attempt = 0; attempt < 100 && get("/").status != 0; ++attempt)
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    ~Exporter() { stop(); }
+    Exporter(const Exporter&) = delete;
+    Exporter& operator=(const Exporter&) = delete;
+
+    // GET `path`: the body, with curl's exit status 0; or, with `httpStatus`, "HTTP-STATUS BODY".
+    bmcsim::ToolRun get(const std::string& path, const std::string& headers = "") const {
+        return bmcsim::runShell(CURL " --silent --show-error --max-time 10 " + headers +
+                                    " 'http://" + listen_ + path + "'",
+                                scratch_);
+    }
+    std::string status(const std::string& path) const {
+        return get(path, "--output /dev/null --write-out '%{http_code}'").out;
+    }
+    // Stops it; its exit status (-1 when a signal ended it).
+    int stop() {
+        if (pid_ <= 0) return -1;
+        kill(pid_, SIGTERM);
+        int status = -1;
+        waitpid(pid_, &status, 0);
+        pid_ = -1;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    const std::string& listen() const { return listen_; }
+
+private:
+    const bmcsim::ScratchDirectory& scratch_;
+    std::string listen_;
+    pid_t pid_ = -1;
+};
+
+class ExporterTest : public ::testing::Test {
+protected:
+    std::unique_ptr<bmcsim::BmcSimulator> bmc = bmcsim::sampleServerBmc(bmcsim::sampleEventLog());
+    bmcsim::ScratchDirectory scratch;
+};
+
+TEST_F(ExporterTest, AScrapeOfATargetAnswersItsNewEventsUnderOurNamesAndIpmiExporters) {
+    Exporter exporter({"-H", hostOf(*bmc), "--interval", "3600"}, scratch);
+    const std::string path = "/ipmi?target=" + hostOf(*bmc) + "&module=default";
+    const std::string first = exporter.get(path).out;
+    EXPECT_EQ(sample(first, "ipmi_up{collector=\"sel\"}"), "1") << first;
+    EXPECT_EQ(sample(first, "ipmi_sel_entries_count"), "35");
+    EXPECT_EQ(sample(first, "ipmi_sel_logs_count"), "35");
+    EXPECT_EQ(sample(first, "ipmi_sel_free_space_bytes"), "64000");
+    EXPECT_EQ(sample(first, "ipmi_event_log_up"), "1");
+    EXPECT_EQ(sample(first, "ipmi_event_log_sel_entries_read_total"), "35");
+    EXPECT_EQ(sample(first, "ipmi_event_log_events_total{severity=\"critical\"}"), "12");
+    EXPECT_EQ(sample(first, "ipmi_event_log_newest_critical_event_timestamp_seconds"),
+              "1426179494");
+    EXPECT_FALSE(sample(first, "ipmi_scrape_duration_seconds").empty());
+    // The next scrape reads only what is new: the record it read last, and the one added. The
+    // fleet's own /metrics is apart.
+    bmc->addSelRecords({bmcsim::sampleEventLog()[21]});
+    const std::string second = exporter.get(path).out;
+    EXPECT_EQ(sample(second, "ipmi_event_log_sel_entries_read_total"), "37");
+    EXPECT_EQ(sample(second, "ipmi_event_log_events_total{severity=\"critical\"}"), "13");
+    EXPECT_EQ(sample(second, "ipmi_sel_entries_count"), "36");
+    EXPECT_EQ(sample(second, "ipmi_event_log_polls_total"), "2");
+    // Without a module, the default.
+    EXPECT_EQ(
+        sample(exporter.get("/ipmi?target=" + hostOf(*bmc)).out, "ipmi_up{collector=\"sel\"}"),
+        "1");
+    const std::string fleet = exporter.get("/metrics").out;
+    EXPECT_EQ(sample(fleet, "ipmi_event_log_sel_entries_read_total{host=\"" + hostOf(*bmc) + "\"}"),
+              "35");
+    EXPECT_EQ(exporter.stop(), 0);
+}
+
+TEST_F(ExporterTest, ScrapesThatCannotBeMadeAreAnsweredWith400AndTheReason) {
+    Exporter exporter({"-H", hostOf(*bmc), "--interval", "3600"}, scratch);
+    const auto answer = [&](const std::string& path) {
+        const bmcsim::ToolRun run = exporter.get(path, "--write-out ' %{http_code}'");
+        return run.out;
+    };
+    EXPECT_EQ(answer("/ipmi"), "no target: scrape /ipmi?target=HOST[:PORT]\n 400");
+    EXPECT_EQ(answer("/ipmi?target=" + hostOf(*bmc) + "&module=other"),
+              "unknown module \"other\": without --config there is only default\n 400");
+    EXPECT_EQ(answer("/ipmi?target=bmc:99999"),
+              "target \"bmc:99999\" is not HOST or HOST:PORT\n 400");
+}
+
+TEST_F(ExporterTest, ARestartedExporterWithAStateDirectoryReadsNothingAgain) {
+    const std::string states = scratch.file("states");
+    ASSERT_EQ(mkdir(states.c_str(), 0700), 0);
+    const std::string path = "/ipmi?target=" + hostOf(*bmc);
+    {
+        Exporter exporter({"-H", hostOf(*bmc), "--interval", "3600", "--state-dir", states},
+                          scratch);
+        EXPECT_EQ(sample(exporter.get(path).out, "ipmi_event_log_sel_entries_read_total"), "35");
+        EXPECT_EQ(exporter.stop(), 0);
+    }
+    bmc->addSelRecords({bmcsim::sampleEventLog()[21]});
+    Exporter restarted({"-H", hostOf(*bmc), "--interval", "3600", "--state-dir", states}, scratch);
+    const std::string metrics = restarted.get(path).out;
+    // The record read last before the restart, and the one added.
+    EXPECT_EQ(sample(metrics, "ipmi_event_log_sel_entries_read_total"), "2") << metrics;
+    EXPECT_EQ(sample(metrics, "ipmi_event_log_events_total{severity=\"critical\"}"), "1");
+    // The fleet's followers went on from their states too.
+    const std::string fleet = restarted.get("/metrics").out;
+    EXPECT_EQ(sample(fleet, "ipmi_event_log_sel_entries_read_total{host=\"" + hostOf(*bmc) + "\"}"),
+              "2");
+}
+
+TEST_F(ExporterTest,
+       ADeadTargetIsAnsweredWithinTheScrapeTimeoutAndHalfOpenConnectionsHoldNothingUp) {
+    Exporter exporter({"-H", hostOf(*bmc), "--interval", "3600"}, scratch);
+    const std::string path = "/ipmi?target=" + hostOf(*bmc);
+    EXPECT_EQ(sample(exporter.get(path).out, "ipmi_up{collector=\"sel\"}"), "1");
+    // Fifty connections that send nothing.
+    const std::size_t colon = exporter.listen().rfind(':');
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port =
+        htons(static_cast<std::uint16_t>(std::stoi(exporter.listen().substr(colon + 1))));
+    inet_pton(AF_INET, "127.0.0.1", &address.sin_addr);
+    std::vector<int> idle;
+    for (int i = 0; i < 50; ++i) {
+        const int fd = socket(AF_INET, SOCK_STREAM, 0);
+        ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        idle.push_back(fd);
+    }
+    auto started = Clock::now();
+    EXPECT_EQ(sample(exporter.get(path).out, "ipmi_up{collector=\"sel\"}"), "1");
+    EXPECT_LT(Clock::now() - started, std::chrono::seconds(1));
+    for (int fd : idle) close(fd);
+    // A BMC that does not answer: the scrape ends within Prometheus' scrape timeout.
+    bmc->stop();
+    started = Clock::now();
+    const std::string dead = exporter.get(path, "-H 'X-Prometheus-Scrape-Timeout-Seconds: 2'").out;
+    EXPECT_LT(Clock::now() - started, std::chrono::milliseconds(2500));
+    EXPECT_EQ(sample(dead, "ipmi_up{collector=\"sel\"}"), "0") << dead;
+    EXPECT_EQ(sample(dead, "ipmi_sel_entries_count"), "");
+}
+
+}  // namespace

@@ -1,0 +1,145 @@
+#include "TargetScrapes.h"
+
+#include <algorithm>
+#include <future>
+#include <optional>
+#include <thread>
+
+namespace tool {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// The session timeout when neither the module nor the environment sets one.
+constexpr std::chrono::milliseconds kDefaultSessionTimeout{10000};
+
+double secondsSince(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+bool sameConnection(const Tolmar::TolmarConnection::ConnectionInfo& a,
+                    const Tolmar::TolmarConnection::ConnectionInfo& b) {
+    return a.ip == b.ip && a.port == b.port && a.user == b.user && a.password == b.password &&
+           a.cipherSuite == b.cipherSuite && a.connectionType == b.connectionType;
+}
+
+// The settings of a poll that must end within `limit`: a BMC that stops answering part way costs
+// the session's opening and one request a session timeout each, so each gets half of it.
+Tolmar::ConnectionSettings withinLimit(Tolmar::ConnectionSettings settings,
+                                       std::chrono::milliseconds limit) {
+    const std::chrono::milliseconds half = std::max(limit / 2, std::chrono::milliseconds(500));
+    settings.sessionTimeout =
+        std::min(settings.sessionTimeout.value_or(kDefaultSessionTimeout), half);
+    return settings;
+}
+
+}  // namespace
+
+void recordPoll(FleetMetrics& metrics, const std::string& host, const HostResult& r) {
+    std::vector<Tolmar::TolmarAgentless::IPMIEVENT> events;
+    for (const EventRow& row : r.events) events.push_back(row.event);
+    metrics.recordPoll(host,
+                       {r.result == Tolmar::IpmiEventLog::EL_SUCCESS, !r.incomplete, r.cleared,
+                        r.call.selEntriesRead, r.seconds, r.emptied, r.sel},
+                       events);
+}
+
+struct TargetScrapes::Target {
+    explicit Target(const std::string& name) : metrics({name}, false) {}
+
+    std::mutex mutex;  // guards all but `follower` and `info`, which only the poll under way uses
+    std::optional<std::shared_future<void>> polling;  // the poll under way
+    std::thread poller;                               // its thread, or the last one's
+    std::optional<Tolmar::IpmiEventFollower> follower;
+    Tolmar::TolmarConnection::ConnectionInfo info;  // the follower's
+    FleetMetrics metrics;
+    bool up = false;  // whether the last poll succeeded
+    Tolmar::SelHealth sel;
+};
+
+TargetScrapes::TargetScrapes(std::string stateDirectory)
+    : stateDirectory_(std::move(stateDirectory)) {}
+
+TargetScrapes::~TargetScrapes() {
+    // Nothing is left running: the polls under way end within their session timeouts.
+    for (auto& entry : targets_) {
+        if (entry.second->poller.joinable()) entry.second->poller.join();
+    }
+}
+
+std::size_t TargetScrapes::size() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return targets_.size();
+}
+
+std::shared_ptr<TargetScrapes::Target> TargetScrapes::targetOf(const TargetKey& key) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::shared_ptr<Target>& target = targets_[key];
+    if (!target) target = std::make_shared<Target>(key.target);
+    return target;
+}
+
+std::string TargetScrapes::statePath(const TargetKey& key) const {
+    return stateFileIn(stateDirectory_, key.target + "@" + key.module);
+}
+
+std::string TargetScrapes::scrape(const TargetKey& key, const TargetConnection& connection,
+                                  std::chrono::milliseconds limit) {
+    const auto started = Clock::now();
+    const std::shared_ptr<Target> target = targetOf(key);
+    std::shared_future<void> poll;
+    {
+        std::lock_guard<std::mutex> lock(target->mutex);
+        if (!target->polling) {
+            if (target->poller.joinable()) target->poller.join();  // it has ended
+            auto done = std::make_shared<std::promise<void>>();
+            target->polling = done->get_future().share();
+            target->poller = std::thread([this, target, key, connection, limit, done] {
+                this->poll(*target, key, connection, limit);
+                {
+                    std::lock_guard<std::mutex> lock(target->mutex);
+                    target->polling.reset();
+                }
+                done->set_value();
+            });
+        }
+        poll = *target->polling;
+    }
+    const bool ended = poll.wait_for(limit) == std::future_status::ready;
+    std::lock_guard<std::mutex> lock(target->mutex);
+    return target->metrics.text() +
+           ipmiExporterText(ended && target->up, secondsSince(started), target->sel);
+}
+
+void TargetScrapes::poll(Target& target, const TargetKey& key, const TargetConnection& connection,
+                         std::chrono::milliseconds limit) const {
+    const auto started = Clock::now();
+    const std::string name = key.target + " (module " + key.module + ")";
+    if (!target.follower) {
+        target.follower.emplace(connection.info, connection.settings);
+        if (!stateDirectory_.empty())
+            sayWarning(loadStateOf(*target.follower, statePath(key), name));
+    } else if (!sameConnection(target.info, connection.info)) {
+        // Other credentials, from a configuration read again: the same BMC, its state kept.
+        Tolmar::IpmiEventFollower renewed(connection.info, connection.settings);
+        std::string error;
+        renewed.LoadStateText(target.follower->StateText(), error);
+        target.follower = std::move(renewed);
+    }
+    target.info = connection.info;
+    target.follower->ClearWhenFull(connection.clearWhenFull);
+    target.follower->SetSettings(withinLimit(connection.settings, limit));
+    HostResult result;
+    pollFollower(*target.follower, key.target, Options{}, result);
+    result.seconds = secondsSince(started);
+    if (!stateDirectory_.empty() && result.result == Tolmar::IpmiEventLog::EL_SUCCESS)
+        sayWarning(saveStateOf(*target.follower, statePath(key), name));
+    std::lock_guard<std::mutex> lock(target.mutex);
+    recordPoll(target.metrics, key.target, result);
+    target.metrics.recordFleetPoll();
+    target.up = result.result == Tolmar::IpmiEventLog::EL_SUCCESS;
+    target.sel = result.sel;
+}
+
+}  // namespace tool

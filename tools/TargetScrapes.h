@@ -1,0 +1,65 @@
+// The targets of the multi-target exporter (/ipmi?target=HOST&module=NAME, as Prometheus scrapes
+// the community's ipmi_exporter): a follower for each target and module, made at its first scrape
+// and kept, so that a scrape reads only what is new. Scrapes of one target that come while its
+// poll is under way share that poll. With a state directory, each follower's state is kept there
+// after each poll and taken up again when the exporter starts.
+#pragma once
+
+#include <IpmiEventFollower.h>
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "HostRequests.h"
+#include "Metrics.h"
+
+namespace tool {
+
+struct TargetKey {
+    std::string target;  // HOST[:PORT], as the scrape named it
+    std::string module;
+    bool operator<(const TargetKey& other) const {
+        return std::tie(target, module) < std::tie(other.target, other.module);
+    }
+};
+
+// How a module reaches a target.
+struct TargetConnection {
+    Tolmar::TolmarConnection::ConnectionInfo info;
+    Tolmar::ConnectionSettings settings;
+    unsigned clearWhenFull = 0;
+};
+
+// Records one poll of `host` and the events it brought.
+void recordPoll(FleetMetrics& metrics, const std::string& host, const HostResult& result);
+
+class TargetScrapes {
+public:
+    // `stateDirectory`: where the followers' states are kept; empty: nowhere.
+    explicit TargetScrapes(std::string stateDirectory);
+    ~TargetScrapes();
+
+    // One scrape of `key` through `connection`, answered within `limit`: the target's metrics, ours
+    // and those of ipmi_exporter's names, in Prometheus' text format. A poll that takes longer is
+    // left to finish for the next scrape, and this one answers ipmi_up 0.
+    std::string scrape(const TargetKey& key, const TargetConnection& connection,
+                       std::chrono::milliseconds limit);
+    // How many targets are followed.
+    std::size_t size() const;
+
+private:
+    struct Target;
+    std::shared_ptr<Target> targetOf(const TargetKey& key);
+    void poll(Target& target, const TargetKey& key, const TargetConnection& connection,
+              std::chrono::milliseconds limit) const;
+    std::string statePath(const TargetKey& key) const;
+
+    std::string stateDirectory_;
+    mutable std::mutex mutex_;
+    std::map<TargetKey, std::shared_ptr<Target>> targets_;
+};
+
+}  // namespace tool
