@@ -100,4 +100,42 @@ TEST(FleetMetricsTest, CountsEventsBySeverityAndKeepsTheNewestCriticalTime) {
               "ipmi_event_log_polls_total 2\n");
 }
 
+TEST(FleetMetricsTest, ASingleTargetsSeriesCarryNoHostLabel) {
+    tool::FleetMetrics metrics({"bmc1"}, false);
+    metrics.recordPoll("bmc1", {true, true, false, 1, 0.5, false, health(1, 16, false)},
+                       {event(2, "03/12/2015 16:58:14")});
+    metrics.recordFleetPoll();
+    const std::string text = metrics.text();
+    for (const char* line :
+         {"ipmi_event_log_up 1\n", "ipmi_event_log_events_total{severity=\"critical\"} 1\n",
+          "ipmi_event_log_sel_fill_ratio 0.5\n",
+          "# HELP ipmi_event_log_polls_total Polls of the BMC since the exporter started.\n"}) {
+        EXPECT_NE(text.find(line), std::string::npos) << line << text;
+    }
+    EXPECT_EQ(text.find("host="), std::string::npos);
+}
+
+TEST(FleetMetricsTest, IpmiExportersMetricsAreItsNamesAndHelpTexts) {
+    EXPECT_EQ(tool::ipmiExporterText(true, 0.25, health(35, 64000, false)),
+              "# HELP ipmi_sel_entries_count Current number of log entries in the SEL.\n"
+              "# TYPE ipmi_sel_entries_count gauge\n"
+              "ipmi_sel_entries_count 35\n"
+              "# HELP ipmi_sel_logs_count Current number of log entries in the SEL.\n"
+              "# TYPE ipmi_sel_logs_count gauge\n"
+              "ipmi_sel_logs_count 35\n"
+              "# HELP ipmi_sel_free_space_bytes Current free space remaining for new SEL entries.\n"
+              "# TYPE ipmi_sel_free_space_bytes gauge\n"
+              "ipmi_sel_free_space_bytes 64000\n"
+              "# HELP ipmi_up '1' if a scrape of the IPMI device was successful, '0' otherwise.\n"
+              "# TYPE ipmi_up gauge\n"
+              "ipmi_up{collector=\"sel\"} 1\n"
+              "# HELP ipmi_scrape_duration_seconds Returns how long the scrape took to complete in "
+              "seconds.\n"
+              "# TYPE ipmi_scrape_duration_seconds gauge\n"
+              "ipmi_scrape_duration_seconds 0.25\n");
+    // A failed scrape has no SEL metrics, as ipmi_exporter's has none.
+    EXPECT_EQ(tool::ipmiExporterText(false, 2, health(35, 64000, false)).find("ipmi_sel_"),
+              std::string::npos);
+}
+
 }  // namespace
