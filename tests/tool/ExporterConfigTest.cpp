@@ -1,0 +1,350 @@
+// The exporter's configuration: ipmi_exporter's example loads unchanged, our own keys beside its
+// keys, and every mistake named by file, line and key.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "ExporterConfig.h"
+#include "ScratchDirectory.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+// Debian's /etc/prometheus/ipmi_remote.yml of prometheus-ipmi-exporter 1.6.1, as it is.
+const char* const kDebianExample = R"yaml(# Configuration file for ipmi_exporter
+
+# This is an example config for scraping remote hosts via IPMI.
+# Information required to access remote IPMI interfaces can be supplied in the
+# 'modules' section. A scrape can request the usage of a given config by
+# setting the `module` URL parameter.
+
+modules:
+        default:
+                # These settings are used if no module is specified, the
+                # specified module doesn't exist, or of course if
+                # module=default is specified.
+                user: "default_user"
+                pass: "example_pw"
+                # The below settings correspond to driver-type, privilege-level, and
+                # session-timeout respectively, see `man 5 freeipmi.conf` (and e.g.
+                # `man 8 ipmi-sensors` for a list of driver types).
+                driver: "LAN_2_0"
+                privilege: "user"
+                # The session timeout is in milliseconds. Note that a scrape can take up
+                # to (session-timeout * #-of-collectors) milliseconds, so set the scrape
+                # timeout in Prometheus accordingly.
+                # Must be larger than the retransmission timeout, which defaults to 1000.
+                timeout: 10000
+                # Available collectors are bmc, ipmi, chassis, dcmi, sel, and sm-lan-mode
+                # If _not_ specified, bmc, ipmi, chassis, and dcmi are used
+                collectors:
+                - bmc
+                - ipmi
+                - chassis
+                # Got any sensors you don't care about? Add them here.
+                exclude_sensor_ids:
+                - 2
+                - 29
+                - 32
+                - 50
+                - 52
+                - 55
+        dcmi:
+                # Use these settings when scraped with module=dcmi.
+                user: "admin_user"
+                pass: "another_pw"
+                privilege: "admin"
+                driver: "LAN_2_0"
+                collectors:
+                - dcmi
+        thatspecialhost:
+                # Use these settings when scraped with module=thatspecialhost.
+                user: "some_user"
+                pass: "secret_pw"
+                privilege: "admin"
+                driver: "LAN"
+                collectors:
+                - ipmi
+                - sel
+                # Need any special workaround flags set? Add them here.
+                # Workaround flags might be needed to address issues with specific vendor implementations
+                # e.g. https://www.gnu.org/software/freeipmi/freeipmi-faq.html#Why-is-the-output-from-FreeIPMI-different-than-another-software_003f
+                # For a full list of flags, refer to:
+                # https://www.gnu.org/software/freeipmi/manpages/man8/ipmi-sensors.8.html#lbAL
+                workaround_flags:
+                - discretereading
+                # If you require additional command line arguments (e.g. --bridge-sensors for ipmimonitoring),
+                # you can specify them per collector - BE CAREFUL, you can easily break the exporter with this!
+                custom_args:
+                        ipmi:
+                        - "--bridge-sensors"
+        advanced:
+                # Use these settings when scraped with module=advanced.
+                user: "some_user"
+                pass: "secret_pw"
+                privilege: "admin"
+                driver: "LAN"
+                collectors:
+                - ipmi
+                - sel
+                # USING ANY OF THE BELOW VOIDS YOUR WARRANTY! YOU MAY GET BITTEN BY SHARKS!
+                # You can override the command to be executed for a collector. Paired with
+                # custom_args, this can be used to e.g. execute the IPMI tools with sudo:
+                collector_cmd:
+                        ipmi: sudo
+                        sel: sudo
+                custom_args:
+                        ipmi:
+                        - "ipmimonitoring"
+                        sel:
+                        - "ipmi-sel"
+)yaml";
+
+class ExporterConfigTest : public ::testing::Test {
+protected:
+    // Writes `text` as ipmi.yml, readable by its owner only, and loads it.
+    tool::ExporterConfig load(const std::string& text, mode_t mode = 0600) {
+        scratch.write("ipmi.yml", text);
+        ::chmod(path().c_str(), mode);
+        return tool::loadExporterConfig(path());
+    }
+
+    // What loading `text` says is wrong with it.
+    std::string errorOf(const std::string& text) {
+        try {
+            load(text);
+        } catch (const tool::ConfigError& e) {
+            return e.what();
+        }
+        return "no error";
+    }
+
+    // ipmi.yml's path, then `rest`.
+    std::string path(const std::string& rest = "") const { return scratch.file("ipmi.yml") + rest; }
+
+    bmcsim::ScratchDirectory scratch;
+};
+
+TEST_F(ExporterConfigTest, DebiansExampleLoadsUnchanged) {
+    const tool::ExporterConfig config = load(kDebianExample, 0644);
+    ASSERT_EQ(config.modules.size(), 4u);
+
+    const tool::ExporterModule& standard = config.modules.at("default");
+    EXPECT_EQ(standard.name, "default");
+    EXPECT_EQ(standard.user, "default_user");
+    EXPECT_EQ(standard.password, "example_pw");
+    EXPECT_EQ(standard.privilege, "user");
+    EXPECT_EQ(standard.timeoutMs, 10000u);
+    EXPECT_EQ(standard.port, 623);
+    EXPECT_EQ(standard.cipherSuite, std::nullopt);
+    EXPECT_EQ(standard.bmcKey, std::nullopt);
+    EXPECT_EQ(standard.refusal, "");
+    EXPECT_TRUE(standard.allows("any.host.example"));
+
+    const tool::ExporterModule& dcmi = config.modules.at("dcmi");
+    EXPECT_EQ(dcmi.user, "admin_user");
+    EXPECT_EQ(dcmi.password, "another_pw");
+    EXPECT_EQ(dcmi.privilege, "admin");
+    EXPECT_EQ(dcmi.timeoutMs, std::nullopt);
+    EXPECT_EQ(dcmi.refusal, "");
+
+    EXPECT_EQ(config.modules.at("thatspecialhost").refusal,
+              "module thatspecialhost: driver LAN (IPMI 1.5) is not supported; use LAN_2_0");
+    EXPECT_EQ(config.modules.at("advanced").refusal,
+              "module advanced: driver LAN (IPMI 1.5) is not supported; use LAN_2_0");
+
+    EXPECT_EQ(config.warnings,
+              (Lines{path(":32: modules.default.exclude_sensor_ids: is not used by ipmi-event-log"),
+                     path(":62: modules.thatspecialhost.workaround_flags[0]: \"discretereading\" "
+                          "is not used by ipmi-event-log"),
+                     path(":65: modules.thatspecialhost.custom_args: is not used by "
+                          "ipmi-event-log"),
+                     path(":80: modules.advanced.collector_cmd: is not used by ipmi-event-log"),
+                     path(":83: modules.advanced.custom_args: is not used by ipmi-event-log"),
+                     path(": others can read this file and the passwords in it; chmod o-r ") +
+                         path(", or move them to pass_file and bmc_key_file")}));
+}
+
+TEST_F(ExporterConfigTest, OurOwnKeysBesideIpmiExportersOnes) {
+    // The password file is found beside the configuration, and its CR LF is not the password's.
+    scratch.write("rack7.pass", "s3cret\r\nsecond line\n");
+    scratch.write("rack7.key", "kg-of-rack7\n");
+    const tool::ExporterConfig config = load(
+        "modules:\n"
+        "  rack7:\n"
+        "    user: ops\n"
+        "    pass_file: rack7.pass\n"
+        "    bmc_key_file: " +
+        scratch.file("rack7.key") +
+        "\n"
+        "    privilege: ADMINISTRATOR\n"
+        "    driver: lan_2_0\n"
+        "    cipher_suite: 17\n"
+        "    port: 6230\n"
+        "    hosts: [\"bmc-r7-*.example\", \"10.7.0.?\"]\n"
+        "  keyed:\n"
+        "    bmc_key: \"01234567890123456789\"\n"
+        "    privilege: Operator\n"
+        "  local:\n"
+        "    driver: KCS\n");
+    EXPECT_EQ(config.warnings, Lines{});
+
+    const tool::ExporterModule& rack7 = config.modules.at("rack7");
+    EXPECT_EQ(rack7.user, "ops");
+    EXPECT_EQ(rack7.password, "s3cret");
+    EXPECT_EQ(rack7.bmcKey, "kg-of-rack7");
+    EXPECT_EQ(rack7.privilege, "admin");
+    EXPECT_EQ(rack7.cipherSuite, 17);
+    EXPECT_EQ(rack7.port, 6230);
+    EXPECT_EQ(rack7.refusal, "");
+    EXPECT_TRUE(rack7.allows("bmc-r7-01.example"));
+    EXPECT_TRUE(rack7.allows("BMC-R7-02.Example"));
+    EXPECT_TRUE(rack7.allows("10.7.0.5"));
+    EXPECT_FALSE(rack7.allows("10.7.0.50"));
+    EXPECT_FALSE(rack7.allows("bmc-r8-01.example"));
+
+    const tool::ExporterModule& keyed = config.modules.at("keyed");
+    EXPECT_EQ(keyed.bmcKey, "01234567890123456789");
+    EXPECT_EQ(keyed.privilege, "operator");
+    EXPECT_EQ(keyed.user, "");
+    EXPECT_EQ(keyed.password, "");
+    EXPECT_EQ(keyed.port, 623);
+
+    EXPECT_EQ(config.modules.at("local").refusal,
+              "module local: driver KCS reaches the BMC of the machine the exporter runs on, not "
+              "a target; use LAN_2_0");
+}
+
+TEST_F(ExporterConfigTest, AnEmptyFileHasNoModules) {
+    EXPECT_TRUE(load("").modules.empty());
+    EXPECT_TRUE(load("# nothing yet\nmodules:\n").modules.empty());
+}
+
+TEST_F(ExporterConfigTest, PasswordsOthersCanReadAreWarnedOf) {
+    const std::string warning = path(
+                                    ": others can read this file and the passwords in it; "
+                                    "chmod o-r ") +
+                                path(", or move them to pass_file and bmc_key_file");
+    EXPECT_EQ(load("modules: {a: {pass: pw}}\n", 0644).warnings, Lines{warning});
+    EXPECT_EQ(load("modules: {a: {bmc_key: kg}}\n", 0604).warnings, Lines{warning});
+    EXPECT_EQ(load("modules: {a: {pass: pw}}\n", 0640).warnings, Lines{});
+    // Nothing secret in it: nothing to hide.
+    scratch.write("pw", "pw\n");
+    EXPECT_EQ(load("modules: {a: {pass_file: pw}}\n", 0644).warnings, Lines{});
+    EXPECT_EQ(load("modules: {a: {pass: \"\"}}\n", 0644).warnings, Lines{});
+}
+
+TEST_F(ExporterConfigTest, MistakesAreNamedByFileLineAndKey) {
+    const std::string module = "modules:\n  default:\n    user: u\n";
+    EXPECT_EQ(errorOf(module + "    timeout: ten\n"),
+              path(":4: modules.default.timeout: \"ten\" is not a number of milliseconds"));
+    EXPECT_EQ(errorOf(module + "    timeout: 0\n"),
+              path(":4: modules.default.timeout: 0 is out of range: a number of milliseconds "
+                   "from 1 to 3600000"));
+    EXPECT_EQ(errorOf(module + "    timeout: -5\n"),
+              path(":4: modules.default.timeout: \"-5\" is not a number of milliseconds"));
+    EXPECT_EQ(errorOf(module + "    port: 65536\n"),
+              path(":4: modules.default.port: 65536 is out of range: a UDP port from 1 to 65535"));
+    EXPECT_EQ(errorOf(module + "    cipher_suite: 0\n"),
+              path(":4: modules.default.cipher_suite: 0 is out of range: a cipher suite from 1 "
+                   "to 255"));
+    EXPECT_EQ(errorOf(module + "    tiemout: 10000\n"),
+              path(":4: modules.default.tiemout: unknown key"));
+    EXPECT_EQ(errorOf(module + "    user: v\n"), path(":4: modules.default.user: given twice"));
+    EXPECT_EQ(errorOf(module + "    privilege: root\n"),
+              path(":4: modules.default.privilege: \"root\" is not admin, operator or user"));
+    EXPECT_EQ(errorOf(module + "    driver: IPMB\n"),
+              path(":4: modules.default.driver: \"IPMB\" is not LAN_2_0, LAN, KCS, SSIF, "
+                   "OPENIPMI, SUNBMC or INTELDCMI"));
+    EXPECT_EQ(errorOf(module + "    collectors:\n    - ipmi\n    - temperature\n"),
+              path(":6: modules.default.collectors[1]: \"temperature\" is not bmc, bmc-watchdog, "
+                   "ipmi, chassis, dcmi, sel, sel-events or sm-lan-mode"));
+    EXPECT_EQ(errorOf(module + "    hosts: []\n"),
+              path(":4: modules.default.hosts: an empty list allows no target; leave hosts out to "
+                   "allow any"));
+    EXPECT_EQ(errorOf(module + "    hosts: bmc*\n"),
+              path(":4: modules.default.hosts: is not a list"));
+    EXPECT_EQ(errorOf(module + "    hosts: [\"\"]\n"),
+              path(":4: modules.default.hosts[0]: an empty pattern matches no target"));
+    EXPECT_EQ(errorOf("modules:\n  default:\n    user: {name: u}\n"),
+              path(":3: modules.default.user: is not a single value"));
+    EXPECT_EQ(errorOf("modules:\n  default: 5\n"),
+              path(":2: modules.default: is not a mapping of keys to values"));
+    EXPECT_EQ(errorOf("modules:\n- default\n"),
+              path(":1: modules: is not a mapping of keys to values"));
+    EXPECT_EQ(errorOf("- modules\n"), path(":1: the file is not a mapping of keys to values"));
+    EXPECT_EQ(errorOf("module:\n  default: {}\n"), path(":1: module: unknown key"));
+}
+
+TEST_F(ExporterConfigTest, CredentialsIpmiHasNoRoomForAreRefused) {
+    const std::string module = "modules:\n  default:\n";
+    EXPECT_EQ(errorOf(module + "    user: abcdefghijklmnopq\n"),
+              path(":3: modules.default.user: is 17 bytes long, more than the 16 IPMI allows"));
+    EXPECT_EQ(errorOf(module + "    pass: abcdefghijklmnopqrstu\n"),
+              path(":3: modules.default.pass: is 21 bytes long, more than the 20 IPMI allows"));
+    EXPECT_EQ(errorOf(module + "    bmc_key: abcdefghijklmnopqrstu\n"),
+              path(":3: modules.default.bmc_key: is 21 bytes long, more than the 20 IPMI allows"));
+    scratch.write("long.pass", "abcdefghijklmnopqrstu\n");
+    EXPECT_EQ(errorOf(module + "    pass_file: long.pass\n"),
+              path(":3: modules.default.pass_file: the first line of ") +
+                  scratch.file("long.pass") + " is 21 bytes long, more than the 20 IPMI allows");
+    EXPECT_EQ(errorOf(module + "    pass: a\n    pass_file: long.pass\n"),
+              path(":4: modules.default.pass_file: both pass and pass_file are given; keep one "
+                   "of them"));
+    EXPECT_EQ(errorOf(module + "    bmc_key_file: long.pass\n    bmc_key: a\n"),
+              path(":3: modules.default.bmc_key_file: both bmc_key and bmc_key_file are given; "
+                   "keep one of them"));
+    EXPECT_EQ(errorOf(module + "    pass_file: missing.pass\n"),
+              path(":3: modules.default.pass_file: cannot read ") + scratch.file("missing.pass") +
+                  ": No such file or directory");
+}
+
+TEST_F(ExporterConfigTest, FilesThatAreNotYamlOrNotThereAreNamed) {
+    EXPECT_EQ(errorOf("modules:\n  default:\n    user: [u\n    pass: p\n"),
+              path(":4: not valid YAML: end of sequence flow not found"));
+    EXPECT_EQ(errorOf("modules:\n  default: a\n    user: u\n"),
+              path(":3: not valid YAML: illegal map value"));
+    const std::string missing = scratch.file("none.yml");
+    try {
+        tool::loadExporterConfig(missing);
+        ADD_FAILURE() << "a missing file loaded";
+    } catch (const tool::ConfigError& e) {
+        EXPECT_EQ(std::string(e.what()), "cannot read " + missing + ": No such file or directory");
+    }
+}
+
+// The host part of a target, and its port when it gives one.
+std::string split(const std::string& target) {
+    try {
+        const tool::ScrapeTarget parts = tool::parseScrapeTarget(target);
+        return parts.host + (parts.port ? " port " + std::to_string(*parts.port) : "");
+    } catch (const tool::TargetError& e) {
+        return e.what();
+    }
+}
+
+TEST(ScrapeTarget, HostAndPortAreSplit) {
+    EXPECT_EQ(split("bmc1.example"), "bmc1.example");
+    EXPECT_EQ(split("bmc1.example:6230"), "bmc1.example port 6230");
+    EXPECT_EQ(split("10.0.0.7:623"), "10.0.0.7 port 623");
+    EXPECT_EQ(split("[fd00::7]:6230"), "fd00::7 port 6230");
+    EXPECT_EQ(split("[fd00::7]"), "fd00::7");
+    // A bare IPv6 address: all of it is the host.
+    EXPECT_EQ(split("fd00::7"), "fd00::7");
+}
+
+TEST(ScrapeTarget, BadTargetsSayWhy) {
+    EXPECT_EQ(split(""), "the target is empty");
+    EXPECT_EQ(split("bmc1:"), "target \"bmc1:\": \"\" is not a port from 1 to 65535");
+    EXPECT_EQ(split("bmc1:0"), "target \"bmc1:0\": \"0\" is not a port from 1 to 65535");
+    EXPECT_EQ(split("bmc1:65536"),
+              "target \"bmc1:65536\": \"65536\" is not a port from 1 to 65535");
+    EXPECT_EQ(split("bmc1:ipmi"), "target \"bmc1:ipmi\": \"ipmi\" is not a port from 1 to 65535");
+    EXPECT_EQ(split(":623"), "target \":623\": no host before the port");
+    EXPECT_EQ(split("[fd00::7"), "target \"[fd00::7\": no \"]\" after the IPv6 address");
+    EXPECT_EQ(split("[]:623"), "target \"[]:623\": no address between \"[\" and \"]\"");
+    EXPECT_EQ(split("[fd00::7]623"), "target \"[fd00::7]623\": only \":PORT\" may follow \"]\"");
+    EXPECT_EQ(split("[fd00::7]:x"), "target \"[fd00::7]:x\": \"x\" is not a port from 1 to 65535");
+}
+
+}  // namespace
