@@ -8,7 +8,9 @@
 
 #include "Metrics.h"
 #include "Polling.h"
+#include "ScrapeModules.h"
 #include "TargetScrapes.h"
+#include "WebServer.h"
 
 namespace tool {
 
@@ -52,57 +54,41 @@ std::chrono::milliseconds scrapeLimit(const httplib::Request& request) {
     return std::max(limit, std::chrono::milliseconds(500));
 }
 
-// "HOST", "HOST:PORT" or "[IPv6]:PORT": the host and the port (`port` when none is named). False
-// for a target that is none of these.
-bool splitTarget(const std::string& target, std::string& host, std::uint16_t& port) {
-    const std::size_t close = target.rfind(']');
-    const std::size_t colon = target.rfind(':');
-    const bool bracketed = !target.empty() && target.front() == '[';
-    if (bracketed && close == std::string::npos) return false;
-    const bool hasPort =
-        colon != std::string::npos && (bracketed ? colon > close : target.find(':') == colon);
-    host = target.substr(0, hasPort ? colon : std::string::npos);
-    if (bracketed) host = host.substr(1, host.size() - 2);
-    if (!hasPort) return !host.empty();
-    try {
-        port = static_cast<std::uint16_t>(parseNumber(target.substr(colon + 1), 65535, "port"));
-    } catch (const UsageError&) {
-        return false;
-    }
-    return !host.empty() && port != 0;
-}
-
 void answerBadRequest(httplib::Response& response, const std::string& reason) {
     response.status = 400;
     response.set_content(reason + "\n", "text/plain; charset=utf-8");
 }
 
-// The module "default" of /ipmi without a configuration file: the command line's user, password
-// and settings. False, with the reason, for a scrape that cannot be made.
-bool commandLineModule(const Options& options, const TargetKey& key, TargetConnection& connection,
-                       std::string& reason) {
-    if (key.module != "default") {
-        reason = "unknown module \"" + key.module + "\": without --config there is only default";
-        return false;
-    }
-    std::string host;
-    std::uint16_t port = options.port;
-    if (!splitTarget(key.target, host, port)) {
-        reason = "target \"" + key.target + "\" is not HOST or HOST:PORT";
-        return false;
-    }
-    Options one = options;
-    one.port = port;
-    connection.info = tool::connection(one, host);
-    connection.settings = settings(options);
-    connection.clearWhenFull = options.clearWhenFull;
-    return true;
+// The web configuration's server, or a plain one without --web-config.
+std::unique_ptr<httplib::Server> httpServer(const Options& options) {
+    if (options.webConfigPath.empty()) return makeHttpServer(nullptr);
+    const WebConfig config = loadWebConfig(options.webConfigPath);
+    return makeHttpServer(&config);
+}
+
+// Reads the configuration again: SIGHUP, POST /-/reload. A file that cannot be taken leaves the
+// configuration in use, and says why.
+bool reloadModules(ScrapeModules& modules, std::string& reason) {
+    if (modules.reload(reason)) return true;
+    std::cerr << "ipmi-event-log: the configuration was not read again: " + reason + "\n";
+    return false;
 }
 
 }  // namespace
 
 int serve(const Options& options) {
     const ListenAddress address = listenAddress(options.listen);
+    std::unique_ptr<ScrapeModules> modules;
+    std::unique_ptr<httplib::Server> server;
+    try {
+        modules = std::make_unique<ScrapeModules>(options);
+        server = httpServer(options);
+    } catch (const ConfigError& e) {
+        std::cerr << "ipmi-event-log: " << e.what() << "\n";
+        return 2;
+    }
+    // SIGHUP reads the configuration again from the start.
+    catchReloadSignal();
     // The fleet of -H (or, without it and without --config, the local BMC), polled in the
     // background; /ipmi's targets, polled as they are scraped.
     const bool fleet = !options.hosts.empty() || options.configPath.empty();
@@ -110,15 +96,14 @@ int serve(const Options& options) {
     FleetMetrics metrics(hosts);
     std::mutex guard;
     TargetScrapes targets(options.stateDirectory);
-    httplib::Server server;
-    server.new_task_queue = [] { return new httplib::ThreadPool(kHttpThreads); };
-    server.set_read_timeout(kReadTimeoutSeconds, 0);
-    server.set_payload_max_length(kLargestRequestBody);
-    server.Get("/metrics", [&](const httplib::Request&, httplib::Response& response) {
+    server->new_task_queue = [] { return new httplib::ThreadPool(kHttpThreads); };
+    server->set_read_timeout(kReadTimeoutSeconds, 0);
+    server->set_payload_max_length(kLargestRequestBody);
+    server->Get("/metrics", [&](const httplib::Request&, httplib::Response& response) {
         std::lock_guard<std::mutex> lock(guard);
         response.set_content(metrics.text(), kMetricsType);
     });
-    server.Get("/ipmi", [&](const httplib::Request& request, httplib::Response& response) {
+    server->Get("/ipmi", [&](const httplib::Request& request, httplib::Response& response) {
         const TargetKey key{
             request.get_param_value("target"),
             request.has_param("module") ? request.get_param_value("module") : "default"};
@@ -126,23 +111,31 @@ int serve(const Options& options) {
             return answerBadRequest(response, "no target: scrape /ipmi?target=HOST[:PORT]");
         TargetConnection connection;
         std::string reason;
-        if (!commandLineModule(options, key, connection, reason))
-            return answerBadRequest(response, reason);
+        if (!modules->resolve(key, connection, reason)) return answerBadRequest(response, reason);
         response.set_content(targets.scrape(key, connection, scrapeLimit(request)), kMetricsType);
     });
-    server.Get("/", [](const httplib::Request&, httplib::Response& response) {
+    // A handler that takes the body as a reader: the body, none mostly, is never read, so that
+    // `curl -X POST .../-/reload`, which sends no Content-Length, is taken too.
+    server->Post("/-/reload", [&](const httplib::Request&, httplib::Response& response,
+                                  const httplib::ContentReader&) {
+        std::string reason;
+        if (reloadModules(*modules, reason)) return response.set_content("", "text/plain");
+        response.status = 500;
+        response.set_content(reason + "\n", "text/plain; charset=utf-8");
+    });
+    server->Get("/", [](const httplib::Request&, httplib::Response& response) {
         response.set_content(
             "ipmi-event-log exporter: see /metrics, and /ipmi?target=HOST&module=NAME\n",
             "text/plain");
     });
-    if (!server.bind_to_port(address.host, address.port)) {
+    if (!server->bind_to_port(address.host, address.port)) {
         std::cerr << "ipmi-event-log: cannot listen on " << options.listen
                   << ": the address is not this machine's, or the port is taken\n";
         return 1;
     }
     std::cerr << "ipmi-event-log: serving /metrics on " << options.listen << "\n";
-    // The polls run on a thread of their own; a signal ends them, and then the server: a signal
-    // handler may not stop the server itself.
+    // The polls and the reloads run on threads of their own; a signal ends them, and then the
+    // server: a signal handler may not stop the server itself.
     std::thread poller([&] {
         if (fleet) {
             pollHosts(options, [&](std::vector<HostResult>& results) {
@@ -151,13 +144,18 @@ int serve(const Options& options) {
                     recordPoll(metrics, hosts[i], results[i]);
                 metrics.recordFleetPoll();
             });
-        } else {
-            waitForStop();
         }
-        server.stop();
     });
-    server.listen_after_bind();
+    std::thread reloader([&] {
+        reloadWhenAsked([&] {
+            std::string reason;
+            reloadModules(*modules, reason);
+        });
+        server->stop();
+    });
+    server->listen_after_bind();
     poller.join();
+    reloader.join();
     return 0;
 }
 

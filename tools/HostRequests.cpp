@@ -41,12 +41,17 @@ Tolmar::TolmarConnection::ConnectionInfo connection(const Options& options,
     return info;
 }
 
-Tolmar::ConnectionSettings settings(const Options& options) {
+std::optional<Tolmar::ConnectionSettings::Privilege> privilegeSetting(const std::string& name) {
     using Privilege = Tolmar::ConnectionSettings::Privilege;
+    if (name == "admin") return Privilege::Administrator;
+    if (name == "operator") return Privilege::Operator;
+    if (name == "user") return Privilege::User;
+    return std::nullopt;
+}
+
+Tolmar::ConnectionSettings settings(const Options& options) {
     Tolmar::ConnectionSettings settings;
-    if (options.privilege == "admin") settings.privilege = Privilege::Administrator;
-    if (options.privilege == "operator") settings.privilege = Privilege::Operator;
-    if (options.privilege == "user") settings.privilege = Privilege::User;
+    settings.privilege = privilegeSetting(options.privilege);
     if (options.insecureCipherSuiteZero) settings.allowCipherSuiteZero = true;
     settings.bmcKey = options.bmcKey;
     return settings;

@@ -47,6 +47,8 @@ int exitStatus(const HostResult& result);
 std::vector<std::string> hostsOf(const Options& options);
 Tolmar::TolmarConnection::ConnectionInfo connection(const Options& options,
                                                     const std::string& host);
+// "admin", "operator" or "user" as a setting; none for "" (the highest the BMC grants).
+std::optional<Tolmar::ConnectionSettings::Privilege> privilegeSetting(const std::string& name);
 // How the command line asks sessions to be opened; the rest from the environment's defaults.
 Tolmar::ConnectionSettings settings(const Options& options);
 std::string hostName(const std::string& host);

@@ -15,8 +15,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 std::atomic<bool> stopping{false};
+std::atomic<bool> reloading{false};
 
 extern "C" void requestStop(int) { stopping = true; }
+extern "C" void requestReload(int) { reloading = true; }
 
 // Sleeps until `due`, or until a stop is asked for (looked at every 50 ms).
 void waitUntil(Clock::time_point due) {
@@ -43,9 +45,15 @@ HostResult pollHost(Tolmar::IpmiEventFollower& follower, const Options& filters,
 
 }  // namespace
 
-void waitForStop() {
+void catchReloadSignal() { std::signal(SIGHUP, requestReload); }
+
+void reloadWhenAsked(const std::function<void()>& reload) {
     catchStopSignals();
-    waitUntil(Clock::time_point::max());
+    catchReloadSignal();
+    while (!stopping) {
+        if (reloading.exchange(false)) reload();
+        waitUntil(Clock::now() + std::chrono::milliseconds(50));
+    }
 }
 
 void pollHosts(const Options& options,

@@ -10,8 +10,10 @@
 
 namespace tool {
 
-// Waits until a stop is asked for (SIGINT, SIGTERM).
-void waitForStop();
+// From now on SIGHUP asks for a reload, which reloadWhenAsked carries out.
+void catchReloadSignal();
+// Calls `reload` each time SIGHUP asks for it, until a stop is asked for (SIGINT, SIGTERM).
+void reloadWhenAsked(const std::function<void()>& reload);
 
 // Polls until told to stop; hands each poll's results, in the hosts' order, to `report`. A
 // result's events are filtered as for list, --last applying to the first poll only; its

@@ -7,6 +7,7 @@
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,6 +19,7 @@
 #include "Loopback.h"
 #include "ScopedEnvironment.h"
 #include "ToolRun.h"
+#include "WebCredentials.h"
 
 namespace {
 
@@ -39,9 +41,13 @@ std::string sample(const std::string& metrics, const std::string& series) {
 // loopback port; stopped by its PID (SIGTERM) when the object goes.
 class Exporter {
 public:
-    Exporter(const std::vector<std::string>& arguments, const bmcsim::ScratchDirectory& scratch)
+    // `url`: how curl reaches it, "http://" or "https://" and its options ("--cacert FILE").
+    Exporter(const std::vector<std::string>& arguments, const bmcsim::ScratchDirectory& scratch,
+             const std::string& url = "http://", const std::string& curlOptions = "")
         : scratch_(scratch),
-          listen_("127.0.0.1:" + std::to_string(bmcsim::freeLoopbackPort(SOCK_STREAM))) {
+          listen_("127.0.0.1:" + std::to_string(bmcsim::freeLoopbackPort(SOCK_STREAM))),
+          url_(url),
+          curlOptions_(curlOptions) {
         std::vector<std::string> command{TOOL_PATH, "-U",       bmcsim::kAdministrator.name,
                                          "-E",      "--listen", listen_};
         command.insert(command.end(), arguments.begin(), arguments.end());
@@ -58,8 +64,8 @@ public:
 
     // GET `path`: the body, with curl's exit status 0; or, with `httpStatus`, "HTTP-STATUS BODY".
     bmcsim::ToolRun get(const std::string& path, const std::string& headers = "") const {
-        return bmcsim::runShell(CURL " --silent --show-error --max-time 10 " + headers +
-                                    " 'http://" + listen_ + path + "'",
+        return bmcsim::runShell(CURL " --silent --show-error --max-time 10 " + curlOptions_ + " " +
+                                    headers + " '" + url_ + listen_ + path + "'",
                                 scratch_);
     }
     std::string status(const std::string& path) const {
@@ -75,10 +81,13 @@ public:
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
     const std::string& listen() const { return listen_; }
+    void signal(int number) const { kill(pid_, number); }
 
 private:
     const bmcsim::ScratchDirectory& scratch_;
     std::string listen_;
+    std::string url_;
+    std::string curlOptions_;
     pid_t pid_ = -1;
 };
 
@@ -130,7 +139,81 @@ TEST_F(ExporterTest, ScrapesThatCannotBeMadeAreAnsweredWith400AndTheReason) {
     EXPECT_EQ(answer("/ipmi?target=" + hostOf(*bmc) + "&module=other"),
               "unknown module \"other\": without --config there is only default\n 400");
     EXPECT_EQ(answer("/ipmi?target=bmc:99999"),
-              "target \"bmc:99999\" is not HOST or HOST:PORT\n 400");
+              "target \"bmc:99999\": \"99999\" is not a port from 1 to 65535\n 400");
+}
+
+// A configuration in ipmi_exporter's format: `defaultUser` for the module default, which may
+// reach 127.0.0.1 only, at the operator privilege level; a module of IPMI 1.5; a module for other
+// hosts.
+std::string configuration(const bmcsim::LanUser& defaultUser) {
+    return std::string(
+               "modules:\n"
+               "  default:\n"
+               "    user: \"") +
+           defaultUser.name + "\"\n    pass: \"" + defaultUser.password +
+           "\"\n"
+           "    driver: LAN_2_0\n"
+           "    privilege: operator\n"
+           "    collectors: [sel]\n"
+           "    hosts: [\"127.0.0.1\"]\n"
+           "  old:\n"
+           "    user: a\n"
+           "    pass: b\n"
+           "    driver: LAN\n"
+           "  rack7:\n"
+           "    user: a\n"
+           "    pass: b\n"
+           "    hosts: [\"bmc-r7-*\"]\n";
+}
+
+TEST_F(ExporterTest, AConfigurationsModulesAreUsedAndReadAgainWithoutLosingAFollowersState) {
+    scratch.write("ipmi.yml", configuration(bmcsim::kOperator));
+    ASSERT_EQ(chmod(scratch.file("ipmi.yml").c_str(), 0644), 0);
+    Exporter exporter({"--config", scratch.file("ipmi.yml")}, scratch);
+    const std::string path = "/ipmi?target=" + hostOf(*bmc) + "&module=";
+    const auto answer = [&](const std::string& module) {
+        return exporter.get(path + module, "--write-out ' %{http_code}'").out;
+    };
+    const std::string first = exporter.get(path + "default").out;
+    EXPECT_EQ(sample(first, "ipmi_up{collector=\"sel\"}"), "1") << first;
+    EXPECT_EQ(sample(first, "ipmi_event_log_events_total{severity=\"critical\"}"), "12");
+    EXPECT_EQ(answer("old"),
+              "module old: driver LAN (IPMI 1.5) is not supported; use LAN_2_0\n 400");
+    EXPECT_EQ(answer("rack7"),
+              "target \"" + hostOf(*bmc) + "\" is not among the hosts of module \"rack7\"\n 400");
+    EXPECT_EQ(answer("other"),
+              "unknown module \"other\"; the configuration has default, old, rack7\n 400");
+    // Passwords in a file others can read are warned about.
+    EXPECT_NE(scratch.read("serve.out").find("others can read this file and the passwords in it"),
+              std::string::npos)
+        << scratch.read("serve.out");
+
+    // A file that cannot be taken leaves the configuration in use.
+    scratch.write("ipmi.yml", "modules:\n  default:\n    timeout: ten\n");
+    const bmcsim::ToolRun refused =
+        bmcsim::runShell(CURL " --silent --request POST --write-out ' %{http_code}' http://" +
+                             exporter.listen() + "/-/reload",
+                         scratch);
+    EXPECT_EQ(refused.out, scratch.file("ipmi.yml") +
+                               ":3: modules.default.timeout: \"ten\" is not a number of "
+                               "milliseconds\n 500");
+    EXPECT_EQ(sample(exporter.get(path + "default").out, "ipmi_up{collector=\"sel\"}"), "1");
+
+    // Other credentials by SIGHUP: the same follower goes on, counting nothing twice.
+    scratch.write("ipmi.yml",
+                  configuration(bmcsim::kViewer) + "  more:\n    user: a\n    pass: b\n");
+    exporter.signal(SIGHUP);
+    const std::string reloaded =
+        "unknown module \"other\"; the configuration has default, more, old, rack7\n 400";
+    for (int attempt = 0; attempt < 40 && answer("other") != reloaded; ++attempt)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(answer("other"), reloaded);
+    bmc->addSelRecords({bmcsim::sampleEventLog()[21]});
+    const std::string after = exporter.get(path + "default").out;
+    EXPECT_EQ(sample(after, "ipmi_event_log_events_total{severity=\"critical\"}"), "13") << after;
+    EXPECT_EQ(sample(after, "ipmi_event_log_events_total{severity=\"info\"}"),
+              sample(first, "ipmi_event_log_events_total{severity=\"info\"}"));
+    EXPECT_EQ(exporter.stop(), 0);
 }
 
 TEST_F(ExporterTest, ARestartedExporterWithAStateDirectoryReadsNothingAgain) {
@@ -184,6 +267,41 @@ TEST_F(ExporterTest,
     EXPECT_LT(Clock::now() - started, std::chrono::milliseconds(2500));
     EXPECT_EQ(sample(dead, "ipmi_up{collector=\"sel\"}"), "0") << dead;
     EXPECT_EQ(sample(dead, "ipmi_sel_entries_count"), "");
+}
+
+TEST_F(ExporterTest, TlsAndBasicAuthenticationGuardEveryScrape) {
+    bmcsim::makeCertificate(OPENSSL, scratch, "ca", "/CN=ipmi-event-log test CA", "");
+    bmcsim::makeCertificate(OPENSSL, scratch, "server", "/CN=127.0.0.1",
+                            "-addext subjectAltName=IP:127.0.0.1 -CA ca.crt -CAkey ca.key");
+    scratch.write("web.yml",
+                  "tls_server_config:\n"
+                  "  cert_file: server.crt\n"
+                  "  key_file: server.key\n"
+                  "basic_auth_users:\n"
+                  "  prometheus: " +
+                      bmcsim::bcryptHash("scrape-me") + "\n");
+    Exporter exporter(
+        {"-H", hostOf(*bmc), "--interval", "3600", "--web-config", scratch.file("web.yml")},
+        scratch, "https://", "--cacert " + scratch.file("ca.crt"));
+    const std::string path = "/ipmi?target=" + hostOf(*bmc);
+    const auto status = [&](const std::string& credentials) {
+        return exporter.get(path, credentials + " --output /dev/null --write-out '%{http_code}'")
+            .out;
+    };
+    EXPECT_EQ(status(""), "401");
+    EXPECT_EQ(status("--user prometheus:wrong"), "401");
+    EXPECT_EQ(status("--user prometheus:scrape-me"), "200");
+    EXPECT_EQ(
+        sample(exporter.get(path, "--user prometheus:scrape-me").out, "ipmi_up{collector=\"sel\"}"),
+        "1");
+    // Plain HTTP gets no answer from the TLS port.
+    const bmcsim::ToolRun plain =
+        bmcsim::runShell(CURL " --silent --max-time 5 --user prometheus:scrape-me http://" +
+                             exporter.listen() + path,
+                         scratch);
+    EXPECT_NE(plain.status, 0);
+    EXPECT_EQ(plain.out, "");
+    EXPECT_EQ(exporter.stop(), 0);
 }
 
 }  // namespace

@@ -1,7 +1,6 @@
 // The web server its configuration makes: basic authentication against bcrypt hashes, and HTTPS
 // with the TLS versions and client certificates asked for, tried with httplib's own clients
 // against certificates the test makes with openssl.
-#include <crypt.h>
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 #include <openssl/ssl.h>
@@ -11,18 +10,12 @@
 #include <thread>
 
 #include "ScratchDirectory.h"
+#include "WebCredentials.h"
 #include "WebServer.h"
 
 namespace {
 
-// A bcrypt hash of `password` at cost 4, the lowest, to keep the tests fast.
-std::string bcryptHash(const std::string& password, const char* prefix = "$2b$") {
-    char setting[CRYPT_GENSALT_OUTPUT_SIZE];
-    if (!crypt_gensalt_rn(prefix, 4, nullptr, 0, setting, sizeof setting)) return "";
-    auto data = std::make_unique<crypt_data>();
-    const char* hash = crypt_rn(password.c_str(), setting, data.get(), sizeof *data);
-    return hash ? hash : "";
-}
+using bmcsim::bcryptHash;
 
 std::string base64(const std::string& text) {
     std::string encoded(4 * ((text.size() + 2) / 3) + 1, '\0');
@@ -143,13 +136,7 @@ protected:
 
     static void makeCertificate(const std::string& name, const std::string& subject,
                                 const std::string& options) {
-        const std::string command = "cd '" + directory->path() +
-                                    "' && " OPENSSL
-                                    " req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 "
-                                    "-nodes -days 2 -keyout " +
-                                    name + ".key -out " + name + ".crt -subj '" + subject + "' " +
-                                    options + " 2> " + name + ".log";
-        ASSERT_EQ(std::system(command.c_str()), 0) << directory->read(name + ".log");
+        bmcsim::makeCertificate(OPENSSL, *directory, name, subject, options);
     }
 
     static std::string file(const std::string& name) { return directory->file(name); }

@@ -1,0 +1,105 @@
+#include "ScrapeModules.h"
+
+namespace tool {
+
+namespace {
+
+constexpr int kConnectionTypeLan = 1;
+
+// The file's warnings, said once for each reading.
+std::shared_ptr<const ExporterConfig> readConfig(const std::string& path) {
+    auto config = std::make_shared<const ExporterConfig>(loadExporterConfig(path));
+    for (const std::string& warning : config->warnings) sayWarning(warning);
+    return config;
+}
+
+std::string moduleNames(const ExporterConfig& config) {
+    std::string names;
+    for (const auto& module : config.modules) names += (names.empty() ? "" : ", ") + module.first;
+    return names;
+}
+
+}  // namespace
+
+ScrapeModules::ScrapeModules(const Options& options) : options_(options) {
+    if (!options.configPath.empty()) config_ = readConfig(options.configPath);
+}
+
+std::shared_ptr<const ExporterConfig> ScrapeModules::current() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return config_;
+}
+
+bool ScrapeModules::reload(std::string& reason) {
+    if (options_.configPath.empty()) {
+        reason = "there is no configuration file to read again (serve --config FILE)";
+        return false;
+    }
+    try {
+        std::shared_ptr<const ExporterConfig> config = readConfig(options_.configPath);
+        std::lock_guard<std::mutex> lock(mutex_);
+        config_ = std::move(config);
+        return true;
+    } catch (const ConfigError& e) {
+        reason = e.what();
+        return false;
+    }
+}
+
+bool ScrapeModules::resolve(const TargetKey& key, TargetConnection& connection,
+                            std::string& reason) const {
+    ScrapeTarget target;
+    try {
+        target = parseScrapeTarget(key.target);
+    } catch (const TargetError& e) {
+        reason = e.what();
+        return false;
+    }
+    const std::shared_ptr<const ExporterConfig> config = current();
+    if (!config) return resolveCommandLine(key, target, connection, reason);
+    const auto found = config->modules.find(key.module);
+    if (found == config->modules.end()) {
+        reason =
+            "unknown module \"" + key.module + "\"; the configuration has " + moduleNames(*config);
+        return false;
+    }
+    const ExporterModule& module = found->second;
+    if (!module.refusal.empty()) {
+        reason = module.refusal;
+        return false;
+    }
+    if (!module.allows(target.host)) {
+        reason = "target \"" + key.target + "\" is not among the hosts of module \"" + module.name +
+                 "\"";
+        return false;
+    }
+    connection.info.ip = target.host;
+    connection.info.port = target.port.value_or(module.port);
+    connection.info.user = module.user;
+    connection.info.password = module.password;
+    connection.info.cipherSuite = module.cipherSuite.value_or(options_.cipherSuite);
+    connection.info.connectionType = kConnectionTypeLan;
+    connection.settings = Tolmar::ConnectionSettings{};
+    connection.settings.privilege = privilegeSetting(module.privilege);
+    connection.settings.bmcKey = module.bmcKey;
+    if (module.timeoutMs)
+        connection.settings.sessionTimeout = std::chrono::milliseconds(*module.timeoutMs);
+    connection.clearWhenFull = options_.clearWhenFull;
+    return true;
+}
+
+bool ScrapeModules::resolveCommandLine(const TargetKey& key, const ScrapeTarget& target,
+                                       TargetConnection& connection, std::string& reason) const {
+    if (key.module != "default") {
+        reason = "unknown module \"" + key.module + "\": without --config there is only default";
+        return false;
+    }
+    Options one = options_;
+    one.port = target.port.value_or(options_.port);
+    connection.info = tool::connection(one, target.host);
+    connection.settings = settings(options_);
+    connection.clearWhenFull = options_.clearWhenFull;
+    return true;
+}
+
+}  // namespace tool
