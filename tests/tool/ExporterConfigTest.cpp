@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "ConfigFileTest.h"
 #include "ExporterConfig.h"
 #include "ScratchDirectory.h"
 
@@ -100,29 +101,9 @@ modules:
                         - "ipmi-sel"
 )yaml";
 
-class ExporterConfigTest : public ::testing::Test {
+class ExporterConfigTest : public ConfigFileTest<tool::ExporterConfig, tool::loadExporterConfig> {
 protected:
-    // Writes `text` as ipmi.yml, readable by its owner only, and loads it.
-    tool::ExporterConfig load(const std::string& text, mode_t mode = 0600) {
-        scratch.write("ipmi.yml", text);
-        ::chmod(path().c_str(), mode);
-        return tool::loadExporterConfig(path());
-    }
-
-    // What loading `text` says is wrong with it.
-    std::string errorOf(const std::string& text) {
-        try {
-            load(text);
-        } catch (const tool::ConfigError& e) {
-            return e.what();
-        }
-        return "no error";
-    }
-
-    // ipmi.yml's path, then `rest`.
-    std::string path(const std::string& rest = "") const { return scratch.file("ipmi.yml") + rest; }
-
-    bmcsim::ScratchDirectory scratch;
+    ExporterConfigTest() : ConfigFileTest("ipmi.yml") {}
 };
 
 TEST_F(ExporterConfigTest, DebiansExampleLoadsUnchanged) {

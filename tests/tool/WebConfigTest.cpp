@@ -2,6 +2,7 @@
 // named by file, line and key.
 #include <gtest/gtest.h>
 
+#include "ConfigFileTest.h"
 #include "ScratchDirectory.h"
 #include "WebConfig.h"
 
@@ -13,31 +14,13 @@ using Headers = std::vector<std::pair<std::string, std::string>>;
 const std::string kAliceHash = "$2y$10$" + std::string(53, 'a');
 const std::string kBobHash = "$2b$04$" + std::string(53, 'b');
 
-class WebConfigTest : public ::testing::Test {
+class WebConfigTest : public ConfigFileTest<tool::WebConfig, tool::loadWebConfig> {
 protected:
-    WebConfigTest() {
+    WebConfigTest() : ConfigFileTest("web.yml") {
         scratch.write("server.crt", "certificate\n");
         scratch.write("server.key", "key\n");
         scratch.write("clients.crt", "CA\n");
     }
-
-    tool::WebConfig load(const std::string& text) {
-        scratch.write("web.yml", text);
-        return tool::loadWebConfig(path());
-    }
-
-    std::string errorOf(const std::string& text) {
-        try {
-            load(text);
-        } catch (const tool::ConfigError& e) {
-            return e.what();
-        }
-        return "no error";
-    }
-
-    std::string path(const std::string& rest = "") const { return scratch.file("web.yml") + rest; }
-
-    bmcsim::ScratchDirectory scratch;
 };
 
 TEST_F(WebConfigTest, EveryKeyReadIntoOpenSslsTerms) {
