@@ -101,7 +101,7 @@ int serve(const Options& options) {
     server->set_payload_max_length(kLargestRequestBody);
     server->Get("/metrics", [&](const httplib::Request&, httplib::Response& response) {
         std::lock_guard<std::mutex> lock(guard);
-        response.set_content(metrics.text(), kMetricsType);
+        response.set_content(metrics.text() + targetsText(targets.size()), kMetricsType);
     });
     server->Get("/ipmi", [&](const httplib::Request& request, httplib::Response& response) {
         const TargetKey key{

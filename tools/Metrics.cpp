@@ -67,6 +67,14 @@ std::string ipmiExporterText(bool up, double seconds, const Tolmar::SelHealth& s
     return out.str();
 }
 
+std::string targetsText(std::size_t targets) {
+    std::ostringstream out;
+    family(out, "ipmi_event_log_targets", "gauge",
+           "Targets followed for /ipmi's scrapes, each with its module.");
+    out << "ipmi_event_log_targets " << targets << "\n";
+    return out.str();
+}
+
 FleetMetrics::FleetMetrics(std::vector<std::string> hosts, bool hostLabels)
     : order_(std::move(hosts)), hostLabels_(hostLabels) {
     for (const std::string& host : order_) hosts_[host];

@@ -31,6 +31,9 @@ struct PollFacts {
 // did, the SEL's entry count (under both names that exporter has used) and free space.
 std::string ipmiExporterText(bool up, double seconds, const Tolmar::SelHealth& sel);
 
+// The exporter's own metric beside the fleet's: how many targets /ipmi's scrapes have it follow.
+std::string targetsText(std::size_t targets);
+
 class FleetMetrics {
 public:
     // `hostLabels`: each series names its host; without, the metrics of a single target, as a

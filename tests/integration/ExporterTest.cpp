@@ -124,6 +124,7 @@ TEST_F(ExporterTest, AScrapeOfATargetAnswersItsNewEventsUnderOurNamesAndIpmiExpo
         sample(exporter.get("/ipmi?target=" + hostOf(*bmc)).out, "ipmi_up{collector=\"sel\"}"),
         "1");
     const std::string fleet = exporter.get("/metrics").out;
+    EXPECT_EQ(sample(fleet, "ipmi_event_log_targets"), "1");
     EXPECT_EQ(sample(fleet, "ipmi_event_log_sel_entries_read_total{host=\"" + hostOf(*bmc) + "\"}"),
               "35");
     EXPECT_EQ(exporter.stop(), 0);
