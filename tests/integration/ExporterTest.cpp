@@ -8,16 +8,14 @@
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <thread>
 
-#include "ChildProcess.h"
 #include "LanFixture.h"
-#include "Loopback.h"
 #include "ScopedEnvironment.h"
+#include "ServerProcess.h"
 #include "ToolRun.h"
 #include "WebCredentials.h"
 
@@ -25,17 +23,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-std::string hostOf(const bmcsim::BmcSimulator& bmc) {
-    return std::string(bmcsim::BmcSimulator::host()) + ":" + std::to_string(bmc.port());
-}
-
-// The value of one series of a Prometheus text exposition ("" when absent).
-std::string sample(const std::string& metrics, const std::string& series) {
-    const std::size_t at = ("\n" + metrics).find("\n" + series + " ");
-    if (at == std::string::npos) return "";
-    const std::size_t start = at + series.size() + 1;
-    return metrics.substr(start, metrics.find('\n', start) - start);
-}
+using bmcsim::seriesValue;
+using bmcsim::targetOf;
 
 // `ipmi-event-log serve` with `arguments`, as the sample server's administrator, on a free
 // loopback port; stopped by its PID (SIGTERM) when the object goes.
@@ -44,51 +33,33 @@ public:
     // `url`: how curl reaches it, "http://" or "https://" and its options ("--cacert FILE").
     Exporter(const std::vector<std::string>& arguments, const bmcsim::ScratchDirectory& scratch,
              const std::string& url = "http://", const std::string& curlOptions = "")
-        : scratch_(scratch),
-          listen_("127.0.0.1:" + std::to_string(bmcsim::freeLoopbackPort(SOCK_STREAM))),
-          url_(url),
-          curlOptions_(curlOptions) {
+        : scratch_(scratch), url_(url), curlOptions_(curlOptions) {
+        const std::string address = bmcsim::freeLoopbackTcpAddress();
         std::vector<std::string> command{TOOL_PATH, "-U",       bmcsim::kAdministrator.name,
-                                         "-E",      "--listen", listen_};
+                                         "-E",      "--listen", address};
         command.insert(command.end(), arguments.begin(), arguments.end());
         command.push_back("serve");
         bmcsim::ScopedEnvironment password{"IPMI_PASSWORD", bmcsim::kAdministrator.password};
-        pid_ = bmcsim::startChild(command, scratch.file("serve.out"), "the project's tool");
-        // Ready once it answers.
-        for (int attempt = 0; attempt < 100 && get("/").status != 0; ++attempt)
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        server_ =
+            std::make_unique<bmcsim::ServerProcess>(command, address, scratch.file("serve.out"));
     }
-    ~Exporter() { stop(); }
-    Exporter(const Exporter&) = delete;
-    Exporter& operator=(const Exporter&) = delete;
 
-    // GET `path`: the body, with curl's exit status 0; or, with `httpStatus`, "HTTP-STATUS BODY".
-    bmcsim::ToolRun get(const std::string& path, const std::string& headers = "") const {
+    // GET `path` with curl and `options`: its output, error output and exit status.
+    bmcsim::ToolRun get(const std::string& path, const std::string& options = "") const {
         return bmcsim::runShell(CURL " --silent --show-error --max-time 10 " + curlOptions_ + " " +
-                                    headers + " '" + url_ + listen_ + path + "'",
+                                    options + " '" + url_ + listen() + path + "'",
                                 scratch_);
     }
-    std::string status(const std::string& path) const {
-        return get(path, "--output /dev/null --write-out '%{http_code}'").out;
-    }
     // Stops it; its exit status (-1 when a signal ended it).
-    int stop() {
-        if (pid_ <= 0) return -1;
-        kill(pid_, SIGTERM);
-        int status = -1;
-        waitpid(pid_, &status, 0);
-        pid_ = -1;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    const std::string& listen() const { return listen_; }
-    void signal(int number) const { kill(pid_, number); }
+    int stop() { return server_->stop(); }
+    const std::string& listen() const { return server_->address(); }
+    void signal(int number) const { kill(server_->pid(), number); }
 
 private:
     const bmcsim::ScratchDirectory& scratch_;
-    std::string listen_;
     std::string url_;
     std::string curlOptions_;
-    pid_t pid_ = -1;
+    std::unique_ptr<bmcsim::ServerProcess> server_;
 };
 
 class ExporterTest : public ::testing::Test {
@@ -98,46 +69,47 @@ protected:
 };
 
 TEST_F(ExporterTest, AScrapeOfATargetAnswersItsNewEventsUnderOurNamesAndIpmiExporters) {
-    Exporter exporter({"-H", hostOf(*bmc), "--interval", "3600"}, scratch);
-    const std::string path = "/ipmi?target=" + hostOf(*bmc) + "&module=default";
+    Exporter exporter({"-H", targetOf(*bmc), "--interval", "3600"}, scratch);
+    const std::string path = "/ipmi?target=" + targetOf(*bmc) + "&module=default";
     const std::string first = exporter.get(path).out;
-    EXPECT_EQ(sample(first, "ipmi_up{collector=\"sel\"}"), "1") << first;
-    EXPECT_EQ(sample(first, "ipmi_sel_entries_count"), "35");
-    EXPECT_EQ(sample(first, "ipmi_sel_logs_count"), "35");
-    EXPECT_EQ(sample(first, "ipmi_sel_free_space_bytes"), "64000");
-    EXPECT_EQ(sample(first, "ipmi_event_log_up"), "1");
-    EXPECT_EQ(sample(first, "ipmi_event_log_sel_entries_read_total"), "35");
-    EXPECT_EQ(sample(first, "ipmi_event_log_events_total{severity=\"critical\"}"), "12");
-    EXPECT_EQ(sample(first, "ipmi_event_log_newest_critical_event_timestamp_seconds"),
+    EXPECT_EQ(seriesValue(first, "ipmi_up{collector=\"sel\"}"), "1") << first;
+    EXPECT_EQ(seriesValue(first, "ipmi_sel_entries_count"), "35");
+    EXPECT_EQ(seriesValue(first, "ipmi_sel_logs_count"), "35");
+    EXPECT_EQ(seriesValue(first, "ipmi_sel_free_space_bytes"), "64000");
+    EXPECT_EQ(seriesValue(first, "ipmi_event_log_up"), "1");
+    EXPECT_EQ(seriesValue(first, "ipmi_event_log_sel_entries_read_total"), "35");
+    EXPECT_EQ(seriesValue(first, "ipmi_event_log_events_total{severity=\"critical\"}"), "12");
+    EXPECT_EQ(seriesValue(first, "ipmi_event_log_newest_critical_event_timestamp_seconds"),
               "1426179494");
-    EXPECT_FALSE(sample(first, "ipmi_scrape_duration_seconds").empty());
+    EXPECT_FALSE(seriesValue(first, "ipmi_scrape_duration_seconds").empty());
     // The next scrape reads only what is new: the record it read last, and the one added. The
     // fleet's own /metrics is apart.
     bmc->addSelRecords({bmcsim::sampleEventLog()[21]});
     const std::string second = exporter.get(path).out;
-    EXPECT_EQ(sample(second, "ipmi_event_log_sel_entries_read_total"), "37");
-    EXPECT_EQ(sample(second, "ipmi_event_log_events_total{severity=\"critical\"}"), "13");
-    EXPECT_EQ(sample(second, "ipmi_sel_entries_count"), "36");
-    EXPECT_EQ(sample(second, "ipmi_event_log_polls_total"), "2");
+    EXPECT_EQ(seriesValue(second, "ipmi_event_log_sel_entries_read_total"), "37");
+    EXPECT_EQ(seriesValue(second, "ipmi_event_log_events_total{severity=\"critical\"}"), "13");
+    EXPECT_EQ(seriesValue(second, "ipmi_sel_entries_count"), "36");
+    EXPECT_EQ(seriesValue(second, "ipmi_event_log_polls_total"), "2");
     // Without a module, the default.
-    EXPECT_EQ(
-        sample(exporter.get("/ipmi?target=" + hostOf(*bmc)).out, "ipmi_up{collector=\"sel\"}"),
-        "1");
+    EXPECT_EQ(seriesValue(exporter.get("/ipmi?target=" + targetOf(*bmc)).out,
+                          "ipmi_up{collector=\"sel\"}"),
+              "1");
     const std::string fleet = exporter.get("/metrics").out;
-    EXPECT_EQ(sample(fleet, "ipmi_event_log_targets"), "1");
-    EXPECT_EQ(sample(fleet, "ipmi_event_log_sel_entries_read_total{host=\"" + hostOf(*bmc) + "\"}"),
+    EXPECT_EQ(seriesValue(fleet, "ipmi_event_log_targets"), "1");
+    EXPECT_EQ(seriesValue(fleet,
+                          "ipmi_event_log_sel_entries_read_total{host=\"" + targetOf(*bmc) + "\"}"),
               "35");
     EXPECT_EQ(exporter.stop(), 0);
 }
 
 TEST_F(ExporterTest, ScrapesThatCannotBeMadeAreAnsweredWith400AndTheReason) {
-    Exporter exporter({"-H", hostOf(*bmc), "--interval", "3600"}, scratch);
+    Exporter exporter({"-H", targetOf(*bmc), "--interval", "3600"}, scratch);
     const auto answer = [&](const std::string& path) {
         const bmcsim::ToolRun run = exporter.get(path, "--write-out ' %{http_code}'");
         return run.out;
     };
     EXPECT_EQ(answer("/ipmi"), "no target: scrape /ipmi?target=HOST[:PORT]\n 400");
-    EXPECT_EQ(answer("/ipmi?target=" + hostOf(*bmc) + "&module=other"),
+    EXPECT_EQ(answer("/ipmi?target=" + targetOf(*bmc) + "&module=other"),
               "unknown module \"other\": without --config there is only default\n 400");
     EXPECT_EQ(answer("/ipmi?target=bmc:99999"),
               "target \"bmc:99999\": \"99999\" is not a port from 1 to 65535\n 400");
@@ -171,17 +143,17 @@ TEST_F(ExporterTest, AConfigurationsModulesAreUsedAndReadAgainWithoutLosingAFoll
     scratch.write("ipmi.yml", configuration(bmcsim::kOperator));
     ASSERT_EQ(chmod(scratch.file("ipmi.yml").c_str(), 0644), 0);
     Exporter exporter({"--config", scratch.file("ipmi.yml")}, scratch);
-    const std::string path = "/ipmi?target=" + hostOf(*bmc) + "&module=";
+    const std::string path = "/ipmi?target=" + targetOf(*bmc) + "&module=";
     const auto answer = [&](const std::string& module) {
         return exporter.get(path + module, "--write-out ' %{http_code}'").out;
     };
     const std::string first = exporter.get(path + "default").out;
-    EXPECT_EQ(sample(first, "ipmi_up{collector=\"sel\"}"), "1") << first;
-    EXPECT_EQ(sample(first, "ipmi_event_log_events_total{severity=\"critical\"}"), "12");
+    EXPECT_EQ(seriesValue(first, "ipmi_up{collector=\"sel\"}"), "1") << first;
+    EXPECT_EQ(seriesValue(first, "ipmi_event_log_events_total{severity=\"critical\"}"), "12");
     EXPECT_EQ(answer("old"),
               "module old: driver LAN (IPMI 1.5) is not supported; use LAN_2_0\n 400");
     EXPECT_EQ(answer("rack7"),
-              "target \"" + hostOf(*bmc) + "\" is not among the hosts of module \"rack7\"\n 400");
+              "target \"" + targetOf(*bmc) + "\" is not among the hosts of module \"rack7\"\n 400");
     EXPECT_EQ(answer("other"),
               "unknown module \"other\"; the configuration has default, old, rack7\n 400");
     // Passwords in a file others can read are warned about.
@@ -198,7 +170,7 @@ TEST_F(ExporterTest, AConfigurationsModulesAreUsedAndReadAgainWithoutLosingAFoll
     EXPECT_EQ(refused.out, scratch.file("ipmi.yml") +
                                ":3: modules.default.timeout: \"ten\" is not a number of "
                                "milliseconds\n 500");
-    EXPECT_EQ(sample(exporter.get(path + "default").out, "ipmi_up{collector=\"sel\"}"), "1");
+    EXPECT_EQ(seriesValue(exporter.get(path + "default").out, "ipmi_up{collector=\"sel\"}"), "1");
 
     // Other credentials by SIGHUP: the same follower goes on, counting nothing twice.
     scratch.write("ipmi.yml",
@@ -211,39 +183,43 @@ TEST_F(ExporterTest, AConfigurationsModulesAreUsedAndReadAgainWithoutLosingAFoll
     EXPECT_EQ(answer("other"), reloaded);
     bmc->addSelRecords({bmcsim::sampleEventLog()[21]});
     const std::string after = exporter.get(path + "default").out;
-    EXPECT_EQ(sample(after, "ipmi_event_log_events_total{severity=\"critical\"}"), "13") << after;
-    EXPECT_EQ(sample(after, "ipmi_event_log_events_total{severity=\"info\"}"),
-              sample(first, "ipmi_event_log_events_total{severity=\"info\"}"));
+    EXPECT_EQ(seriesValue(after, "ipmi_event_log_events_total{severity=\"critical\"}"), "13")
+        << after;
+    EXPECT_EQ(seriesValue(after, "ipmi_event_log_events_total{severity=\"info\"}"),
+              seriesValue(first, "ipmi_event_log_events_total{severity=\"info\"}"));
     EXPECT_EQ(exporter.stop(), 0);
 }
 
 TEST_F(ExporterTest, ARestartedExporterWithAStateDirectoryReadsNothingAgain) {
     const std::string states = scratch.file("states");
     ASSERT_EQ(mkdir(states.c_str(), 0700), 0);
-    const std::string path = "/ipmi?target=" + hostOf(*bmc);
+    const std::string path = "/ipmi?target=" + targetOf(*bmc);
     {
-        Exporter exporter({"-H", hostOf(*bmc), "--interval", "3600", "--state-dir", states},
+        Exporter exporter({"-H", targetOf(*bmc), "--interval", "3600", "--state-dir", states},
                           scratch);
-        EXPECT_EQ(sample(exporter.get(path).out, "ipmi_event_log_sel_entries_read_total"), "35");
+        EXPECT_EQ(seriesValue(exporter.get(path).out, "ipmi_event_log_sel_entries_read_total"),
+                  "35");
         EXPECT_EQ(exporter.stop(), 0);
     }
     bmc->addSelRecords({bmcsim::sampleEventLog()[21]});
-    Exporter restarted({"-H", hostOf(*bmc), "--interval", "3600", "--state-dir", states}, scratch);
+    Exporter restarted({"-H", targetOf(*bmc), "--interval", "3600", "--state-dir", states},
+                       scratch);
     const std::string metrics = restarted.get(path).out;
     // The record read last before the restart, and the one added.
-    EXPECT_EQ(sample(metrics, "ipmi_event_log_sel_entries_read_total"), "2") << metrics;
-    EXPECT_EQ(sample(metrics, "ipmi_event_log_events_total{severity=\"critical\"}"), "1");
+    EXPECT_EQ(seriesValue(metrics, "ipmi_event_log_sel_entries_read_total"), "2") << metrics;
+    EXPECT_EQ(seriesValue(metrics, "ipmi_event_log_events_total{severity=\"critical\"}"), "1");
     // The fleet's followers went on from their states too.
     const std::string fleet = restarted.get("/metrics").out;
-    EXPECT_EQ(sample(fleet, "ipmi_event_log_sel_entries_read_total{host=\"" + hostOf(*bmc) + "\"}"),
+    EXPECT_EQ(seriesValue(fleet,
+                          "ipmi_event_log_sel_entries_read_total{host=\"" + targetOf(*bmc) + "\"}"),
               "2");
 }
 
 TEST_F(ExporterTest,
        ADeadTargetIsAnsweredWithinTheScrapeTimeoutAndHalfOpenConnectionsHoldNothingUp) {
-    Exporter exporter({"-H", hostOf(*bmc), "--interval", "3600"}, scratch);
-    const std::string path = "/ipmi?target=" + hostOf(*bmc);
-    EXPECT_EQ(sample(exporter.get(path).out, "ipmi_up{collector=\"sel\"}"), "1");
+    Exporter exporter({"-H", targetOf(*bmc), "--interval", "3600"}, scratch);
+    const std::string path = "/ipmi?target=" + targetOf(*bmc);
+    EXPECT_EQ(seriesValue(exporter.get(path).out, "ipmi_up{collector=\"sel\"}"), "1");
     // Fifty connections that send nothing.
     const std::size_t colon = exporter.listen().rfind(':');
     sockaddr_in address{};
@@ -258,7 +234,7 @@ TEST_F(ExporterTest,
         idle.push_back(fd);
     }
     auto started = Clock::now();
-    EXPECT_EQ(sample(exporter.get(path).out, "ipmi_up{collector=\"sel\"}"), "1");
+    EXPECT_EQ(seriesValue(exporter.get(path).out, "ipmi_up{collector=\"sel\"}"), "1");
     EXPECT_LT(Clock::now() - started, std::chrono::seconds(1));
     for (int fd : idle) close(fd);
     // A BMC that does not answer: the scrape ends within Prometheus' scrape timeout.
@@ -266,8 +242,8 @@ TEST_F(ExporterTest,
     started = Clock::now();
     const std::string dead = exporter.get(path, "-H 'X-Prometheus-Scrape-Timeout-Seconds: 2'").out;
     EXPECT_LT(Clock::now() - started, std::chrono::milliseconds(2500));
-    EXPECT_EQ(sample(dead, "ipmi_up{collector=\"sel\"}"), "0") << dead;
-    EXPECT_EQ(sample(dead, "ipmi_sel_entries_count"), "");
+    EXPECT_EQ(seriesValue(dead, "ipmi_up{collector=\"sel\"}"), "0") << dead;
+    EXPECT_EQ(seriesValue(dead, "ipmi_sel_entries_count"), "");
 }
 
 TEST_F(ExporterTest, TlsAndBasicAuthenticationGuardEveryScrape) {
@@ -282,9 +258,9 @@ TEST_F(ExporterTest, TlsAndBasicAuthenticationGuardEveryScrape) {
                   "  prometheus: " +
                       bmcsim::bcryptHash("scrape-me") + "\n");
     Exporter exporter(
-        {"-H", hostOf(*bmc), "--interval", "3600", "--web-config", scratch.file("web.yml")},
+        {"-H", targetOf(*bmc), "--interval", "3600", "--web-config", scratch.file("web.yml")},
         scratch, "https://", "--cacert " + scratch.file("ca.crt"));
-    const std::string path = "/ipmi?target=" + hostOf(*bmc);
+    const std::string path = "/ipmi?target=" + targetOf(*bmc);
     const auto status = [&](const std::string& credentials) {
         return exporter.get(path, credentials + " --output /dev/null --write-out '%{http_code}'")
             .out;
@@ -292,9 +268,9 @@ TEST_F(ExporterTest, TlsAndBasicAuthenticationGuardEveryScrape) {
     EXPECT_EQ(status(""), "401");
     EXPECT_EQ(status("--user prometheus:wrong"), "401");
     EXPECT_EQ(status("--user prometheus:scrape-me"), "200");
-    EXPECT_EQ(
-        sample(exporter.get(path, "--user prometheus:scrape-me").out, "ipmi_up{collector=\"sel\"}"),
-        "1");
+    EXPECT_EQ(seriesValue(exporter.get(path, "--user prometheus:scrape-me").out,
+                          "ipmi_up{collector=\"sel\"}"),
+              "1");
     // Plain HTTP gets no answer from the TLS port.
     const bmcsim::ToolRun plain =
         bmcsim::runShell(CURL " --silent --max-time 5 --user prometheus:scrape-me http://" +

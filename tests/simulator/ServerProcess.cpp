@@ -23,10 +23,10 @@ unsigned short portOf(const std::string& address) {
     return static_cast<unsigned short>(std::stoi(address.substr(address.rfind(':') + 1)));
 }
 
-bool ended(pid_t pid) {
-    int status = 0;
-    return waitpid(pid, &status, WNOHANG) == pid;
-}
+// Whether `pid` has ended; its wait status in `status` when it has.
+bool ended(pid_t pid, int& status) { return waitpid(pid, &status, WNOHANG) == pid; }
+
+int exitStatus(int status) { return WIFEXITED(status) ? WEXITSTATUS(status) : -1; }
 
 }  // namespace
 
@@ -68,8 +68,9 @@ ServerProcess::ServerProcess(const std::vector<std::string>& command, std::strin
     : address_(std::move(address)), outputFile_(std::move(outputFile)) {
     pid_ = startChild(command, outputFile_, "see the package that installs " + command.front());
     bool exited = false;
-    const bool settled =
-        waitUntil([&] { return (exited = ended(pid_)) || acceptsConnections(address_); }, limit);
+    int status = 0;
+    const bool settled = waitUntil(
+        [&] { return (exited = ended(pid_, status)) || acceptsConnections(address_); }, limit);
     if (exited) pid_ = -1;
     if (!settled || exited) {
         stop();
@@ -85,14 +86,16 @@ std::string ServerProcess::output() const {
     return text.str();
 }
 
-void ServerProcess::stop() {
-    if (pid_ <= 0) return;
+int ServerProcess::stop() {
+    if (pid_ <= 0) return -1;
     kill(pid_, SIGTERM);
-    if (!waitUntil([&] { return ended(pid_); }, std::chrono::seconds(5))) {
+    int status = 0;
+    if (!waitUntil([&] { return ended(pid_, status); }, std::chrono::seconds(5))) {
         kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
+        waitpid(pid_, &status, 0);
     }
     pid_ = -1;
+    return exitStatus(status);
 }
 
 std::vector<std::string> ourExporterCommand(const std::string& tool, const std::string& address) {

@@ -43,8 +43,9 @@ public:
     pid_t pid() const { return pid_; }
     // What it printed so far.
     std::string output() const;
-    // SIGTERM, then SIGKILL when it has not ended within 5 s; harmless when already stopped.
-    void stop();
+    // SIGTERM, then SIGKILL when it has not ended within 5 s; harmless when already stopped. Its
+    // exit status; -1 when a signal ended it, or it was stopped before.
+    int stop();
 
 private:
     std::string address_;
