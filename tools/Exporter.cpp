@@ -1,6 +1,10 @@
 #include "Exporter.h"
 
 #include <httplib.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <filesystem>
 
 #include <iostream>
 #include <mutex>
@@ -52,6 +56,39 @@ std::chrono::milliseconds scrapeLimit(const httplib::Request& request) {
     if (header.empty() || *end != '\0' || !(seconds > 0)) return kDefaultScrapeLimit;
     const auto limit = std::chrono::milliseconds(static_cast<long>(seconds * 900));
     return std::max(limit, std::chrono::milliseconds(500));
+}
+
+// The port a socket is bound to; 0 for a socket of neither IPv4 nor IPv6.
+int boundPort(int socket) {
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    if (getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size) != 0) return 0;
+    if (address.ss_family == AF_INET)
+        return ntohs(reinterpret_cast<sockaddr_in&>(address).sin_port);
+    if (address.ss_family == AF_INET6)
+        return ntohs(reinterpret_cast<sockaddr_in6&>(address).sin6_port);
+    return 0;
+}
+
+// Debian's cpp-httplib listens with a backlog of 5 connections: scrapes that come together
+// overflow it, and each one dropped waits a second for its SYN to be sent again. Listening again
+// on the same socket sets the kernel's longest queue instead; cpp-httplib keeps the socket to
+// itself, so it is found among the process's descriptors by its port.
+void widenListenBacklog(int port) {
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", error)) {
+        int socket = -1;
+        try {
+            socket = std::stoi(entry.path().filename().string());
+        } catch (const std::exception&) {
+            continue;
+        }
+        int listening = 0;
+        socklen_t size = sizeof listening;
+        if (getsockopt(socket, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size) == 0 && listening &&
+            boundPort(socket) == port)
+            ::listen(socket, SOMAXCONN);
+    }
 }
 
 void answerBadRequest(httplib::Response& response, const std::string& reason) {
@@ -133,6 +170,7 @@ int serve(const Options& options) {
                   << ": the address is not this machine's, or the port is taken\n";
         return 1;
     }
+    widenListenBacklog(address.port);
     std::cerr << "ipmi-event-log: serving /metrics on " << options.listen << "\n";
     // The polls and the reloads run on threads of their own; a signal ends them, and then the
     // server: a signal handler may not stop the server itself.
