@@ -12,6 +12,11 @@ void initializeLibgcrypt() {
         // needs (its secure memory, say): only a libgcrypt nobody set up is initialised here,
         // with its defaults. Nothing here asks for secure memory.
         if (gcry_control(GCRYCTL_INITIALIZATION_FINISHED_P)) return;
+        // Random bytes straight from the kernel (getrandom): libgcrypt's own generator mixes
+        // getrusage(RUSAGE_SELF) into its pool at each request, a walk over every thread of the
+        // process, and a process that polls many BMCs runs hundreds of them while every session
+        // and every encrypted packet asks for random bytes. Only before gcry_check_version.
+        gcry_control(GCRYCTL_SET_PREFERRED_RNG_TYPE, GCRY_RNG_TYPE_SYSTEM);
         gcry_check_version(nullptr);
         gcry_control(GCRYCTL_INITIALIZATION_FINISHED, 0);
     });

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <future>
 #include <optional>
-#include <thread>
 
 namespace tool {
 
@@ -11,6 +10,8 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+// Polls under way at once; more wait for a thread. Polls mostly wait for their BMCs' answers.
+constexpr std::size_t kPollThreads = 128;
 // The session timeout when neither the module nor the environment sets one.
 constexpr std::chrono::milliseconds kDefaultSessionTimeout{10000};
 
@@ -59,14 +60,10 @@ struct TargetScrapes::Target {
 };
 
 TargetScrapes::TargetScrapes(std::string stateDirectory)
-    : stateDirectory_(std::move(stateDirectory)) {}
+    : stateDirectory_(std::move(stateDirectory)), polls_(kPollThreads) {}
 
-TargetScrapes::~TargetScrapes() {
-    // Nothing is left running: the polls under way end within their session timeouts.
-    for (auto& entry : targets_) {
-        if (entry.second->poller.joinable()) entry.second->poller.join();
-    }
-}
+// Nothing is left running: the polls under way end within their session timeouts.
+TargetScrapes::~TargetScrapes() { polls_.shutdown(); }
 
 std::size_t TargetScrapes::size() const {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -92,10 +89,9 @@ std::string TargetScrapes::scrape(const TargetKey& key, const TargetConnection& 
     {
         std::lock_guard<std::mutex> lock(target->mutex);
         if (!target->polling) {
-            if (target->poller.joinable()) target->poller.join();  // it has ended
             auto done = std::make_shared<std::promise<void>>();
             target->polling = done->get_future().share();
-            target->poller = std::thread([this, target, key, connection, limit, done] {
+            polls_.enqueue([this, target, key, connection, limit, done] {
                 this->poll(*target, key, connection, limit);
                 {
                     std::lock_guard<std::mutex> lock(target->mutex);

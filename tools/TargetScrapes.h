@@ -6,6 +6,7 @@
 #pragma once
 
 #include <IpmiEventFollower.h>
+#include <httplib.h>
 
 #include <chrono>
 #include <map>
@@ -60,6 +61,7 @@ private:
     std::string stateDirectory_;
     mutable std::mutex mutex_;
     std::map<TargetKey, std::shared_ptr<Target>> targets_;
+    httplib::ThreadPool polls_;  // the threads the polls run on, made once
 };
 
 }  // namespace tool
