@@ -1,13 +1,12 @@
 #include "ExporterConfig.h"
 
+#include "Options.h"
+
 #include <fnmatch.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <cctype>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 
 namespace tool {
 
@@ -44,21 +43,6 @@ bool contains(const std::vector<std::string>& list, const std::string& text) {
 std::string upperCase(std::string text) {
     for (char& c : text) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
     return text;
-}
-
-std::string lowerCase(std::string text) {
-    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return text;
-}
-
-// The first line of `path`, without its LF or CR LF ending.
-std::string firstLineOf(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::string line;
-    if (in) std::getline(in, line);
-    if (!in && !in.eof()) throw std::runtime_error(std::strerror(errno));
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    return line;
 }
 
 std::string lengthComplaint(std::size_t bytes, std::size_t max) {
@@ -146,15 +130,11 @@ private:
         return line;
     }
 
-    // ipmitool's and FreeIPMI's names: ADMINISTRATOR (or ADMIN), OPERATOR, USER, in any case.
     void readPrivilege(const YamlEntry& entry) {
         const std::string given = file_.text(entry);
-        std::string privilege = lowerCase(given);
-        if (privilege == "administrator") privilege = "admin";
-        if (privilege != "admin" && privilege != "operator" && privilege != "user") {
-            throw file_.error(entry, quoted(given) + " is not admin, operator or user");
-        }
-        module_.privilege = privilege;
+        const std::optional<std::string> privilege = privilegeName(given);
+        if (!privilege) throw file_.error(entry, quoted(given) + " is not admin, operator or user");
+        module_.privilege = *privilege;
     }
 
     // LAN_2_0 is what we speak; the module of another driver loads, but refuses its scrapes.

@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <map>
@@ -95,14 +97,10 @@ int parseSeverity(const std::string& text) {
     return found->second;
 }
 
-// ipmitool's and FreeIPMI's names too: ADMINISTRATOR, OPERATOR, USER, in any case.
-std::string parsePrivilege(std::string text) {
-    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    if (text == "administrator") text = "admin";
-    if (text != "admin" && text != "operator" && text != "user") {
-        throw UsageError("privilege \"" + text + "\" is not admin, operator or user");
-    }
-    return text;
+std::string parsePrivilege(const std::string& text) {
+    const std::optional<std::string> name = privilegeName(text);
+    if (!name) throw UsageError("privilege \"" + text + "\" is not admin, operator or user");
+    return *name;
 }
 
 Format parseFormat(const std::string& text) {
@@ -117,12 +115,11 @@ Format parseFormat(const std::string& text) {
 }
 
 std::string passwordFromFile(const std::string& path) {
-    std::ifstream in(path);
-    std::string line;
-    if (!in || !std::getline(in, line)) throw UsageError("cannot read a password from " + path);
-    // A file written on Windows ends its lines with CR LF.
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    return line;
+    try {
+        return firstLineOf(path);
+    } catch (const std::runtime_error&) {
+        throw UsageError("cannot read a password from " + path);
+    }
 }
 
 // -y's key: up to 20 bytes in hexadecimal, with or without 0x. The key itself is never shown.
@@ -168,6 +165,23 @@ std::string promptForPassword(const std::string& host) {
 }
 
 }  // namespace
+
+std::optional<std::string> privilegeName(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (text == "administrator") text = "admin";
+    if (text != "admin" && text != "operator" && text != "user") return std::nullopt;
+    return text;
+}
+
+std::string firstLineOf(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::string line;
+    if (!in || (!std::getline(in, line) && !in.eof()))
+        throw std::runtime_error(std::strerror(errno));
+    // A file written on Windows ends its lines with CR LF.
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    return line;
+}
 
 std::vector<std::string> expandHosts(const std::string& list) {
     std::vector<std::string> hosts;

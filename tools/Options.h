@@ -63,6 +63,14 @@ std::vector<std::string> expandHosts(const std::string& list);
 // A number in decimal or 0x-hexadecimal, at most `max`; `what` names it in the error.
 unsigned long parseNumber(const std::string& text, unsigned long max, const std::string& what);
 
+// "admin", "operator" or "user" for a privilege level as ipmitool and FreeIPMI name them
+// (ADMINISTRATOR, OPERATOR, USER, in any case); none for another name.
+std::optional<std::string> privilegeName(std::string text);
+
+// The first line of the file at `path`, without its LF or CR LF ending. Throws
+// std::runtime_error with the system's reason when the file cannot be read.
+std::string firstLineOf(const std::string& path);
+
 // "80,90,100": percentages from 1 to 100, in rising order once each; "off": none.
 std::vector<unsigned> parsePercentages(const std::string& text, const std::string& what);
 
