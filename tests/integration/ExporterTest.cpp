@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "LanFixture.h"
+#include "LossyLink.h"
 #include "ScopedEnvironment.h"
 #include "ServerProcess.h"
 #include "ToolRun.h"
@@ -279,6 +280,23 @@ TEST_F(ExporterTest, TlsAndBasicAuthenticationGuardEveryScrape) {
     EXPECT_NE(plain.status, 0);
     EXPECT_EQ(plain.out, "");
     EXPECT_EQ(exporter.stop(), 0);
+}
+
+TEST_F(ExporterTest, ScrapesOfOneTargetThatComeTogetherShareOnePoll) {
+    // 5 ms each way on every datagram: a first poll (every record, sensor and filter) of a second.
+    bmcsim::LossyLink link(bmc->port(), 0.0, std::chrono::milliseconds(5));
+    Exporter exporter({"-H", targetOf(*bmc), "--interval", "3600"}, scratch);
+    const std::string path = "/ipmi?target=127.0.0.1:" + std::to_string(link.port());
+    std::vector<std::thread> scrapes;
+    std::vector<std::string> answers(4);
+    for (std::size_t i = 0; i < answers.size(); ++i)
+        scrapes.emplace_back([&, i] { answers[i] = exporter.get(path).out; });
+    for (std::thread& scrape : scrapes) scrape.join();
+    for (const std::string& answer : answers) {
+        EXPECT_EQ(seriesValue(answer, "ipmi_up{collector=\"sel\"}"), "1") << answer;
+        EXPECT_EQ(seriesValue(answer, "ipmi_event_log_polls_total"), "1") << answer;
+        EXPECT_EQ(seriesValue(answer, "ipmi_event_log_sel_entries_read_total"), "35");
+    }
 }
 
 }  // namespace
