@@ -66,7 +66,7 @@ const char* const kUsage =
     "  --listen A:P      serve: the address and port of /metrics and /ipmi (127.0.0.1:9290)\n"
     "  --config FILE     serve: the modules of /ipmi?target=HOST&module=NAME (ipmi_exporter's)\n"
     "  --web-config FILE serve: TLS and basic authentication (exporter-toolkit's format)\n"
-    "  --state-dir DIR   serve: keep each follower's state in DIR across restarts\n"
+    "  --state-dir DIR   serve, follow: keep each follower's state in DIR across restarts\n"
     "  --polls N         follow: stop after N polls (default: when interrupted)\n"
     "  --new-only        follow: only events added after the start, none of those there are\n"
     "  --full-warnings LIST   follow: warn as the SEL passes these percentages of full\n"

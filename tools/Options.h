@@ -49,7 +49,7 @@ struct Options {
     std::string listen = "127.0.0.1:9290";  // serve: where /metrics and /ipmi are answered
     std::string configPath;                 // serve: the modules of /ipmi's scrapes (YAML)
     std::string webConfigPath;              // serve: TLS and basic authentication (YAML)
-    std::string stateDirectory;  // serve: where each follower's state is kept across restarts
+    std::string stateDirectory;             // serve, follow: where each follower's state is kept
 };
 
 // Parses the command line (without the program name). The password comes from -P, -E

@@ -64,9 +64,10 @@ void checkArguments(const Options& options) {
     const bool following = options.command == "follow" || options.command == "serve" ||
                            (options.command == "list" && !options.statePath.empty());
     const bool serving = options.command == "serve";
-    if (!serving && (!options.configPath.empty() || !options.webConfigPath.empty() ||
-                     !options.stateDirectory.empty()))
-        throw tool::UsageError("--config, --web-config and --state-dir go with serve");
+    if (!serving && (!options.configPath.empty() || !options.webConfigPath.empty()))
+        throw tool::UsageError("--config and --web-config go with serve");
+    if (!options.stateDirectory.empty() && !serving && options.command != "follow")
+        throw tool::UsageError("--state-dir goes with serve or follow");
     if (options.clearWhenFull != 0 && !following)
         throw tool::UsageError("--clear-when-full goes with follow, serve or list --state");
     if (!options.since.empty()) tool::parseUserTime(options.since);

@@ -4,6 +4,7 @@
 
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -501,6 +502,20 @@ TEST_F(ToolOverLanTest, FollowWarnsAsTheSelFillsAndClearsItFullOnceEveryRecordIs
     EXPECT_EQ(tool("raw").out, "");
     expectUsageError("--clear-when-full 90 list",
                      "--clear-when-full goes with follow, serve or list --state");
+}
+
+TEST_F(ToolOverLanTest, FollowWithAStateDirectoryGoesOnWhereTheLastRunStopped) {
+    const std::string states = scratch.file("states");
+    ASSERT_EQ(mkdir(states.c_str(), 0700), 0);
+    const std::string follow = "--format jsonl --polls 1 --state-dir " + states + " follow";
+    EXPECT_EQ(lines(tool(follow).out), 35u);
+    bmc->addSelRecords({bmcsim::sampleEventLog()[21]});
+    const ToolRun again = tool(follow);
+    EXPECT_EQ(again.status, 0) << again.err;
+    const std::vector<std::string> all = linesOf(tool("--format jsonl list").out);
+    ASSERT_EQ(all.size(), 36u);
+    EXPECT_EQ(again.out, all[35]);
+    expectUsageError("--state-dir " + states + " list", "--state-dir goes with serve or follow");
 }
 
 TEST_F(ToolOverLanTest, FollowSaysOnceThatAHostIsDownAndKeepsTheOthers) {
