@@ -5,7 +5,6 @@
 #include <sys/socket.h>
 
 #include <filesystem>
-
 #include <iostream>
 #include <mutex>
 #include <thread>
@@ -19,8 +18,6 @@
 namespace tool {
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
 
 const char* const kMetricsType = "text/plain; version=0.0.4; charset=utf-8";
 // Connections served at once: dozens of idle or half-open ones (each holds its thread until the
