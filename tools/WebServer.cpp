@@ -184,17 +184,22 @@ void requireBasicAuth(httplib::Server& server, const std::map<std::string, std::
 
 }  // namespace
 
-bool BasicAuth::allows(const std::string& authorization) {
+std::optional<BasicCredentials> basicCredentials(const std::string& authorization) {
     const std::string scheme = "Basic ";
     if (authorization.size() < scheme.size() ||
         ::strncasecmp(authorization.c_str(), scheme.c_str(), scheme.size()) != 0) {
-        return false;
+        return std::nullopt;
     }
-    const auto credentials = base64Decoded(authorization.substr(scheme.size()));
-    if (!credentials) return false;
-    const auto colon = credentials->find(':');
-    if (colon == std::string::npos) return false;
-    return verify(credentials->substr(0, colon), credentials->substr(colon + 1));
+    const auto decoded = base64Decoded(authorization.substr(scheme.size()));
+    if (!decoded) return std::nullopt;
+    const auto colon = decoded->find(':');
+    if (colon == std::string::npos) return std::nullopt;
+    return BasicCredentials{decoded->substr(0, colon), decoded->substr(colon + 1)};
+}
+
+bool BasicAuth::allows(const std::string& authorization) {
+    const std::optional<BasicCredentials> credentials = basicCredentials(authorization);
+    return credentials && verify(credentials->user, credentials->password);
 }
 
 bool BasicAuth::verify(const std::string& user, const std::string& password) {

@@ -9,10 +9,20 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 
 namespace tool {
+
+struct BasicCredentials {
+    std::string user;
+    std::string password;
+};
+
+// The user and password of an Authorization header's value, "Basic BASE64(user:password)" (the
+// scheme's name in any case); none for another value.
+std::optional<BasicCredentials> basicCredentials(const std::string& authorization);
 
 // The users of basic authentication and their bcrypt hashes, checked with libcrypt. bcrypt is
 // slow on purpose (some 70 ms at cost 10), so a pair found right is remembered, as a SHA-256 of

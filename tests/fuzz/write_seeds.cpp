@@ -1,7 +1,7 @@
 // Writes the fuzzers' seed corpora from the sample server's records:
 // and the answers of a BMC over RMCP+:
 //   write_seeds DIR  ->  DIR/event_log, DIR/event_builder, DIR/auxiliary_log, DIR/rmcp_plus_codec,
-//                        DIR/follower_state
+//                        DIR/follower_state, DIR/scrape_request
 #include <sys/stat.h>
 
 #include <cstdio>
@@ -98,7 +98,7 @@ int main(int argc, char** argv) {
     }
     const std::string dir = argv[1];
     for (const char* name : {"", "/event_log", "/event_builder", "/auxiliary_log",
-                             "/rmcp_plus_codec", "/follower_state"}) {
+                             "/rmcp_plus_codec", "/follower_state", "/scrape_request"}) {
         mkdir((dir + name).c_str(), 0755);
     }
     write(dir + "/event_log/sample", eventLogTranscript());
@@ -178,5 +178,12 @@ int main(int argc, char** argv) {
     state.auxiliary.push_back(Tolmar::s_AuxLog_entry{});
     const std::string text = state.text();
     write(dir + "/follower_state/sample", Bytes(text.begin(), text.end()));
+    // A scrape's target and its user and password ("prometheus:scrape-me" in base64).
+    for (const std::string& request :
+         {std::string("bmc1.example:623\nBasic cHJvbWV0aGV1czpzY3JhcGUtbWU="),
+          std::string("[fe80::1]:6230\nbasic OnBhc3N3b3Jk")}) {
+        write(dir + "/scrape_request/" + std::to_string(request.size()),
+              Bytes(request.begin(), request.end()));
+    }
     return 0;
 }
