@@ -1,15 +1,39 @@
 #include "Follow.h"
 
 #include <algorithm>
+#include <chrono>
 #include <iostream>
+#include <memory>
 #include <set>
 
 #include "FullWarnings.h"
 #include "Polling.h"
+#include "SyslogSender.h"
 
 namespace tool {
 
 using Tolmar::IpmiEventLog;
+
+namespace {
+
+constexpr int kDaemonFacility = 3;
+
+// A poll's events as syslog messages, all stamped with the time they were read.
+std::vector<std::string> syslogMessages(const std::vector<EventRow>& rows,
+                                        const SyslogOrigin& origin) {
+    const auto read = std::chrono::system_clock::now();
+    std::vector<std::string> messages;
+    messages.reserve(rows.size());
+    for (const EventRow& row : rows) messages.push_back(syslogMessage(row, origin, read));
+    return messages;
+}
+
+std::unique_ptr<SyslogSender> syslogSenderFor(const Options& options) {
+    if (options.syslog.empty()) return nullptr;
+    return std::make_unique<SyslogSender>(parseSyslogAddress(options.syslog));
+}
+
+}  // namespace
 
 int follow(const Options& options, Style style) {
     const std::vector<std::string> hosts = hostsOf(options);
@@ -19,6 +43,9 @@ int follow(const Options& options, Style style) {
     // A clear that fails while the SEL stays full is said once, and again when its reason changes.
     std::vector<std::string> clearFailures(hosts.size());
     std::set<std::string> warnings;
+    // With --syslog, the events go to the log server only.
+    const std::unique_ptr<SyslogSender> syslog = syslogSenderFor(options);
+    const SyslogOrigin origin = localSyslogOrigin(options.syslogFacility.value_or(kDaemonFacility));
     int status = 0;
     pollHosts(options, [&](std::vector<HostResult>& results) {
         std::vector<EventRow> rows;
@@ -53,13 +80,16 @@ int follow(const Options& options, Style style) {
             status = std::max(status, exitStatus(r));
         }
         // Each poll's events as they come; the table's and CSV's header once, with the first.
-        if (!rows.empty()) {
+        if (syslog) {
+            said += syslog->deliver(syslogMessages(rows, origin));
+        } else if (!rows.empty()) {
             writeEvents(std::cout, rows, style);
             style.header = false;
         }
         std::cout.flush();
         std::cerr << said << std::flush;
     });
+    if (syslog) std::cerr << syslog->finish() << std::flush;
     return status;
 }
 

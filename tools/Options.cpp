@@ -13,6 +13,7 @@
 #include <map>
 
 #include "HexBytes.h"
+#include "SyslogMessage.h"
 
 namespace tool {
 
@@ -72,7 +73,11 @@ const char* const kUsage =
     "  --full-warnings LIST   follow: warn as the SEL passes these percentages of full\n"
     "                    (80,90,100), and when the BMC drops events; off: only then\n"
     "  --clear-when-full PCT  follow, serve, list --state: clear the SEL once it is PCT% full,\n"
-    "                    after reading every record in it (needs operator privilege)\n";
+    "                    after reading every record in it (needs operator privilege)\n"
+    "  --syslog ADDRESS  follow: send each event to a log server instead of standard output,\n"
+    "                    as an RFC 5424 message: udp://HOST:PORT, tcp://HOST:PORT (octet\n"
+    "                    counted) or unix:PATH (unix:/dev/log the local one)\n"
+    "  --syslog-facility NAME   follow --syslog: kern, user, ..., local0 to local7 (daemon)\n";
 
 unsigned long parseNumber(const std::string& text, unsigned long max, const std::string& what) {
     char* end = nullptr;
@@ -337,6 +342,10 @@ Options parseOptions(const std::vector<std::string>& args) {
                 static_cast<unsigned>(parseNumber(value(i), 100, "--clear-when-full"));
             if (options.clearWhenFull == 0)
                 throw UsageError("--clear-when-full takes a percentage from 1 to 100");
+        } else if (arg == "--syslog") {
+            options.syslog = value(i);
+        } else if (arg == "--syslog-facility") {
+            options.syslogFacility = parseSyslogFacility(value(i));
         } else if (arg == "--polls") {
             options.polls = parseNumber(value(i), 1000000000, "--polls");
         } else if (arg == "--fanout") {

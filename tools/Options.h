@@ -50,6 +50,8 @@ struct Options {
     std::string configPath;                 // serve: the modules of /ipmi's scrapes (YAML)
     std::string webConfigPath;              // serve: TLS and basic authentication (YAML)
     std::string stateDirectory;             // serve, follow: where each follower's state is kept
+    std::string syslog;                     // follow: the log server the events go to, if any
+    std::optional<int> syslogFacility;      // follow --syslog: the facility's code; daemon unset
 };
 
 // Parses the command line (without the program name). The password comes from -P, -E

@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <cstdio>
 
+#include <sstream>
+
 #include "HexBytes.h"
+#include "Journal.h"
 
 namespace tool {
 
@@ -70,6 +73,29 @@ void writeTable(std::ostream& out, const std::vector<std::vector<std::string>>& 
         while (!line.empty() && line.back() == ' ') line.pop_back();
         out << line << "\n";
     }
+}
+
+// How many lines writeEvents puts before the rows: JSON's bracket, or a header.
+std::size_t linesBeforeRows(const Style& style) {
+    if (style.format == Format::Json) return 1;
+    const bool headed = style.format == Format::Table || style.format == Format::Csv;
+    return headed && style.header ? 1 : 0;
+}
+
+// `text`, as writeEvents wrote `rows`, with each line's priority prefix.
+std::string withJournalPrefixes(const std::string& text, const std::vector<EventRow>& rows,
+                                const Style& style) {
+    const std::size_t first = linesBeforeRows(style);
+    std::string out;
+    std::size_t line = 0;
+    for (std::size_t start = 0; start < text.size(); ++line) {
+        const std::size_t end = std::min(text.find('\n', start), text.size() - 1);
+        const bool row = line >= first && line - first < rows.size();
+        out += journalPrefix(row ? rows[line - first].event.severity : 0);
+        out.append(text, start, end + 1 - start);
+        start = end + 1;
+    }
+    return out;
 }
 
 }  // namespace
@@ -142,6 +168,14 @@ std::string csvField(const std::string& text) {
 }
 
 void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Style& style) {
+    if (style.journal) {
+        Style plain = style;
+        plain.journal = false;
+        std::ostringstream text;
+        writeEvents(text, rows, plain);
+        out << withJournalPrefixes(text.str(), rows, style);
+        return;
+    }
     const auto json = [](const EventRow& row) {
         const auto& e = row.event;
         return "{\"host\":" + jsonString(row.host) + ",\"recordId\":" + std::to_string(e.recordId) +

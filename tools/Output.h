@@ -35,6 +35,9 @@ struct Style {
     bool colour = false;
     std::size_t width = 0;  // of the terminal; 0: no limit
     bool header = true;     // the table's and CSV's header line (a stream prints it once)
+    // Each line begins with its sd-daemon(3) priority for the journal: an event's row its
+    // severity's, headers and JSON's brackets info's.
+    bool journal = false;
 };
 
 void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Style& style);

@@ -21,8 +21,10 @@
 #include "FanOut.h"
 #include "Follow.h"
 #include "HostRequests.h"
+#include "Journal.h"
 #include "Options.h"
 #include "Output.h"
+#include "SyslogMessage.h"
 #include "TimeStamps.h"
 
 namespace {
@@ -70,6 +72,11 @@ void checkArguments(const Options& options) {
         throw tool::UsageError("--state-dir goes with serve or follow");
     if (options.clearWhenFull != 0 && !following)
         throw tool::UsageError("--clear-when-full goes with follow, serve or list --state");
+    if (!options.syslog.empty() && options.command != "follow")
+        throw tool::UsageError("--syslog goes with follow");
+    if (!options.syslog.empty()) tool::parseSyslogAddress(options.syslog);
+    if (options.syslogFacility && options.syslog.empty())
+        throw tool::UsageError("--syslog-facility goes with --syslog");
     if (!options.since.empty()) tool::parseUserTime(options.since);
     if (!options.until.empty()) tool::parseUserTime(options.until);
 }
@@ -135,6 +142,7 @@ tool::Style outputStyle(const Options& options) {
     style.colour = terminal && std::getenv("NO_COLOR") == nullptr;
     winsize size{};
     if (terminal && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0) style.width = size.ws_col;
+    style.journal = tool::standardOutputIsJournal();
     return style;
 }
 
