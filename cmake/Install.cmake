@@ -1,6 +1,7 @@
 # Installation: the two shared libraries with their SONAMEs, the public and the framework headers,
 # a CMake package (find_package(IpmiEventLog CONFIG) -> IpmiEventLog::ipmi_event_log), a pkg-config
-# file, and a Debian package through CPack.
+# file, and a Debian package through CPack (the tool, its systemd units and their files under /etc
+# are installed by tools/CMakeLists.txt).
 include(CMakePackageConfigHelpers)
 
 set(IPMI_EVENT_LOG_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/IpmiEventLog)
@@ -41,5 +42,13 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY
 set(CPACK_GENERATOR DEB)
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# The services' files under /etc are the operator's (conffiles: an upgrade keeps their changes);
+# the maintainer scripts make the group the services read them through. groupadd is passwd's; the
+# libraries' dependencies are added to this by dpkg-shlibdeps.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS passwd)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/cmake/debian/conffiles
+    ${PROJECT_SOURCE_DIR}/cmake/debian/postinst ${PROJECT_SOURCE_DIR}/cmake/debian/prerm
+    ${PROJECT_SOURCE_DIR}/cmake/debian/postrm)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 include(CPack)

@@ -2,8 +2,9 @@
 # The installed library as another project consumes it, from `cmake --install` into a scratch prefix
 # and from the Debian package unpacked into a scratch root: a consumer built with find_package and
 # one built with pkg-config read the sample BMC. The package's files and its dependencies are
-# checked too. Runs as any user and changes nothing outside its own scratch directory: the package
-# is unpacked with dpkg-deb, never installed, and the package database is only read.
+# checked too, and the services' files: their modes, the units' commands, the conffiles and the
+# maintainer scripts. Runs as any user and changes nothing outside its own scratch directory: the
+# package is unpacked with dpkg-deb, never installed, and the package database is only read.
 #   check-install.sh BUILD_DIR SOURCE_DIR SAMPLE_BMC
 set -euo pipefail
 build=$1
@@ -64,6 +65,47 @@ for file in lib/libipmi_event_log.so.0.1.0 "lib/libipmi_event_log.so.0 -> libipm
     lib/pkgconfig/ipmi_event_log.pc bin/ipmi-event-log share/man/man1/ipmi-event-log.1; do
     if ! grep -q "^\./usr/.*$file\$" "$work/files"; then
         echo "missing from the package: $file"
+        failed=1
+    fi
+done
+# The services' files, with their modes: the exporter's configuration names passwords.
+dpkg-deb --contents "$package" | awk '{print $1, $6}' >"$work/modes"
+for entry in "-rw-r--r-- ./usr/lib/systemd/system/ipmi-event-log-exporter.service" \
+    "-rw-r--r-- ./usr/lib/systemd/system/ipmi-event-log-follow.service" \
+    "-rw-r----- ./etc/ipmi-event-log/config.yml" "-rw-r--r-- ./etc/default/ipmi-event-log-follow" \
+    "-rw-r--r-- ./usr/share/ipmi-event-log/prometheus/ipmi-event-log.rules.yml" \
+    "-rw-r--r-- ./usr/share/ipmi-event-log/prometheus/scrape-ipmi.yml" \
+    "-rw-r--r-- ./usr/share/ipmi-event-log/prometheus/scrape-ipmi-replicas.yml"; do
+    if ! grep -qxF -- "$entry" "$work/modes"; then
+        echo "missing from the package, or another mode: $entry"
+        failed=1
+    fi
+done
+# Installed as /usr, the units run the packaged tool with the files under /etc.
+dpkg-deb --fsys-tarfile "$package" |
+    tar -xOf - ./usr/lib/systemd/system/ipmi-event-log-exporter.service \
+        ./usr/lib/systemd/system/ipmi-event-log-follow.service |
+    grep -E '^(ExecStart|EnvironmentFile)=' >"$work/commands"
+# The units' own ${...}, which systemd expands.
+# shellcheck disable=SC2016
+expected_commands='ExecStart=/usr/bin/ipmi-event-log serve --config /etc/ipmi-event-log/config.yml --listen ${LISTEN_ADDRESS} --state-dir ${STATE_DIRECTORY}
+EnvironmentFile=/etc/default/ipmi-event-log-follow
+ExecStart=/usr/bin/ipmi-event-log -H ${IPMI_HOSTS} -U ${IPMI_USER} -f ${IPMI_PASSWORD_FILE} --state-dir ${STATE_DIRECTORY} $FOLLOW_OPTIONS follow'
+if [ "$(cat "$work/commands")" != "$expected_commands" ]; then
+    echo "the packaged units' commands:"
+    cat "$work/commands"
+    failed=1
+fi
+# The files under /etc are conffiles, and the maintainer scripts are there, executable.
+conffiles=$(dpkg-deb --info "$package" conffiles)
+if [ "$conffiles" != $'/etc/ipmi-event-log/config.yml\n/etc/default/ipmi-event-log-follow' ]; then
+    echo "the package's conffiles: $conffiles"
+    failed=1
+fi
+dpkg-deb --ctrl-tarfile "$package" | tar -tvf - | awk '{print $1, $6}' >"$work/control"
+for script in postinst prerm postrm; do
+    if ! grep -qxF -- "-rwxr-xr-x ./$script" "$work/control"; then
+        echo "no executable $script in the package"
         failed=1
     fi
 done

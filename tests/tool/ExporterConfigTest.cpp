@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <fstream>
+#include <sstream>
+
 #include "ConfigFileTest.h"
 #include "ExporterConfig.h"
 #include "ScratchDirectory.h"
@@ -194,6 +197,28 @@ TEST_F(ExporterConfigTest, OurOwnKeysBesideIpmiExportersOnes) {
     EXPECT_EQ(config.modules.at("local").refusal,
               "module local: driver KCS reaches the BMC of the machine the exporter runs on, not "
               "a target; use LAN_2_0");
+}
+
+// The example the package installs as /etc/ipmi-event-log/config.yml, with its password file
+// beside it and the mode it is installed with.
+TEST_F(ExporterConfigTest, ThePackagesExampleLoadsWithItsPasswordFile) {
+    std::ifstream shipped(SOURCE_DIR "/tools/service/config.yml");
+    std::ostringstream text;
+    text << shipped.rdbuf();
+    ASSERT_FALSE(text.str().empty());
+    scratch.write("default.pass", "monitor-password\n");
+    const tool::ExporterConfig config = load(text.str(), 0640);
+    EXPECT_EQ(config.warnings, Lines{});
+    ASSERT_EQ(config.modules.size(), 1u);
+
+    const tool::ExporterModule& standard = config.modules.at("default");
+    EXPECT_EQ(standard.user, "monitor");
+    EXPECT_EQ(standard.password, "monitor-password");
+    EXPECT_EQ(standard.privilege, "user");
+    EXPECT_EQ(standard.timeoutMs, 10000u);
+    EXPECT_EQ(standard.port, 623);
+    EXPECT_EQ(standard.refusal, "");
+    EXPECT_TRUE(standard.allows("bmc01.example.net"));
 }
 
 TEST_F(ExporterConfigTest, AnEmptyFileHasNoModules) {
