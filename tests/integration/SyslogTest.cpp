@@ -181,6 +181,18 @@ protected:
             scratch);
     }
 
+    // follow's two polls, the first before `server` is up at `address`: said once, and every
+    // event sent once it is up.
+    void expectSentOnceTheServerIsUp(LogServer& server, const std::string& address) {
+        const ToolRun run = followWithTheServerLate(server, address);
+        EXPECT_EQ(run.status, 0);
+        EXPECT_EQ(run.err, "ipmi-event-log: syslog: cannot send to " + address +
+                               ": Connection refused; keeping the events (at most 10000) and "
+                               "trying again at each poll\nipmi-event-log: syslog: " +
+                               address + " reached again\n");
+        expectTheSampleLog(server.received(35), 3);
+    }
+
     // The sample log's 35 events, 12 of them critical, each once as list gives it, in `received`.
     void expectTheSampleLog(const std::vector<std::string>& received, int facility) const {
         const std::vector<std::string> listed = linesOf(tool("--format jsonl list").out);
@@ -241,24 +253,12 @@ TEST_F(SyslogTest, EachEventGoesOverTcpOctetCountedWithTheFacilityAskedFor) {
 
 TEST_F(SyslogTest, EventsReadWhileTheUdpServerIsDownAreSentOnceItIsUp) {
     LogServer server(scratch);
-    const ToolRun run = followWithTheServerLate(server, server.udpAddress());
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.err, "ipmi-event-log: syslog: cannot send to " + server.udpAddress() +
-                           ": Connection refused; keeping the events (at most 10000) and trying "
-                           "again at each poll\nipmi-event-log: syslog: " +
-                           server.udpAddress() + " reached again\n");
-    expectTheSampleLog(server.received(35), 3);
+    expectSentOnceTheServerIsUp(server, server.udpAddress());
 }
 
 TEST_F(SyslogTest, EventsReadWhileTheTcpServerIsDownAreSentOnceItIsUp) {
     LogServer server(scratch);
-    const ToolRun run = followWithTheServerLate(server, server.tcpAddress());
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(run.err, "ipmi-event-log: syslog: cannot send to " + server.tcpAddress() +
-                           ": Connection refused; keeping the events (at most 10000) and trying "
-                           "again at each poll\nipmi-event-log: syslog: " +
-                           server.tcpAddress() + " reached again\n");
-    expectTheSampleLog(server.received(35), 3);
+    expectSentOnceTheServerIsUp(server, server.tcpAddress());
 }
 
 TEST_F(SyslogTest, BadSyslogOptionsAreCommandLineErrors) {
