@@ -7,7 +7,11 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <sstream>
 #include <string>
+#include <vector>
 
 namespace bench {
 
@@ -38,6 +42,39 @@ inline ProcessUsage runCommand(const std::string& command) {
         std::fprintf(stderr, "failed (%d): %s\n", status, command.c_str());
     }
     return {cpuSecondsOf(usage), usage.ru_maxrss};
+}
+
+// User and system time of a process (its threads, those that ended too) and of the children it
+// waited for, from /proc/PID/stat. The kernel gives each as its precise total truncated to clock
+// ticks (10 ms): a difference is right within a tick.
+struct CpuSeconds {
+    double own = 0;
+    double children = 0;
+};
+
+inline CpuSeconds processCpuSeconds(pid_t pid) {
+    std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    // The fields after the command's name, which is in parentheses and may hold spaces: the
+    // state is field 3; utime, stime, cutime and cstime are fields 14 to 17.
+    std::istringstream fields(text.substr(text.rfind(')') + 2));
+    std::vector<std::string> field(std::istream_iterator<std::string>(fields), {});
+    if (field.size() < 15) return {};
+    const auto seconds = [&](std::size_t user, std::size_t system) {
+        return (std::stod(field[user]) + std::stod(field[system])) /
+               static_cast<double>(sysconf(_SC_CLK_TCK));
+    };
+    return {seconds(11, 12), seconds(13, 14)};
+}
+
+// The resident memory of a running process now, in kilobytes, from /proc/PID/status; 0 when it
+// cannot be read.
+inline long residentKilobytes(pid_t pid) {
+    std::ifstream in("/proc/" + std::to_string(pid) + "/status");
+    for (std::string line; std::getline(in, line);) {
+        if (line.rfind("VmRSS:", 0) == 0) return std::stol(line.substr(6));
+    }
+    return 0;
 }
 
 }  // namespace bench

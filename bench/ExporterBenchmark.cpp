@@ -9,22 +9,20 @@
 // each BMC gained a record before the pair of rounds. Prints a Markdown table.
 //   exporter_benchmark TOOL [BMCS] [RECORDS] [ROUNDS]   (20 BMCs, 300 records, 10 rounds)
 #include <httplib.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "BmcSimulator.h"
 #include "SampleServer.h"
+#include "Scrapes.h"
 #include "ScratchDirectory.h"
 #include "ServerProcess.h"
 
@@ -32,63 +30,19 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// User and system time of a process (its threads, those that ended too) and of the children it
-// waited for, from /proc/PID/stat. The kernel gives each as its precise total truncated to clock
-// ticks (10 ms): a difference is right within a tick.
-struct CpuSeconds {
-    double own = 0;
-    double children = 0;
-};
-
-CpuSeconds processCpuSeconds(pid_t pid) {
-    std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
-    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    // The fields after the command's name, which is in parentheses and may hold spaces: the
-    // state is field 3; utime, stime, cutime and cstime are fields 14 to 17.
-    std::istringstream fields(text.substr(text.rfind(')') + 2));
-    std::vector<std::string> field(std::istream_iterator<std::string>(fields), {});
-    if (field.size() < 15) return {};
-    const auto seconds = [&](std::size_t user, std::size_t system) {
-        return (std::stod(field[user]) + std::stod(field[system])) /
-               static_cast<double>(sysconf(_SC_CLK_TCK));
-    };
-    return {seconds(11, 12), seconds(13, 14)};
-}
-
-// Scrapes /ipmi of every target at once, one thread and connection each; the answers in target
-// order ("" for a scrape that failed).
-std::vector<std::string> scrapeAll(const std::string& exporter,
-                                   const std::vector<std::string>& targets) {
-    std::vector<std::string> answers(targets.size());
-    std::vector<std::thread> scrapes;
-    const std::size_t colon = exporter.rfind(':');
-    for (std::size_t i = 0; i < targets.size(); ++i) {
-        scrapes.emplace_back([&, i] {
-            httplib::Client client(exporter.substr(0, colon),
-                                   std::stoi(exporter.substr(colon + 1)));
-            client.set_read_timeout(30, 0);
-            const auto result = client.Get("/ipmi?target=" + targets[i] + "&module=default",
-                                           {{"X-Prometheus-Scrape-Timeout-Seconds", "10"}});
-            if (result && result->status == 200) answers[i] = result->body;
-        });
-    }
-    for (std::thread& scrape : scrapes) scrape.join();
-    return answers;
-}
-
 struct Rounds {
-    CpuSeconds cpu;                   // all rounds together
+    bench::CpuSeconds cpu;            // all rounds together
     std::vector<double> wallSeconds;  // each round's
     std::vector<std::string> lastAnswers;
 };
 
 void measureRound(const bmcsim::ServerProcess& exporter, const std::vector<std::string>& targets,
                   Rounds& rounds) {
-    const CpuSeconds before = processCpuSeconds(exporter.pid());
+    const bench::CpuSeconds before = bench::processCpuSeconds(exporter.pid());
     const auto start = Clock::now();
-    rounds.lastAnswers = scrapeAll(exporter.address(), targets);
+    rounds.lastAnswers = bench::scrapeAll(exporter.address(), targets);
     rounds.wallSeconds.push_back(std::chrono::duration<double>(Clock::now() - start).count());
-    const CpuSeconds after = processCpuSeconds(exporter.pid());
+    const bench::CpuSeconds after = bench::processCpuSeconds(exporter.pid());
     rounds.cpu.own += after.own - before.own;
     rounds.cpu.children += after.children - before.children;
 }

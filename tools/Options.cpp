@@ -46,7 +46,7 @@ const char* const kUsage =
     "  -C, --cipher-suite N   cipher suite ID (3)\n"
     "  --insecure-cipher-suite-0   allow cipher suite 0: no authentication, any password\n"
     "  -L, --privilege L      admin, operator or user (the highest the BMC grants)\n"
-    "  --fanout N        hosts read at once (8)\n"
+    "  --fanout N        hosts read at once (256; at most 4096)\n"
     "\n"
     "output:\n"
     "  --format F        table, json, jsonl or csv (table)\n"
@@ -349,7 +349,7 @@ Options parseOptions(const std::vector<std::string>& args) {
         } else if (arg == "--polls") {
             options.polls = parseNumber(value(i), 1000000000, "--polls");
         } else if (arg == "--fanout") {
-            options.fanout = static_cast<unsigned>(parseNumber(value(i), 256, "--fanout"));
+            options.fanout = static_cast<unsigned>(parseNumber(value(i), 4096, "--fanout"));
             if (options.fanout == 0) throw UsageError("--fanout must be at least 1");
         } else if (arg == "-h" || arg == "--help") {
             options.command = "help";

@@ -38,7 +38,9 @@ struct Options {
     unsigned long firstId = 0;
     unsigned long lastId = 0xFFFF;
     std::size_t last = 0;  // 0: every event
-    unsigned fanout = 8;
+    // Hosts polled at once, a thread each: enough that a fleet's BMCs that are down (each a session
+    // timeout) are waited for together rather than a few at a time.
+    unsigned fanout = 256;
     std::string statePath;    // list: where what was read is kept; a directory for a fleet
     unsigned interval = 10;   // follow, serve: seconds between polls
     unsigned long polls = 0;  // follow: stop after this many polls; 0: when interrupted

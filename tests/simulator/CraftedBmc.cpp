@@ -1,89 +1,18 @@
 #include "CraftedBmc.h"
 
-#include <gcrypt.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
-#include <optional>
 #include <stdexcept>
+#include <vector>
 
-#include "ByteReader.h"
-#include "CipherSuite.h"
-#include "Hmac.h"
 #include "Loopback.h"
-#include "RmcpPlusCodec.h"
 
 namespace bmcsim {
 
-namespace {
-
-using Bytes = std::vector<unsigned char>;
-
-constexpr unsigned char kApp = 0x06;
-constexpr unsigned char kGetDeviceId = 0x01;
-constexpr unsigned char kGetChannelAuthenticationCapabilities = 0x38;
-constexpr unsigned char kSetSessionPrivilegeLevel = 0x3B;
-constexpr unsigned char kCloseSession = 0x3C;
-constexpr unsigned char kInvalidCommand = 0xC1;
-constexpr unsigned char kStatusInvalidSessionId = 0x02;
-constexpr unsigned char kStatusUnauthorizedRole = 0x0A;
-constexpr unsigned char kStatusUnauthorizedName = 0x0D;
-constexpr unsigned char kStatusInvalidIntegrityCheck = 0x0F;
-constexpr std::size_t kKeyLength = 20;
-
-// RAKP's keys: the text zero-padded to 20 bytes.
-Bytes paddedKey(const std::string& text) {
-    Bytes key(kKeyLength, 0x00);
-    std::copy_n(text.begin(), std::min(text.size(), kKeyLength), key.begin());
-    return key;
-}
-
-unsigned char checksum(const unsigned char* bytes, std::size_t size) {
-    unsigned char sum = 0;
-    for (std::size_t i = 0; i < size; ++i) sum += bytes[i];
-    return static_cast<unsigned char>(-sum);
-}
-
-// The answer to an IPMI request message (rsAddr, netFn/LUN, checksum, rqAddr, rqSeq/LUN, command,
-// data, checksum): the same with the addresses swapped, the response network function, the
-// completion code and the data.
-Bytes ipmiAnswer(const Bytes& request, unsigned char completionCode, const Bytes& data) {
-    Bytes message = {request[3], static_cast<unsigned char>(request[1] + 0x04)};
-    message.push_back(checksum(message.data(), 2));
-    message.insert(message.end(), {request[0], request[4], request[5], completionCode});
-    message.insert(message.end(), data.begin(), data.end());
-    message.push_back(checksum(message.data() + 3, message.size() - 3));
-    return message;
-}
-
-// The cipher suite whose algorithms an Open Session request proposes.
-std::optional<CipherSuite> proposedSuite(const Bytes& request) {
-    for (unsigned long id = 0; id <= 17; ++id) {
-        const std::optional<CipherSuite> suite = CipherSuite::find(id);
-        if (suite && suite->authentication == (request[12] & 0x3F) &&
-            suite->integrity == (request[20] & 0x3F) &&
-            suite->confidentiality == (request[28] & 0x3F)) {
-            return suite;
-        }
-    }
-    return std::nullopt;
-}
-
-}  // namespace
-
-struct CraftedBmc::Session {
-    CipherSuite suite;
-    RmcpPlusCodec::Rakp rakp;
-    bool active = false;
-    bool rakp4Sent = false;
-    std::unique_ptr<RmcpPlusCodec> codec;
-};
-
-CraftedBmc::CraftedBmc(CraftedBehaviour behaviour) : behaviour_(std::move(behaviour)) {
+CraftedBmc::CraftedBmc(CraftedBehaviour behaviour) : responder_(std::move(behaviour)) {
     socket_ = bindLoopback(SOCK_DGRAM, 0);
     if (socket_ < 0) throw std::runtime_error("cannot open the crafted BMC's UDP port");
     port_ = boundPort(socket_);
@@ -98,7 +27,7 @@ CraftedBmc::~CraftedBmc() {
 
 int CraftedBmc::openSessions() const {
     std::lock_guard<std::mutex> lock(mutex_);
-    return static_cast<int>(sessions_.size());
+    return responder_.openSessions();
 }
 
 bool CraftedBmc::settlesAt(int count) const {
@@ -109,7 +38,7 @@ bool CraftedBmc::settlesAt(int count) const {
 }
 
 void CraftedBmc::run() {
-    Bytes datagram(2048);
+    std::vector<unsigned char> datagram(2048);
     while (!stopping_) {
         pollfd readable{socket_, POLLIN, 0};
         if (poll(&readable, 1, 10) <= 0) continue;
@@ -120,186 +49,8 @@ void CraftedBmc::run() {
         if (size <= 0) continue;
         std::lock_guard<std::mutex> lock(mutex_);
         // Answers go back where the last datagram came from: one client at a time.
-        client_ = client;
-        answer({datagram.begin(), datagram.begin() + size});
+        responder_.answer(socket_, client, {datagram.begin(), datagram.begin() + size});
     }
-}
-
-void CraftedBmc::answer(const Bytes& datagram) {
-    Bytes payload;
-    if (RmcpPlusCodec::sessionlessMessage(datagram.data(), datagram.size(), payload)) {
-        answerChannelCapabilities(payload);
-    } else if (RmcpPlusCodec::sessionSetupPayload(datagram.data(), datagram.size(),
-                                                  RmcpPlusCodec::kOpenSessionRequest, payload)) {
-        openSession(payload);
-    } else if (RmcpPlusCodec::sessionSetupPayload(datagram.data(), datagram.size(),
-                                                  RmcpPlusCodec::kRakp1, payload)) {
-        rakp1(payload);
-    } else if (RmcpPlusCodec::sessionSetupPayload(datagram.data(), datagram.size(),
-                                                  RmcpPlusCodec::kRakp3, payload)) {
-        rakp3(payload);
-    } else {
-        inSession(datagram);
-    }
-}
-
-void CraftedBmc::answerChannelCapabilities(const Bytes& message) {
-    if (message.size() < 7 || message[5] != kGetChannelAuthenticationCapabilities) return;
-    // Channel 1; IPMI v2.0 extended data; non-null user names; IPMI v2.0 sessions; no OEM.
-    const Bytes answer = ipmiAnswer(message, 0x00, {0x01, 0x80, 0x04, 0x02, 0, 0, 0, 0});
-    // An IPMI v1.5 session-less packet: RMCP header, authentication type none, sequence number
-    // and session ID 0, the message length, the message.
-    Bytes packet = {0x06, 0x00, 0xFF, 0x07, 0x00, 0, 0, 0, 0, 0, 0, 0, 0};
-    packet.push_back(static_cast<unsigned char>(answer.size()));
-    packet.insert(packet.end(), answer.begin(), answer.end());
-    reply(packet);
-}
-
-void CraftedBmc::openSession(const Bytes& request) {
-    if (request.size() < 32) return;
-    ++openSessionRequests_;
-    const std::optional<CipherSuite> suite = proposedSuite(request);
-    if (!suite) return sendSetup(RmcpPlusCodec::kOpenSessionResponse, {request[0], 0x11});
-    auto session = std::make_unique<Session>();
-    session->suite = *suite;
-    session->rakp.consoleSessionId = ByteReader(request, 4).u32();
-    session->rakp.bmcSessionId = behaviour_.sessionIdZero ? 0 : nextSessionId_++;
-    Bytes answer = {request[0], 0x00, 0x04, 0x00};
-    RmcpPlusCodec::appendLittleEndian32(answer, session->rakp.consoleSessionId);
-    RmcpPlusCodec::appendLittleEndian32(answer, session->rakp.bmcSessionId);
-    answer.insert(answer.end(), request.begin() + 8, request.begin() + 32);  // the algorithms
-    forgeRefusal(RmcpPlusCodec::kOpenSessionResponse, request[0]);
-    sessions_[session->rakp.bmcSessionId] = std::move(session);
-    sendSetup(RmcpPlusCodec::kOpenSessionResponse, answer);
-}
-
-void CraftedBmc::rakp1(const Bytes& request) {
-    if (request.size() < 28 || request.size() < 28u + request[27]) return;
-    Session* session = find(ByteReader(request, 4).u32());
-    if (session == nullptr) return;
-    RmcpPlusCodec::Rakp& rakp = session->rakp;
-    std::copy_n(&request[8], RmcpPlusCodec::kRandomLength, rakp.consoleRandom);
-    rakp.role = request[24];
-    rakp.user.assign(request.begin() + 28, request.begin() + 28 + request[27]);
-    Bytes answer = {request[0], 0x00, 0x00, 0x00};
-    RmcpPlusCodec::appendLittleEndian32(answer, rakp.consoleSessionId);
-    forgeRefusal(RmcpPlusCodec::kRakp2, request[0]);
-    if (rakp.user != behaviour_.user) {
-        answer[1] = kStatusUnauthorizedName;
-        sessions_.erase(rakp.bmcSessionId);
-        return sendSetup(RmcpPlusCodec::kRakp2, answer);
-    }
-    gcry_randomize(rakp.bmcRandom, sizeof rakp.bmcRandom, GCRY_STRONG_RANDOM);
-    std::fill(std::begin(rakp.bmcGuid), std::end(rakp.bmcGuid), 0x6B);
-    answer.insert(answer.end(), std::begin(rakp.bmcRandom), std::end(rakp.bmcRandom));
-    answer.insert(answer.end(), std::begin(rakp.bmcGuid), std::end(rakp.bmcGuid));
-    if (session->suite.authenticates()) {
-        const Bytes code =
-            Hmac(session->suite.digest, paddedKey(behaviour_.password)).of(rakp.rakp2Signed());
-        answer.insert(answer.end(), code.begin(), code.end());
-    }
-    sendSetup(RmcpPlusCodec::kRakp2, answer);
-}
-
-void CraftedBmc::rakp3(const Bytes& request) {
-    if (request.size() < 8) return;
-    const std::uint32_t bmcSessionId = ByteReader(request, 4).u32();
-    Session* session = find(bmcSessionId);
-    if (session == nullptr) return;
-    // A remote console that found fault with RAKP message 2 says so here: the session ends.
-    if (request[1] != 0x00) {
-        sessions_.erase(bmcSessionId);
-        return;
-    }
-    const RmcpPlusCodec::Rakp& rakp = session->rakp;
-    Bytes answer = {request[0], 0x00, 0x00, 0x00};
-    RmcpPlusCodec::appendLittleEndian32(answer, rakp.consoleSessionId);
-    if (session->active && behaviour_.refuseResentRakp3) {
-        answer[1] = kStatusInvalidSessionId;
-        return sendSetup(RmcpPlusCodec::kRakp4, answer);
-    }
-    const CipherSuite& suite = session->suite;
-    Bytes k1;
-    Bytes k2;
-    if (suite.authenticates()) {
-        const Bytes userKey = paddedKey(behaviour_.password);
-        const Bytes expected = Hmac(suite.digest, userKey).of(rakp.rakp3Signed());
-        if (request.size() != 8 + expected.size() ||
-            !std::equal(expected.begin(), expected.end(), request.begin() + 8)) {
-            answer[1] = kStatusInvalidIntegrityCheck;
-            sessions_.erase(bmcSessionId);
-            return sendSetup(RmcpPlusCodec::kRakp4, answer);
-        }
-        const Bytes sik =
-            Hmac(suite.digest, behaviour_.bmcKey.empty() ? userKey : paddedKey(behaviour_.bmcKey))
-                .of(rakp.sessionKeyInput());
-        Hmac sessionIntegrity(suite.digest, sik);
-        k1 = sessionIntegrity.of(Bytes(kKeyLength, 0x01));
-        k2 = sessionIntegrity.of(Bytes(kKeyLength, 0x02));
-        const Bytes check = Hmac(suite.digest, sik).of(rakp.rakp4Signed());
-        answer.insert(answer.end(), check.begin(), check.begin() + suite.integrityCheckLength);
-    }
-    // The BMC's end of the session sends with the console's session ID and takes its own.
-    session->codec =
-        std::make_unique<RmcpPlusCodec>(suite, rakp.consoleSessionId, rakp.bmcSessionId, k1, k2);
-    session->active = true;
-    forgeRefusal(RmcpPlusCodec::kRakp4, request[0]);
-    if (behaviour_.rakp4Lost > 0) {
-        --behaviour_.rakp4Lost;
-        return;
-    }
-    session->rakp4Sent = true;
-    sendSetup(RmcpPlusCodec::kRakp4, answer);
-}
-
-void CraftedBmc::inSession(const Bytes& datagram) {
-    // RMCP header, authentication type, payload type, then the session ID.
-    if (datagram.size() < 10) return;
-    Session* session = find(ByteReader(datagram, 6).u32());
-    Bytes request;
-    if (session == nullptr || !session->active ||
-        (behaviour_.ignoreSessionRequestsUntilRakp4 && !session->rakp4Sent) ||
-        !session->codec->open(datagram.data(), datagram.size(), request) || request.size() < 7) {
-        return;
-    }
-    // Commands of other network functions than App are refused, whatever their number.
-    const unsigned char command = request[1] >> 2 == kApp ? request[5] : 0x00;
-    Bytes answer;
-    if (command == kSetSessionPrivilegeLevel && request.size() >= 8) {
-        grantedPrivilege_ = request[6];
-        answer = ipmiAnswer(request, 0x00, {request[6]});
-    } else if (command == kGetDeviceId) {
-        answer = ipmiAnswer(request, 0x00, {0x20, 0x01, 0x01, 0x00, 0x02, 0xBF, 0, 0, 0, 0, 0});
-    } else if (command == kCloseSession) {
-        answer = ipmiAnswer(request, 0x00, {});
-    } else {
-        answer = ipmiAnswer(request, kInvalidCommand, {});
-    }
-    const Bytes packet = session->codec->seal(answer);
-    reply(packet);
-    if (command == kCloseSession) sessions_.erase(session->rakp.bmcSessionId);
-}
-
-void CraftedBmc::sendSetup(unsigned char payloadType, const Bytes& payload) {
-    reply(RmcpPlusCodec::sessionSetupPacket(payloadType, payload));
-}
-
-void CraftedBmc::reply(const Bytes& packet) {
-    sendto(socket_, packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr*>(&client_),
-           sizeof client_);
-}
-
-// What anyone on the path could send: refusals that would lower the privilege level or condemn
-// the user name, without the console's session ID.
-void CraftedBmc::forgeRefusal(unsigned char payloadType, unsigned char tag) {
-    if (!behaviour_.forgeRefusals) return;
-    sendSetup(payloadType, {tag, kStatusUnauthorizedRole});
-    sendSetup(payloadType, {tag, kStatusUnauthorizedName, 0x00, 0x00, 0x78, 0x56, 0x34, 0x12});
-}
-
-CraftedBmc::Session* CraftedBmc::find(std::uint32_t bmcSessionId) {
-    const auto found = sessions_.find(bmcSessionId);
-    return found == sessions_.end() ? nullptr : found->second.get();
 }
 
 }  // namespace bmcsim

@@ -1,0 +1,92 @@
+// The BMC's end of RMCP+ for the tests' own BMCs: Get Channel Authentication Capabilities outside a
+// session, the handshake (Open Session, RAKP messages 1 to 4) for one user, and in a session Set
+// Session Privilege Level, Get Device ID and Close Session. Other requests in a session go to the
+// BMC's command answerer; without one they are refused with C1h. It owns no socket: each datagram
+// is answered through the socket and to the client it came with.
+#pragma once
+
+#include <netinet/in.h>
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace bmcsim {
+
+struct CraftedBehaviour {
+    std::string user = "operator1";
+    std::string password = "crafted-secret";
+    std::string bmcKey;  // K_g; empty: the SIK is keyed by the user's password
+    bool sessionIdZero = false;
+    // How many RAKP messages 4 it computes but never sends.
+    int rakp4Lost = 0;
+    // A RAKP message 3 for a session already active is refused with status 02h (invalid session
+    // ID), as some BMCs do.
+    bool refuseResentRakp3 = false;
+    // Requests in a session are ignored until its RAKP message 4 went out.
+    bool ignoreSessionRequestsUntilRakp4 = false;
+    // Before each answer of the handshake, a refusal that does not carry the console's session ID:
+    // status 0Ah (privilege) as tag and status alone, and 0Dh (name) with another session ID.
+    bool forgeRefusals = false;
+};
+
+// An answer to a request in a session: its completion code and the data after it.
+struct CommandAnswer {
+    unsigned char completionCode = 0;
+    std::vector<unsigned char> data;
+};
+
+// Answers a request in a session from its network function, command and data.
+using CommandAnswerer = std::function<CommandAnswer(unsigned char netFn, unsigned char command,
+                                                    const std::vector<unsigned char>& data)>;
+
+class RmcpPlusResponder {
+public:
+    explicit RmcpPlusResponder(CraftedBehaviour behaviour, CommandAnswerer answerer = nullptr);
+    ~RmcpPlusResponder();
+    RmcpPlusResponder(const RmcpPlusResponder&) = delete;
+    RmcpPlusResponder& operator=(const RmcpPlusResponder&) = delete;
+
+    // Answers `datagram`, which came to `socket` from `client`, with what it calls for (nothing
+    // for what it does not understand).
+    void answer(int socket, const sockaddr_in& client, const std::vector<unsigned char>& datagram);
+
+    // Sessions opened and neither closed nor refused: half-open and active ones.
+    int openSessions() const { return static_cast<int>(sessions_.size()); }
+    // Open Session requests received: one per handshake a client started.
+    int openSessionRequests() const { return openSessionRequests_; }
+    // The privilege level of the last Set Session Privilege Level it granted.
+    int grantedPrivilege() const { return grantedPrivilege_; }
+
+private:
+    struct Session;
+    using Bytes = std::vector<unsigned char>;
+
+    void answerChannelCapabilities(const Bytes& message);
+    void openSession(const Bytes& request);
+    void rakp1(const Bytes& request);
+    void rakp3(const Bytes& request);
+    void inSession(const Bytes& datagram);
+    CommandAnswer answerInSession(const Bytes& request);
+    void dropOldestSessionWhenFull();
+    void sendSetup(unsigned char payloadType, const Bytes& payload);
+    void reply(const Bytes& packet);
+    void forgeRefusal(unsigned char payloadType, unsigned char tag);
+    Session* find(std::uint32_t bmcSessionId);
+
+    CraftedBehaviour behaviour_;
+    CommandAnswerer answerer_;
+    // Where the datagram being answered came from.
+    int socket_ = -1;
+    sockaddr_in client_{};
+    std::uint32_t nextSessionId_ = 0x5E550001;
+    std::map<std::uint32_t, std::unique_ptr<Session>> sessions_;  // by the BMC's session ID
+    std::atomic<int> openSessionRequests_{0};
+    std::atomic<int> grantedPrivilege_{0};
+};
+
+}  // namespace bmcsim
