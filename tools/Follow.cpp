@@ -16,8 +16,6 @@ using Tolmar::IpmiEventLog;
 
 namespace {
 
-constexpr int kDaemonFacility = 3;
-
 // A poll's events as syslog messages, all stamped with the time they were read.
 std::vector<std::string> syslogMessages(const std::vector<EventRow>& rows,
                                         const SyslogOrigin& origin) {

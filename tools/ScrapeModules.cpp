@@ -4,7 +4,15 @@ namespace tool {
 
 namespace {
 
-constexpr int kConnectionTypeLan = 1;
+// How `options` reach `target`: at the port the target names, else at theirs.
+TargetConnection targetConnection(Options options, const ScrapeTarget& target) {
+    options.port = target.port.value_or(options.port);
+    TargetConnection connection;
+    connection.info = tool::connection(options, target.host);
+    connection.settings = settings(options);
+    connection.clearWhenFull = options.clearWhenFull;
+    return connection;
+}
 
 // The file's warnings, said once for each reading.
 std::shared_ptr<const ExporterConfig> readConfig(const std::string& path) {
@@ -73,18 +81,17 @@ bool ScrapeModules::resolve(const TargetKey& key, TargetConnection& connection,
                  "\"";
         return false;
     }
-    connection.info.ip = target.host;
-    connection.info.port = target.port.value_or(module.port);
-    connection.info.user = module.user;
-    connection.info.password = module.password;
-    connection.info.cipherSuite = module.cipherSuite.value_or(options_.cipherSuite);
-    connection.info.connectionType = kConnectionTypeLan;
-    connection.settings = Tolmar::ConnectionSettings{};
-    connection.settings.privilege = privilegeSetting(module.privilege);
-    connection.settings.bmcKey = module.bmcKey;
+    // The module's user, password and settings in place of the command line's.
+    Options moduleOptions = options_;
+    moduleOptions.port = module.port;
+    moduleOptions.user = module.user;
+    moduleOptions.password = module.password;
+    moduleOptions.cipherSuite = module.cipherSuite.value_or(options_.cipherSuite);
+    moduleOptions.privilege = module.privilege;
+    moduleOptions.bmcKey = module.bmcKey;
+    connection = targetConnection(moduleOptions, target);
     if (module.timeoutMs)
         connection.settings.sessionTimeout = std::chrono::milliseconds(*module.timeoutMs);
-    connection.clearWhenFull = options_.clearWhenFull;
     return true;
 }
 
@@ -94,11 +101,7 @@ bool ScrapeModules::resolveCommandLine(const TargetKey& key, const ScrapeTarget&
         reason = "unknown module \"" + key.module + "\": without --config there is only default";
         return false;
     }
-    Options one = options_;
-    one.port = target.port.value_or(options_.port);
-    connection.info = tool::connection(one, target.host);
-    connection.settings = settings(options_);
-    connection.clearWhenFull = options_.clearWhenFull;
+    connection = targetConnection(options_, target);
     return true;
 }
 

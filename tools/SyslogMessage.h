@@ -23,6 +23,9 @@ struct SyslogAddress {
 // UsageError.
 SyslogAddress parseSyslogAddress(const std::string& text);
 
+// Where events go when no facility is asked for.
+constexpr int kDaemonFacility = 3;
+
 // The facility's code for its usual name: kern 0, user 1, ... daemon 3, ... local0 16 to local7
 // 23. Throws UsageError for another name.
 int parseSyslogFacility(const std::string& name);
@@ -36,7 +39,7 @@ constexpr const char* kSyslogSdId = "ipmi@32473";
 
 // What every message of a run shares.
 struct SyslogOrigin {
-    int facility = 3;       // daemon
+    int facility = kDaemonFacility;
     std::string hostname;   // this machine's name; "-" (none) when empty
     std::string processId;  // "-" when empty
 };
