@@ -27,6 +27,17 @@ constexpr unsigned char kAdministratorLevel = 0x04;
 
 thread_local const IpmiClientSettingsScope* innermost = nullptr;
 
+// FreeIPMI's names (ipmi-sel(8), WORKAROUNDS), in the order of the enum.
+const struct {
+    IpmiWorkaround flag;
+    const char* name;
+} kWorkaroundNames[] = {
+    {kWorkaroundAuthCap, "authcap"},
+    {kWorkaroundNoChecksumCheck, "nochecksumcheck"},
+    {kWorkaroundIntel20, "intel20"},
+    {kWorkaroundOpenSessionPrivilege, "opensesspriv"},
+};
+
 std::string environment(const char* name) {
     const char* text = std::getenv(name);
     return text != nullptr ? text : "";
@@ -66,6 +77,30 @@ bool bmcKeyFromEnvironment(std::string& key) {
     return bytesFromHex(hex, key) && key.size() <= kLongestBmcKey;
 }
 
+// "a, b and c".
+std::string joined(const std::vector<std::string>& names) {
+    std::string text;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        if (i > 0) text += i + 1 == names.size() ? " and " : ", ";
+        text += names[i];
+    }
+    return text;
+}
+
+// The flags of the names in `names`; the first name not known goes to `unknown`.
+unsigned workaroundFlags(const std::vector<std::string>& names, std::string& unknown) {
+    unsigned flags = 0;
+    for (const std::string& name : names) {
+        const std::optional<IpmiWorkaround> flag = ipmiWorkaroundNamed(name);
+        if (flag) {
+            flags |= *flag;
+        } else if (unknown.empty()) {
+            unknown = name;
+        }
+    }
+    return flags;
+}
+
 // Why settings given explicitly cannot be used, or empty.
 std::string unusableGiven(const IpmiClientSettings& given) {
     if (given.privilegeLevel &&
@@ -82,6 +117,21 @@ std::string unusableGiven(const IpmiClientSettings& given) {
 }
 
 }  // namespace
+
+std::optional<IpmiWorkaround> ipmiWorkaroundNamed(const std::string& name) {
+    for (const auto& known : kWorkaroundNames) {
+        if (name == known.name) return known.flag;
+    }
+    return std::nullopt;
+}
+
+std::vector<std::string> ipmiWorkaroundNames(unsigned flags) {
+    std::vector<std::string> names;
+    for (const auto& known : kWorkaroundNames) {
+        if (flags & known.flag) names.push_back(known.name);
+    }
+    return names;
+}
 
 IpmiClientSettingsScope::IpmiClientSettingsScope(IpmiClientSettings settings)
     : settings_(std::move(settings)), outer_(innermost) {
@@ -118,6 +168,12 @@ EffectiveIpmiClientSettings effectiveSettings(const IpmiClientSettings& given) {
             ? *given.retransmissionTimeout
             : timeoutFromEnvironment("TOLMAR_IPMI_RETRANSMISSION_TIMEOUT_MS",
                                      kDefaultRetransmissionTimeout);
+    std::string unknownWorkaround;
+    settings.workarounds = workaroundFlags(given.workarounds, unknownWorkaround);
+    if (!unknownWorkaround.empty()) {
+        settings.unusable = "no workaround is named \"" + unknownWorkaround + "\"; there are " +
+                            joined(ipmiWorkaroundNames(~0u));
+    }
     const std::string unusable = unusableGiven(given);
     if (!unusable.empty()) settings.unusable = unusable;
     return settings;

@@ -25,6 +25,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Tolmar {
 
@@ -35,7 +36,12 @@ struct ConnectionSettings {
     /// IPMI privilege levels (IPMI v2.0 table 22-28).
     enum class Privilege : std::uint8_t { User = 2, Operator = 3, Administrator = 4 };
 
-    /// Cipher suite ID in place of ConnectionInfo::cipherSuite.
+    /// cipherSuite's value for "ask the BMC": Get Channel Cipher Suites, and the strongest suite
+    /// it offers among those the client speaks (17, then 3, then the others; 0 only where
+    /// allowCipherSuiteZero allows it). The choice is remembered per BMC for the process's life.
+    static constexpr std::uint16_t AutoCipherSuite = 0xFFFF;
+
+    /// Cipher suite ID in place of ConnectionInfo::cipherSuite, or AutoCipherSuite.
     std::optional<std::uint16_t> cipherSuite;
     /// The one level to ask for. Default (TOLMAR_IPMI_PRIVILEGE: admin, operator or user): the
     /// highest the BMC grants the user, from administrator down.
@@ -52,6 +58,26 @@ struct ConnectionSettings {
     /// How long before an unanswered packet is sent again. Default:
     /// TOLMAR_IPMI_RETRANSMISSION_TIMEOUT_MS, else 1 s.
     std::optional<std::chrono::milliseconds> retransmissionTimeout;
+    /// Workarounds for BMCs that depart from IPMI v2.0 in ways the client cannot tell from their
+    /// answers, by FreeIPMI's names (WorkaroundNames()). An unknown name fails the connection.
+    /// Default: none.
+    std::vector<std::string> workarounds;
+};
+
+/// The workaround names ConnectionSettings::workarounds takes.
+std::vector<std::string> WorkaroundNames();
+
+/// What the client learnt of the BMC in opening a session, for a bug report.
+struct SessionReport {
+    /// "2.0" or "1.5" as Get Channel Authentication Capabilities said; empty when not known.
+    std::string ipmiVersion;
+    /// The cipher suites Get Channel Cipher Suites listed; empty when not asked or not answered.
+    std::vector<std::uint16_t> offeredCipherSuites;
+    std::optional<std::uint16_t> cipherSuite;                ///< the suite the session opened with
+    std::optional<ConnectionSettings::Privilege> privilege;  ///< the level it holds
+    /// Each departure from IPMI v2.0 met and how it was handled: a workaround's name, or what
+    /// the client recognised on its own.
+    std::vector<std::string> workarounds;
 };
 
 /// What one operation's session met, for messages a person reads.
@@ -65,6 +91,7 @@ struct CallReport {
     std::string refusal;
     std::string connectFailure;  ///< why no session opened and what to check, or empty
     std::string warning;         ///< what to know about the session that opened, or empty
+    SessionReport session;       ///< the last session opened; empty when none did
 };
 
 /// Binds settings to the IpmiEventLog calls made on the calling thread while it lives, and keeps

@@ -26,7 +26,20 @@ IpmiClientSettings clientSettings(const ConnectionSettings& settings) {
     client.allowCipherSuiteZero = settings.allowCipherSuiteZero;
     client.sessionTimeout = settings.sessionTimeout;
     client.retransmissionTimeout = settings.retransmissionTimeout;
+    client.workarounds = settings.workarounds;
     return client;
+}
+
+SessionReport sessionReportOf(const IpmiSessionFacts& facts) {
+    SessionReport report;
+    report.ipmiVersion = facts.ipmiVersion;
+    report.offeredCipherSuites.assign(facts.offeredCipherSuites.begin(),
+                                      facts.offeredCipherSuites.end());
+    if (facts.cipherSuite >= 0) report.cipherSuite = static_cast<std::uint16_t>(facts.cipherSuite);
+    if (facts.privilegeLevel != 0)
+        report.privilege = static_cast<ConnectionSettings::Privilege>(facts.privilegeLevel);
+    report.workarounds = facts.workarounds;
+    return report;
 }
 
 CallReport reportOf(const IpmiCallRecord& record) {
@@ -39,6 +52,7 @@ CallReport reportOf(const IpmiCallRecord& record) {
     }
     report.connectFailure = record.connectFailure;
     report.warning = record.warning;
+    report.session = sessionReportOf(record.session);
     return report;
 }
 

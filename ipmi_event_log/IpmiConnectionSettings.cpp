@@ -3,6 +3,7 @@
 #include <string.h>
 
 #include "IpmiClientActivity.h"
+#include "IpmiClientSettings.h"
 #include "Log.h"
 
 namespace Tolmar {
@@ -35,6 +36,8 @@ ClientActivity GetClientActivity() {
     const IpmiClientActivity activity = ipmiClientActivity();
     return {activity.requests, activity.selEntries};
 }
+
+std::vector<std::string> WorkaroundNames() { return ipmiWorkaroundNames(~0u); }
 
 void SetLogLevel(int level) { Log::SetMinLogLevel(level); }
 

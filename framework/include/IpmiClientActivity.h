@@ -3,6 +3,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 struct IpmiClientActivity {
     unsigned long requests;
@@ -10,6 +11,21 @@ struct IpmiClientActivity {
 };
 
 IpmiClientActivity ipmiClientActivity();
+
+// What a client learnt of its BMC in opening its last session, for a bug report.
+struct IpmiSessionFacts {
+    // "2.0" or "1.5", as Get Channel Authentication Capabilities reported it; empty when this
+    // session did not ask (the process learnt it before) and nothing is remembered.
+    std::string ipmiVersion;
+    // The cipher suite IDs Get Channel Cipher Suites listed, in its order; empty when not asked
+    // or not answered.
+    std::vector<unsigned char> offeredCipherSuites;
+    int cipherSuite = -1;              // the suite the session opened with; -1: none opened
+    unsigned char privilegeLevel = 0;  // the level it holds: 2 user, 3 operator, 4 administrator
+    // Each departure from IPMI v2.0 the client met and how it coped: the workaround's name as
+    // the settings give it ("authcap"), or what it recognised on its own.
+    std::vector<std::string> workarounds;
+};
 
 // What the IpmiClients used on the calling thread met since startIpmiCallRecord() on it. A call of
 // the event log library runs its clients on its caller's thread, so this is that call's record:
@@ -22,6 +38,7 @@ struct IpmiCallRecord {
     unsigned char lastRefusedCommand = 0;
     std::string connectFailure;  // why the last connect failed and what to check, or empty
     std::string warning;         // what to know about the last session opened, or empty
+    IpmiSessionFacts session;    // of the last session opened
 };
 
 void startIpmiCallRecord();

@@ -8,9 +8,37 @@
 #include <chrono>
 #include <optional>
 #include <string>
+#include <vector>
+
+// The cipher suite of a client whose settings say so: asked of the BMC (Get Channel Cipher Suites)
+// and the strongest it offers among those the client speaks.
+constexpr unsigned long kChooseCipherSuite = 0xFFFF;
+
+// Ways in which BMCs depart from IPMI v2.0 that cannot be told from their answers, so that a
+// client survives them only when told to expect them. Each bears FreeIPMI's --workaround-flags
+// name where that means the same.
+enum IpmiWorkaround : unsigned {
+    // "authcap": Get Channel Authentication Capabilities misreports what the BMC offers; open an
+    // IPMI v2.0 session whatever it says.
+    kWorkaroundAuthCap = 1u << 0,
+    // "nochecksumcheck": answers carry wrong IPMI message checksums but are otherwise right.
+    kWorkaroundNoChecksumCheck = 1u << 1,
+    // "intel20": the user name padded with zeros to 16 bytes in RAKP message 1, and HMAC-MD5
+    // passwords cut to 16 bytes.
+    kWorkaroundIntel20 = 1u << 2,
+    // "opensesspriv": Open Session asks for the privilege level RAKP message 1 asks for, rather
+    // than "the highest", for BMCs that derive the keys from Open Session's level.
+    kWorkaroundOpenSessionPrivilege = 1u << 3,
+};
+
+// The workaround of a FreeIPMI name, or nullopt for a name this client has no use for.
+std::optional<IpmiWorkaround> ipmiWorkaroundNamed(const std::string& name);
+// The names of the workarounds in `flags`, in the order of the enum.
+std::vector<std::string> ipmiWorkaroundNames(unsigned flags);
 
 struct IpmiClientSettings {
-    std::optional<unsigned long> cipherSuite;  // in place of the one the constructor takes
+    // In place of the one the constructor takes; kChooseCipherSuite: asked of the BMC
+    std::optional<unsigned long> cipherSuite;
     // 2 user, 3 operator, 4 administrator (IPMI v2.0 table 22-28); unset: the highest level the
     // BMC grants the user (TOLMAR_IPMI_PRIVILEGE: admin, operator or user)
     std::optional<unsigned char> privilegeLevel;
@@ -22,6 +50,9 @@ struct IpmiClientSettings {
     std::optional<std::chrono::milliseconds> sessionTimeout;
     // Between sends of an unanswered packet (TOLMAR_IPMI_RETRANSMISSION_TIMEOUT_MS, 1 s)
     std::optional<std::chrono::milliseconds> retransmissionTimeout;
+    // Workarounds by name (ipmiWorkaroundNamed); a name it does not know makes the settings
+    // unusable (none)
+    std::vector<std::string> workarounds;
 };
 
 // The settings of the IpmiClients constructed on the calling thread while it lives; each client
@@ -48,7 +79,8 @@ struct EffectiveIpmiClientSettings {
     bool allowCipherSuiteZero = false;
     std::chrono::milliseconds sessionTimeout{0};
     std::chrono::milliseconds retransmissionTimeout{0};
-    std::string unusable;  // why these settings cannot open a session, or empty
+    unsigned workarounds = 0;  // IpmiWorkaround flags
+    std::string unusable;      // why these settings cannot open a session, or empty
 };
 
 // `settings`, with what they leave unset taken from the environment or the built-in defaults (the
