@@ -20,6 +20,7 @@
 #include "IpmiCompletionCode.h"
 #include "Log.h"
 #include "RmcpPlusSession.h"
+#include "SdrRecordReads.h"
 #include "Secret.h"
 
 namespace {
@@ -197,6 +198,7 @@ struct IpmiClient::Session {
     std::unique_ptr<RmcpPlusSession> rmcpPlus;  // an open LAN session, or null
     ipmi_ctx_t context = nullptr;               // an open in-band interface, or null
     std::string inbandUnanswered = {};  // why a request of `context` went unanswered, once one did
+    SdrRecordReads sdrReads = {};       // SDR records read whole from BMCs that answer short
 
     bool isOpen() const { return rmcpPlus != nullptr || context != nullptr; }
     // "address:port", as messages show it.
@@ -214,7 +216,8 @@ struct IpmiClient::Session {
         return target() + "|" + user + "|" + std::to_string(cipherSuite);
     }
     unsigned char userPrivilegeLimit(unsigned char granted);
-    // One request, traced: true with the completion code and data in `answer`.
+    // One request, traced: true with the completion code and data in `answer`. A Get SDR for a
+    // record's rest answered short is completed in pieces, each traced.
     bool exchange(unsigned char netFn, unsigned char command, const Bytes& data, Bytes& answer);
     // The same without the trace, by the open transport.
     bool transfer(unsigned char netFn, unsigned char command, const Bytes& data, Bytes& answer);
@@ -387,6 +390,7 @@ int IpmiClient::Session::openInband() {
 
 void IpmiClient::Session::close() {
     rmcpPlus.reset();  // sends Close Session
+    sdrReads.forget();
     if (context == nullptr) return;
     ipmi_ctx_close(context);
     ipmi_ctx_destroy(context);
@@ -398,10 +402,14 @@ void IpmiClient::disconnect() { session_->close(); }
 
 bool IpmiClient::Session::exchange(unsigned char netFn, unsigned char command, const Bytes& data,
                                    Bytes& answer) {
-    traceRequest(target(), netFn, command, data);
-    if (!transfer(netFn, command, data, answer)) return false;
-    traceAnswer(target(), netFn, command, answer);
-    return true;
+    const auto traced = [this](unsigned char fn, unsigned char code, const Bytes& request,
+                               Bytes& response) {
+        traceRequest(target(), fn, code, request);
+        if (!transfer(fn, code, request, response)) return false;
+        traceAnswer(target(), fn, code, response);
+        return true;
+    };
+    return sdrReads.exchange(netFn, command, data, answer, traced);
 }
 
 bool IpmiClient::Session::transfer(unsigned char netFn, unsigned char command, const Bytes& data,

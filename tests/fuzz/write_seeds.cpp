@@ -1,7 +1,7 @@
 // Writes the fuzzers' seed corpora from the sample server's records:
 // and the answers of a BMC over RMCP+:
 //   write_seeds DIR  ->  DIR/event_log, DIR/event_builder, DIR/auxiliary_log, DIR/rmcp_plus_codec,
-//                        DIR/follower_state, DIR/scrape_request
+//                        DIR/follower_state, DIR/scrape_request, DIR/sdr_record_reads
 #include <sys/stat.h>
 
 #include <cstdio>
@@ -97,8 +97,9 @@ int main(int argc, char** argv) {
         return 2;
     }
     const std::string dir = argv[1];
-    for (const char* name : {"", "/event_log", "/event_builder", "/auxiliary_log",
-                             "/rmcp_plus_codec", "/follower_state", "/scrape_request"}) {
+    for (const char* name :
+         {"", "/event_log", "/event_builder", "/auxiliary_log", "/rmcp_plus_codec",
+          "/follower_state", "/scrape_request", "/sdr_record_reads"}) {
         mkdir((dir + name).c_str(), 0755);
     }
     write(dir + "/event_log/sample", eventLogTranscript());
@@ -185,5 +186,22 @@ int main(int argc, char** argv) {
         write(dir + "/scrape_request/" + std::to_string(request.size()),
               Bytes(request.begin(), request.end()));
     }
+    // A sample sensor record read as a BMC with a small buffer does: its header, its rest from
+    // the ID string's type/length byte refused with CAh, then pieces of at most 8 bytes.
+    Bytes reads = {47};
+    const auto answerWith = [&reads](unsigned char completionCode, const Bytes& bytes) {
+        reads.push_back(static_cast<unsigned char>(3 + bytes.size()));
+        reads.insert(reads.end(), {completionCode, 0x02, 0x00});
+        reads.insert(reads.end(), bytes.begin(), bytes.end());
+    };
+    answerWith(0x00, Bytes(sdr.begin(), sdr.begin() + 10));
+    answerWith(0xCA, {});  // FFh
+    answerWith(0xCA, {});  // 16 bytes
+    for (std::size_t at = 47; at < sdr.size(); at += 8) {
+        answerWith(0x00, Bytes(sdr.begin() + static_cast<std::ptrdiff_t>(at),
+                               sdr.begin() + static_cast<std::ptrdiff_t>(
+                                                 std::min<std::size_t>(at + 8, sdr.size()))));
+    }
+    write(dir + "/sdr_record_reads/sample", reads);
     return 0;
 }
