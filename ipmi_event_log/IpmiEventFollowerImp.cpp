@@ -1,5 +1,6 @@
 #include "IpmiEventFollowerImp.h"
 
+#include "CommandExchange.h"
 #include "IPMIAuxiliaryLog.h"
 #include "IpmiEventOperations.h"
 #include "IpmiException.h"
@@ -19,8 +20,12 @@ std::string bmcOf(const TolmarConnection::ConnectionInfo& info) {
                                                      : "local";
 }
 
+constexpr unsigned char kReserveSel = 0x42;
+constexpr std::size_t kReservationIdLength = 2;
 // Clear SEL's completion code for a reservation that a change to the SEL cancelled.
 constexpr unsigned char kReservationCancelled = 0xC5;
+// Some BMCs refuse Reserve SEL below the operator level, which Clear SEL needs anyway.
+constexpr unsigned char kInsufficientPrivilege = 0xD4;
 // Clears tried in one poll while records keep arriving.
 constexpr int kClearAttempts = 3;
 
@@ -48,6 +53,18 @@ std::string failureText(const PollResult& poll, const SelWalk& ending,
             return call.refusal.empty() ? "the client could not be created or lost its session"
                                         : call.refusal;
     }
+}
+
+// Why Reserve SEL gave no reservation, for a clear that could not be made.
+std::string reservationFailureText(const CommandResponse& reserved) {
+    if (reserved.status != 0) return "the SEL was not cleared: the BMC did not answer Reserve SEL";
+    if (reserved.completionCode == kCompletionOk)
+        return "the SEL was not cleared: the BMC answered Reserve SEL without a reservation ID";
+    std::string text = "the SEL was not cleared: the BMC answered Reserve SEL with " +
+                       completionCodeText(reserved.completionCode);
+    if (reserved.completionCode == kInsufficientPrivilege)
+        text += "; clearing the SEL needs the operator privilege level";
+    return text;
 }
 
 SelHealth healthOf(bool answered, const RepositoryStamps& stamps, const SelSpace& space) {
@@ -151,15 +168,14 @@ void IpmiEventFollowerImp::clearReadSel(IpmiClient& client, FollowerState& state
     for (int attempt = 0; attempt < kClearAttempts; ++attempt) {
         // The reservation comes before the last read: a record the BMC adds after that read
         // cancels it (IPMI v2.0 section 31.4), and the clear is refused rather than losing it.
-        unsigned char low = 0;
-        unsigned char high = 0;
-        if (!events.reservationSEL(low, high)) {
-            failure = "the SEL was not cleared: the BMC refused Reserve SEL";
+        const CommandResponse reserved = exchange(client, kNetFnStorage, kReserveSel, {});
+        if (!reserved.succeeded(kReservationIdLength)) {
+            failure = reservationFailureText(reserved);
             return;
         }
         readSelChanges(client, state, records, poll, ending);
         if (!poll.complete) return;
-        const CommandResponse answer = events.clearSel(low, high);
+        const CommandResponse answer = events.clearSel(reserved.data[0], reserved.data[1]);
         if (answer.status != 0) answer.raise();
         if (answer.completionCode == kCompletionOk) {
             poll.emptied = true;

@@ -59,12 +59,36 @@ Tolmar::ConnectionSettings settings(const Options& options) {
 
 std::string hostName(const std::string& host) { return host.empty() ? "the local BMC" : host; }
 
+namespace {
+
+// What a BMC answers a request the session's privilege level does not allow.
+constexpr unsigned char kInsufficientPrivilege = 0xD4;
+
+// A request that failed, by the BMC's last refusal in the call.
+std::string refusalText(const std::string& name, const HostResult& r) {
+    if (r.call.refusedCompletionCode == 0x00) {
+        return "the request to " + name +
+               " failed: a lost session or an answer that makes no sense (run with -v for "
+               "the exchange)";
+    }
+    if (r.call.refusedCompletionCode == kInsufficientPrivilege) {
+        return "the request to " + name + " failed: " + r.call.refusal +
+               ": the session's level does not allow it (changing the SEL needs operator; "
+               "see -L)";
+    }
+    return "the request to " + name + " failed: " + r.call.refusal;
+}
+
+}  // namespace
+
 std::string failureText(const std::string& host, const HostResult& r) {
     const std::string name = hostName(host);
     switch (r.result) {
         case IpmiEventLog::EL_NOT_SUPPORTED:
             return name + " does not support this request";
         case IpmiEventLog::EL_BUSY:
+            // Some BMCs refuse Reserve SEL below the operator level: not a busy BMC.
+            if (r.call.refusedCompletionCode == kInsufficientPrivilege) return refusalText(name, r);
             return name + " is busy (the SEL could not be reserved or is being erased): try again";
         case IpmiEventLog::EL_CONNECTION_FAIL:
             // The framework says what failed and what to check, where it could tell.
@@ -82,17 +106,7 @@ std::string failureText(const std::string& host, const HostResult& r) {
         case IpmiEventLog::EL_NOT_FOUND:
             return name + " has no SEL record with that ID";
         default:
-            if (r.call.refusedCompletionCode == 0x00) {
-                return "the request to " + name +
-                       " failed: a lost session or an answer that makes no sense (run with -v for "
-                       "the exchange)";
-            }
-            if (r.call.refusedCompletionCode == 0xD4) {
-                return "the request to " + name + " failed: " + r.call.refusal +
-                       ": the session's level does not allow it (changing the SEL needs operator; "
-                       "see -L)";
-            }
-            return "the request to " + name + " failed: " + r.call.refusal;
+            return refusalText(name, r);
     }
 }
 
