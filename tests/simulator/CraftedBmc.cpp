@@ -12,7 +12,8 @@
 
 namespace bmcsim {
 
-CraftedBmc::CraftedBmc(CraftedBehaviour behaviour) : responder_(std::move(behaviour)) {
+CraftedBmc::CraftedBmc(CraftedBehaviour behaviour, CommandAnswerer answerer)
+    : responder_(std::move(behaviour), std::move(answerer)) {
     socket_ = bindLoopback(SOCK_DGRAM, 0);
     if (socket_ < 0) throw std::runtime_error("cannot open the crafted BMC's UDP port");
     port_ = boundPort(socket_);

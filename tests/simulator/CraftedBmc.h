@@ -1,7 +1,8 @@
 // A small RMCP+ BMC of the tests' own, on a free UDP port of 127.0.0.1, for handshakes ipmi_sim
 // cannot produce: a BMC key (K_g), a resent RAKP message 3 refused, RAKP message 4 lost, session
 // ID 0, forged refusals. One user; in a session it answers Set Session Privilege Level, Get Device
-// ID and Close Session, and refuses other commands with C1h.
+// ID and Close Session, and other commands through its command answerer (an in-memory BMC's, say),
+// or refuses them with C1h without one.
 #pragma once
 
 #include <atomic>
@@ -14,7 +15,7 @@ namespace bmcsim {
 
 class CraftedBmc {
 public:
-    explicit CraftedBmc(CraftedBehaviour behaviour);
+    explicit CraftedBmc(CraftedBehaviour behaviour, CommandAnswerer answerer = nullptr);
     ~CraftedBmc();
     CraftedBmc(const CraftedBmc&) = delete;
     CraftedBmc& operator=(const CraftedBmc&) = delete;
@@ -29,6 +30,8 @@ public:
     int openSessionRequests() const { return responder_.openSessionRequests(); }
     // The privilege level of the last Set Session Privilege Level it granted.
     int grantedPrivilege() const { return responder_.grantedPrivilege(); }
+    // Reserve SEL requests refused for the session's privilege level.
+    int reservationsRefused() const { return responder_.reservationsRefused(); }
 
 private:
     void run();

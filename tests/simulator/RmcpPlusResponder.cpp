@@ -22,6 +22,11 @@ constexpr unsigned char kGetDeviceId = 0x01;
 constexpr unsigned char kGetChannelAuthenticationCapabilities = 0x38;
 constexpr unsigned char kSetSessionPrivilegeLevel = 0x3B;
 constexpr unsigned char kCloseSession = 0x3C;
+constexpr unsigned char kStorage = 0x0A;
+constexpr unsigned char kReserveSel = 0x42;
+constexpr unsigned char kUserLevel = 0x02;
+constexpr unsigned char kOperatorLevel = 0x03;
+constexpr unsigned char kInsufficientPrivilege = 0xD4;
 constexpr unsigned char kInvalidCommand = 0xC1;
 constexpr unsigned char kStatusInvalidSessionId = 0x02;
 constexpr unsigned char kStatusUnauthorizedRole = 0x0A;
@@ -76,6 +81,8 @@ struct RmcpPlusResponder::Session {
     RmcpPlusCodec::Rakp rakp;
     bool active = false;
     bool rakp4Sent = false;
+    // A session starts at the user level; Set Session Privilege Level moves it.
+    unsigned char privilege = kUserLevel;
     std::unique_ptr<RmcpPlusCodec> codec;
 };
 
@@ -224,7 +231,7 @@ void RmcpPlusResponder::inSession(const Bytes& datagram) {
         !session->codec->open(datagram.data(), datagram.size(), request) || request.size() < 7) {
         return;
     }
-    const CommandAnswer answer = answerInSession(request);
+    const CommandAnswer answer = answerInSession(*session, request);
     reply(session->codec->seal(ipmiAnswer(request, answer.completionCode, answer.data)));
     if (request[1] >> 2 == kApp && request[5] == kCloseSession)
         sessions_.erase(session->rakp.bmcSessionId);
@@ -232,12 +239,18 @@ void RmcpPlusResponder::inSession(const Bytes& datagram) {
 
 // The App commands of the session itself and Get Device ID are answered here; the rest by the
 // BMC's answerer, or refused.
-CommandAnswer RmcpPlusResponder::answerInSession(const Bytes& request) {
+CommandAnswer RmcpPlusResponder::answerInSession(Session& session, const Bytes& request) {
     const unsigned char netFn = request[1] >> 2;
     const unsigned char command = request[5];
     if (netFn == kApp && command == kSetSessionPrivilegeLevel && request.size() >= 8) {
         grantedPrivilege_ = request[6];
+        session.privilege = request[6];
         return {0x00, {request[6]}};
+    }
+    if (netFn == kStorage && command == kReserveSel && behaviour_.reserveSelNeedsOperator &&
+        session.privilege < kOperatorLevel) {
+        ++reservationsRefused_;
+        return {kInsufficientPrivilege, {}};
     }
     if (netFn == kApp && command == kGetDeviceId)
         return {0x00, {0x20, 0x01, 0x01, 0x00, 0x02, 0xBF, 0, 0, 0, 0, 0}};

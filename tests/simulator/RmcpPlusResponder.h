@@ -32,6 +32,9 @@ struct CraftedBehaviour {
     // Before each answer of the handshake, a refusal that does not carry the console's session ID:
     // status 0Ah (privilege) as tag and status alone, and 0Dh (name) with another session ID.
     bool forgeRefusals = false;
+    // Reserve SEL is refused with D4h (insufficient privilege level) in a session below the
+    // operator level, as on some BMCs, although reading the SEL needs only the user level.
+    bool reserveSelNeedsOperator = false;
 };
 
 // An answer to a request in a session: its completion code and the data after it.
@@ -61,6 +64,8 @@ public:
     int openSessionRequests() const { return openSessionRequests_; }
     // The privilege level of the last Set Session Privilege Level it granted.
     int grantedPrivilege() const { return grantedPrivilege_; }
+    // Reserve SEL requests refused for the session's privilege level.
+    int reservationsRefused() const { return reservationsRefused_; }
 
 private:
     struct Session;
@@ -71,7 +76,7 @@ private:
     void rakp1(const Bytes& request);
     void rakp3(const Bytes& request);
     void inSession(const Bytes& datagram);
-    CommandAnswer answerInSession(const Bytes& request);
+    CommandAnswer answerInSession(Session& session, const Bytes& request);
     void dropOldestSessionWhenFull();
     void sendSetup(unsigned char payloadType, const Bytes& payload);
     void reply(const Bytes& packet);
@@ -87,6 +92,7 @@ private:
     std::map<std::uint32_t, std::unique_ptr<Session>> sessions_;  // by the BMC's session ID
     std::atomic<int> openSessionRequests_{0};
     std::atomic<int> grantedPrivilege_{0};
+    std::atomic<int> reservationsRefused_{0};
 };
 
 }  // namespace bmcsim

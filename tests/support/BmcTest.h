@@ -80,14 +80,4 @@ inline Tolmar::TolmarConnection::ConnectionInfo lanConnection() {
     return info;
 }
 
-// A SEL record with the given record ID and the bytes after the ID (record type ... event data 3).
-inline SimulatedBmc::SelRecord selRecord(unsigned id, std::initializer_list<unsigned char> rest) {
-    SimulatedBmc::SelRecord record{};
-    record[0] = id & 0xFF;
-    record[1] = (id >> 8) & 0xFF;
-    std::size_t at = 2;
-    for (unsigned char byte : rest) record[at++] = byte;
-    return record;
-}
-
 }  // namespace sim

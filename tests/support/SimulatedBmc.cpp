@@ -111,6 +111,18 @@ void SimulatedBmc::storeSdr(const std::vector<unsigned char>& record) {
 
 void SimulatedBmc::limitSdrReads(unsigned char maxCount) { sdrReadLimit_ = maxCount; }
 
+void SimulatedBmc::overstateSdrLength(std::uint16_t recordId, unsigned char extra) {
+    sdrOverstatements_[recordId] = extra;
+}
+
+void SimulatedBmc::cutSdrRestReads(unsigned char most) { sdrRestLimit_ = most; }
+
+void SimulatedBmc::continueSdrChainWith(std::uint16_t nextId) { lastSdrNextId_ = nextId; }
+
+void SimulatedBmc::refuseSdr(std::uint16_t recordId, unsigned char completionCode) {
+    sdrRefusals_[recordId] = completionCode;
+}
+
 void SimulatedBmc::setLastReservationId(std::uint16_t id) { lastReservation_ = id; }
 
 void SimulatedBmc::addEventFilter(const EventFilter& filter) { filters_.push_back(filter); }
@@ -320,9 +332,28 @@ BmcResponse SimulatedBmc::getSdr(const Bytes& data) const {
     const long at = findSdr(word(data, 2));
     if (at < 0) return failure(kNotPresent);
     const std::size_t position = static_cast<std::size_t>(at);
+    const Bytes& record = sdrs_[position];
+    const auto refusal = sdrRefusals_.find(word(record, 0));
+    if (refusal != sdrRefusals_.end()) return failure(refusal->second);
     const std::uint16_t next =
-        position + 1 < sdrs_.size() ? word(sdrs_[position + 1], 0) : kLastRecord;
-    return readPart(next, sdrs_[position], offset, data[5]);
+        position + 1 < sdrs_.size() ? word(sdrs_[position + 1], 0) : lastSdrNextId_;
+    return readSdrPart(next, record, offset, data[5]);
+}
+
+BmcResponse SimulatedBmc::readSdrPart(std::uint16_t nextId, const Bytes& record,
+                                      unsigned char offset, unsigned char count) const {
+    Bytes served = record;
+    const auto overstated = sdrOverstatements_.find(word(record, 0));
+    if (overstated != sdrOverstatements_.end()) {
+        served[4] = static_cast<unsigned char>(served[4] + overstated->second);
+        if (count != kReadWholeRecord && offset + count > record.size())
+            return failure(kCannotReturnRequestedBytes);
+    }
+    BmcResponse response = readPart(nextId, served, offset, count);
+    constexpr std::size_t nextIdLength = 2;
+    if (count == kReadWholeRecord && response.data.size() > nextIdLength + sdrRestLimit_)
+        response.data.resize(nextIdLength + sdrRestLimit_);
+    return response;
 }
 
 BmcResponse SimulatedBmc::getPefParameter(const Bytes& data) const {

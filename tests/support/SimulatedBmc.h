@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <initializer_list>
 #include <map>
 #include <vector>
 
@@ -48,6 +49,18 @@ public:
     // Answers a Get SDR that asks for more than `maxCount` bytes (0xFF, "the rest", included) with
     // 0xCA, as BMCs with small message buffers do.
     void limitSdrReads(unsigned char maxCount);
+    // Record `recordId`'s header states `extra` bytes more than the record holds, as on some BMCs;
+    // a read of a given count that reaches past the record's real end is refused with CAh, one
+    // of "the rest" (FFh) gives what there is.
+    void overstateSdrLength(std::uint16_t recordId, unsigned char extra);
+    // A Get SDR for the rest of a record (FFh) gives at most `most` bytes, whatever is left: a
+    // short answer, as some BMCs give; reads of a given count are answered in full.
+    void cutSdrRestReads(unsigned char most);
+    // The last record's next-record ID is `nextId`, not FFFFh (the chain's end), as on some BMCs:
+    // the ID of no record, or of a record before it.
+    void continueSdrChainWith(std::uint16_t nextId);
+    // Every Get SDR for record `recordId` is refused with `completionCode`.
+    void refuseSdr(std::uint16_t recordId, unsigned char completionCode);
 
     // The reservation ID handed out last; the next reservation gets the one after it.
     void setLastReservationId(std::uint16_t id);
@@ -103,6 +116,8 @@ private:
     BmcResponse deleteSelEntry(const Bytes& data);
     BmcResponse clearSel(const Bytes& data);
     BmcResponse getSdr(const Bytes& data) const;
+    BmcResponse readSdrPart(std::uint16_t nextId, const Bytes& record, unsigned char offset,
+                            unsigned char count) const;
     BmcResponse getPefParameter(const Bytes& data) const;
     BmcResponse getAuxLogStatus(const Bytes& data) const;
     BmcResponse repositoryInfo(std::size_t records, const std::uint32_t (&stamps)[2],
@@ -131,6 +146,10 @@ private:
     std::uint16_t selReservation_ = 0;  // 0: none, or cancelled
     std::uint16_t sdrReservation_ = 0;
     unsigned sdrReadLimit_ = 0xFF;
+    std::map<std::uint16_t, unsigned char> sdrOverstatements_;  // record ID -> bytes claimed
+    unsigned sdrRestLimit_ = 0xFF;
+    std::uint16_t lastSdrNextId_ = 0xFFFF;
+    std::map<std::uint16_t, unsigned char> sdrRefusals_;  // record ID -> completion code
     bool answerRepositoryInfo_ = true;
     bool sameSecond_ = false;
     std::size_t selLimit_ = 0;  // 0: unlimited
@@ -143,5 +162,15 @@ private:
     std::uint32_t selStamps_[2] = {};  // most recent addition, most recent erase
     std::uint32_t sdrStamps_[2] = {};
 };
+
+// A SEL record with the given record ID and the bytes after the ID (record type ... event data 3).
+inline SimulatedBmc::SelRecord selRecord(unsigned id, std::initializer_list<unsigned char> rest) {
+    SimulatedBmc::SelRecord record{};
+    record[0] = id & 0xFF;
+    record[1] = (id >> 8) & 0xFF;
+    std::size_t at = 2;
+    for (unsigned char byte : rest) record[at++] = byte;
+    return record;
+}
 
 }  // namespace sim

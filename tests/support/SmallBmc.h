@@ -4,7 +4,6 @@
 
 #include <vector>
 
-#include "BmcTest.h"
 #include "IpmiEventLog.h"
 #include "SampleServer.h"
 #include "SimulatedBmc.h"
