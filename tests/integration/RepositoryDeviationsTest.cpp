@@ -59,11 +59,16 @@ public:
                 return CommandAnswer{response.completionCode, std::move(response.data)};
             });
     }
-    std::string host() const { return "127.0.0.1:" + std::to_string(crafted_->port()); }
+    unsigned short port() const { return crafted_->port(); }
+    std::string host() const { return "127.0.0.1:" + std::to_string(port()); }
     const CraftedBmc& crafted() const { return *crafted_; }
     void change(const std::function<void(sim::SimulatedBmc&)>& how) {
         std::lock_guard<std::mutex> lock(mutex_);
         how(memory_);
+    }
+    std::size_t selRecords() const {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return memory_.selRecords().size();
     }
     // The data of each Storage request with `command`, in the order they came.
     std::vector<Bytes> requests(unsigned char command) const {
@@ -86,9 +91,8 @@ class RepositoryDeviationsTest : public ::testing::Test {
 protected:
     Tolmar::TolmarConnection::ConnectionInfo connection() const {
         Tolmar::TolmarConnection::ConnectionInfo info;
-        const std::string host = deviant.host();
         info.ip = "127.0.0.1";
-        info.port = static_cast<unsigned short>(std::stoi(host.substr(host.find(':') + 1)));
+        info.port = deviant.port();
         info.user = account.user;
         info.password = account.password;
         info.cipherSuite = 3;
@@ -293,10 +297,11 @@ TEST_F(RepositoryDeviationsTest, BelowOperatorDeleteAndClearSayThePrivilegeLevel
         EXPECT_EQ(run.err, refused) << command;
         EXPECT_EQ(run.out, "") << command;
     }
-    EXPECT_EQ(deviant.memory().selRecords().size(), 3u);
+    EXPECT_EQ(deviant.selRecords(), 3u);
     const ToolRun asOperator = tool(deviant, "-L operator delete 1");
     EXPECT_EQ(asOperator.status, 0) << asOperator.err;
     EXPECT_EQ(asOperator.out, "HOST: deleted 1\n");
+    EXPECT_EQ(deviant.selRecords(), 2u);
 }
 
 TEST_F(RepositoryDeviationsTest, WithoutGetSelInfoEachRunListsOnlyWhatCameSinceTheLast) {
