@@ -7,6 +7,7 @@
 #include <atomic>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include "RmcpPlusResponder.h"
 
@@ -29,6 +30,10 @@ public:
     int openSessionRequests() const { return responder_.openSessionRequests(); }
     // The privilege level of the last Set Session Privilege Level it granted.
     int grantedPrivilege() const { return responder_.grantedPrivilege(); }
+    // Get Channel Cipher Suites requests received.
+    int cipherSuiteRequests() const { return responder_.cipherSuiteRequests(); }
+    // The cipher suite each Open Session proposed, in order; -1 for no known suite.
+    std::vector<int> proposedCipherSuites() const;
 
 private:
     void run();
