@@ -385,7 +385,7 @@ Failure IpmiClient::Session::discover(const EffectiveIpmiClientSettings& effecti
         return failure;
     }
     facts.ipmiVersion = probe.ipmiVersion();
-    if (probe.offeredCipherSuites()) facts.offeredCipherSuites = *probe.offeredCipherSuites();
+    facts.offeredCipherSuites = probe.offeredCipherSuites().value_or(Bytes{});
     suites = cipherSuiteCandidates(probe.offeredCipherSuites(), effective.allowCipherSuiteZero);
     return Failure::None;
 }
