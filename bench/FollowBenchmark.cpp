@@ -83,10 +83,10 @@ void pollCosts(const std::string& tool, std::size_t records) {
     bmc->addSelRecords({log.begin() + static_cast<long>(records) + 1, log.end()});
     printCost(log.size(), "follower: poll, 100 new records", through(link, poll));
     const std::string user = bmcsim::kAdministrator.name;
-    printCost(
-        log.size(), "ipmi-event-log list", through(link, [&] {
-            bench::runCommand(tool + " -H 127.0.0.1:" + port + " -U " + user + " -E -L admin list");
-        }));
+    printCost(log.size(), "ipmi-event-log list", through(link, [&] {
+                  bench::runCommand(tool + " -H 127.0.0.1:" + port + " -U " + user +
+                                    " -E -L admin -C 3 list");
+              }));
     printCost(log.size(), "ipmitool sel elist", through(link, [&] {
                   bench::runCommand(IPMITOOL " -I lanplus -H 127.0.0.1 -p " + port + " -U " + user +
                                     " -E -C 3 sel elist");

@@ -166,7 +166,7 @@ std::vector<Program> peerPrograms(const std::string& tool, const std::string& po
                                 "--sdr-cache-directory=" + cache;
     return {
         {"ipmi-event-log list",
-         tool + " -H 127.0.0.1:" + port + " -U " + user + " -E -L admin list", false},
+         tool + " -H 127.0.0.1:" + port + " -U " + user + " -E -L admin -C 3 list", false},
         {"ipmitool sel elist",
          IPMITOOL " -I lanplus -H 127.0.0.1 -p " + port + " -U " + user + " -E -C 3 sel elist",
          false},

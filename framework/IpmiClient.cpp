@@ -56,27 +56,36 @@ std::vector<unsigned char> privilegeLevels(unsigned char chosen) {
     return {std::begin(kPrivilegeLevels), std::end(kPrivilegeLevels)};
 }
 
+// What opened a session to a BMC, and what was learnt of the BMC on the way.
+struct Recipe {
+    unsigned char privilege;
+    unsigned long cipherSuite;  // the one chosen, where the client chose
+    std::string ipmiVersion;
+    std::vector<unsigned char> offeredCipherSuites;
+};
+
 // Every failed attempt to open a session can leave a half-open session on the BMC until it times
 // out, and BMCs have few of them (OpenIPMI's simulator refuses new ones after about 60). So the
-// privilege level that opened a session to a BMC, as a user with a cipher suite, is remembered for
-// the life of the process and tried first; only the first connection searches, and later ones
-// skip Get Channel Authentication Capabilities, whose answer they already had.
+// privilege level and cipher suite that opened a session to a BMC, as a user with the cipher suite
+// asked for, are remembered for the life of the process and tried first; only the first
+// connection searches, and later ones skip Get Channel Authentication Capabilities and Get Channel
+// Cipher Suites, whose answers they already had.
 class Recipes {
 public:
-    std::optional<unsigned char> find(const std::string& key) {
+    std::optional<Recipe> find(const std::string& key) {
         std::lock_guard<std::mutex> lock(mutex_);
-        const auto found = privileges_.find(key);
-        if (found == privileges_.end()) return std::nullopt;
+        const auto found = recipes_.find(key);
+        if (found == recipes_.end()) return std::nullopt;
         return found->second;
     }
-    void remember(const std::string& key, unsigned char privilege) {
+    void remember(const std::string& key, const Recipe& recipe) {
         std::lock_guard<std::mutex> lock(mutex_);
-        privileges_[key] = privilege;
+        recipes_[key] = recipe;
     }
 
 private:
     std::mutex mutex_;
-    std::map<std::string, unsigned char> privileges_;
+    std::map<std::string, Recipe> recipes_;
 };
 
 Recipes& recipes() {
@@ -103,6 +112,31 @@ OpenFailure classify(Failure failure) {
         default:
             return OpenFailure::Final;
     }
+}
+
+// Whether the BMC refused the session's cipher suite, so that a client choosing one tries the next:
+// IPMI v2.0's statuses for it, and those some BMCs send in place of 11h when refusing Open Session
+// for a suite they do not offer: 01h (insufficient resources), 0Ah (unauthorized role: Supermicro
+// X8DTG) and 12h (illegal parameter: MSI MS-91D2). Open Session names no user and asks for no
+// particular role, so these cannot be about the user; a BMC truly out of sessions refuses each
+// suite alike, at the cost of one exchange each.
+bool refusesCipherSuite(const RmcpPlusSession& session, Failure failure) {
+    constexpr unsigned char insufficientResources = 0x01;
+    constexpr unsigned char unauthorizedRole = 0x0A;
+    constexpr unsigned char illegalParameter = 0x12;
+    const unsigned char status = session.openSessionRefusal();
+    return failure == Failure::CipherSuiteRefused || status == insufficientResources ||
+           status == unauthorizedRole || status == illegalParameter;
+}
+
+// "17", "17 and 3", "17, 3 and 16".
+std::string suiteList(const std::vector<unsigned long>& suites) {
+    std::string text;
+    for (std::size_t i = 0; i < suites.size(); ++i) {
+        if (i > 0) text += i + 1 == suites.size() ? " and " : ", ";
+        text += std::to_string(suites[i]);
+    }
+    return text;
 }
 
 // What a person can do about a failed LAN session.
@@ -192,13 +226,16 @@ struct IpmiClient::Session {
     std::string user;
     std::string password;
     std::string port;
-    unsigned long cipherSuite;
+    unsigned long cipherSuite;  // an ID, or kChooseCipherSuite
     unsigned long localInterface;
     IpmiClientSettings settings;                // of the thread that constructed the client
     std::unique_ptr<RmcpPlusSession> rmcpPlus;  // an open LAN session, or null
     ipmi_ctx_t context = nullptr;               // an open in-band interface, or null
     std::string inbandUnanswered = {};  // why a request of `context` went unanswered, once one did
     SdrRecordReads sdrReads = {};       // SDR records read whole from BMCs that answer short
+    IpmiSessionFacts facts = {};        // what opening the LAN session learnt of the BMC
+
+    bool choosesCipherSuite() const { return cipherSuite == kChooseCipherSuite; }
 
     bool isOpen() const { return rmcpPlus != nullptr || context != nullptr; }
     // "address:port", as messages show it.
@@ -207,10 +244,22 @@ struct IpmiClient::Session {
     int openInband();
     // Logs why no session could be opened and gives connect()'s status.
     int openFailed(Failure failure, const std::string& why) const;
-    // One attempt to open a LAN session at a privilege level; `why` tells what failed.
-    // `openedBefore`: a session to this BMC, as this user, opened earlier in the process.
+    // Get Channel Authentication Capabilities and Get Channel Cipher Suites, into `facts`; the
+    // suites to try, in turn, into `suites`.
+    Failure discover(const EffectiveIpmiClientSettings& effective, unsigned char privilege,
+                     std::vector<unsigned long>& suites, std::string& why);
+    // One attempt to open a LAN session at a privilege level, with each of `suites` in turn
+    // while the BMC refuses them; `why` tells what failed. `openedBefore`: the BMC is known to
+    // speak IPMI v2.0 (a session to it opened earlier in the process, or it said so).
     Failure openAt(const EffectiveIpmiClientSettings& effective, unsigned char privilege,
-                   std::string& why, bool openedBefore);
+                   const std::vector<unsigned long>& suites, std::string& why, bool openedBefore);
+    RmcpPlusSession::Settings sessionSettings(const EffectiveIpmiClientSettings& effective,
+                                              unsigned long suite, unsigned char privilege,
+                                              bool openedBefore) const;
+    // What the session that opened holds, and what this one learnt before, for remembering.
+    Recipe recipe() const;
+    // "cipher suite 3", or what a client choosing one tried, for messages.
+    std::string suiteText() const;
     // What opened a session to this BMC, as this user with this cipher suite, before.
     std::string recipeKey() const {
         return target() + "|" + user + "|" + std::to_string(cipherSuite);
@@ -244,10 +293,15 @@ IpmiClient::IpmiClient(unsigned long localInterface)
 
 int IpmiClient::connect() {
     if (session_->isOpen()) return kConnected;
+    session_->facts = {};
     const int status = session_->lan ? session_->openLan() : session_->openInband();
-    if (status == kConnected && session_->rmcpPlus && !session_->rmcpPlus->signsPackets()) {
+    if (status != kConnected || !session_->rmcpPlus) return status;
+    // The departures from IPMI v2.0 the session coped with belong in facts.workarounds, as the
+    // session reports them.
+    ipmiCallRecordToUpdate().session = session_->facts;
+    if (!session_->rmcpPlus->signsPackets()) {
         std::string& warning = ipmiCallRecordToUpdate().warning;
-        warning = "cipher suite " + std::to_string(session_->cipherSuite) +
+        warning = "cipher suite " + std::to_string(session_->facts.cipherSuite) +
                   " has no integrity check: answers from " + session_->target() +
                   " can be forged or replayed by anyone on the network path; 17 and 3 have one";
         Log(1, kLogSource, __LINE__).Stream() << "warning: " << warning;
@@ -270,28 +324,37 @@ int IpmiClient::Session::openLan() {
     if (!effective.unusable.empty()) return openFailed(Failure::BadSettings, effective.unusable);
     const std::vector<unsigned char> levels = privilegeLevels(effective.privilegeLevel);
     const std::string key = recipeKey();
-    const std::optional<unsigned char> known = recipes().find(key);
+    const std::optional<Recipe> known = recipes().find(key);
     std::string why;
-    if (known && std::count(levels.begin(), levels.end(), *known)) {
-        const Failure failure = openAt(effective, *known, why, true);
+    if (known && std::count(levels.begin(), levels.end(), known->privilege)) {
+        facts.ipmiVersion = known->ipmiVersion;
+        facts.offeredCipherSuites = known->offeredCipherSuites;
+        const Failure failure =
+            openAt(effective, known->privilege, {known->cipherSuite}, why, true);
         if (failure == Failure::None) return kConnected;
         // Refused credentials stay refused at every level: no search.
         if (classify(failure) == OpenFailure::CredentialsRefused) return openFailed(failure, why);
+    }
+    std::vector<unsigned long> suites = {cipherSuite};
+    if (choosesCipherSuite()) {
+        const Failure failure = discover(effective, levels.front(), suites, why);
+        if (failure != Failure::None) return openFailed(failure, why);
     }
     const bool searching = levels.size() > 1;
     unsigned char ceiling = kAdministratorLevel;
     Failure failure = Failure::None;
     for (unsigned char privilege : levels) {
         if (privilege > ceiling) continue;
-        failure = openAt(effective, privilege, why, false);
+        failure = openAt(effective, privilege, suites, why, choosesCipherSuite());
         if (failure == Failure::None) {
             const unsigned char limit =
                 searching && privilege > kUserLevel ? userPrivilegeLimit(privilege) : privilege;
             if (limit >= privilege) {
-                recipes().remember(key, privilege);
+                recipes().remember(key, recipe());
                 return kConnected;
             }
             close();
+            suites = {static_cast<unsigned long>(facts.cipherSuite)};
             ceiling = limit;
             failure = Failure::PrivilegeRefused;
             why = "the user's privilege limit on the channel is lower";
@@ -307,30 +370,82 @@ int IpmiClient::Session::openFailed(Failure failure, const std::string& why) con
     std::string& connectFailure = ipmiCallRecordToUpdate().connectFailure;
     connectFailure = why + "; " + adviceFor(failure);
     Log(1, kLogSource, __LINE__).Stream()
-        << "cannot open an IPMI v2.0 session to " << target() << " as user \"" << user
-        << "\" with cipher suite " << cipherSuite << ": " << connectFailure;
+        << "cannot open an IPMI v2.0 session to " << target() << " as user \"" << user << "\" with "
+        << suiteText() << ": " << connectFailure;
     const OpenFailure kind = classify(failure);
     return kind == OpenFailure::CredentialsRefused || kind == OpenFailure::PrivilegeRefused
                ? kCredentialsRefused
                : kFailed;
 }
 
+Failure IpmiClient::Session::discover(const EffectiveIpmiClientSettings& effective,
+                                      unsigned char privilege, std::vector<unsigned long>& suites,
+                                      std::string& why) {
+    RmcpPlusSession probe(sessionSettings(effective, 0, privilege, false));
+    const Failure failure = probe.discover();
+    if (failure != Failure::None) {
+        why = probe.failureText();
+        return failure;
+    }
+    facts.ipmiVersion = probe.ipmiVersion();
+    facts.offeredCipherSuites = probe.offeredCipherSuites().value_or(Bytes{});
+    suites = cipherSuiteCandidates(probe.offeredCipherSuites(), effective.allowCipherSuiteZero);
+    return Failure::None;
+}
+
 Failure IpmiClient::Session::openAt(const EffectiveIpmiClientSettings& effective,
-                                    unsigned char privilege, std::string& why, bool openedBefore) {
+                                    unsigned char privilege,
+                                    const std::vector<unsigned long>& suites, std::string& why,
+                                    bool openedBefore) {
+    Failure failure = Failure::None;
+    for (unsigned long suite : suites) {
+        auto session = std::make_unique<RmcpPlusSession>(
+            sessionSettings(effective, suite, privilege, openedBefore));
+        failure = session->open();
+        if (failure == Failure::None) {
+            if (!session->ipmiVersion().empty()) facts.ipmiVersion = session->ipmiVersion();
+            facts.cipherSuite = static_cast<int>(suite);
+            facts.privilegeLevel = privilege;
+            rmcpPlus = std::move(session);
+            return failure;
+        }
+        why = session->failureText();
+        if (!refusesCipherSuite(*session, failure)) return failure;
+        // The BMC answered Get Channel Authentication Capabilities, if it was asked.
+        openedBefore = true;
+    }
+    if (suites.size() > 1) why += " (cipher suites tried in turn: " + suiteList(suites) + ")";
+    return failure;
+}
+
+RmcpPlusSession::Settings IpmiClient::Session::sessionSettings(
+    const EffectiveIpmiClientSettings& effective, unsigned long suite, unsigned char privilege,
+    bool openedBefore) const {
     // A retransmission interval above the session timeout would never resend.
     const auto retransmission =
         std::min(effective.retransmissionTimeout,
                  std::max(std::chrono::milliseconds(1), effective.sessionTimeout / 2));
-    auto session = std::make_unique<RmcpPlusSession>(RmcpPlusSession::Settings{
-        address, port, user, password, effective.bmcKey, cipherSuite, privilege,
-        effective.sessionTimeout, retransmission, effective.allowCipherSuiteZero, openedBefore});
-    const Failure failure = session->open();
-    if (failure == Failure::None) {
-        rmcpPlus = std::move(session);
-    } else {
-        why = session->failureText();
-    }
-    return failure;
+    return {address,
+            port,
+            user,
+            password,
+            effective.bmcKey,
+            suite,
+            privilege,
+            effective.sessionTimeout,
+            retransmission,
+            effective.allowCipherSuiteZero,
+            openedBefore};
+}
+
+Recipe IpmiClient::Session::recipe() const {
+    return {facts.privilegeLevel, static_cast<unsigned long>(facts.cipherSuite), facts.ipmiVersion,
+            facts.offeredCipherSuites};
+}
+
+std::string IpmiClient::Session::suiteText() const {
+    if (!choosesCipherSuite()) return "cipher suite " + std::to_string(cipherSuite);
+    return "the cipher suite chosen of those the BMC offers";
 }
 
 // Some BMCs grant the requested level without checking it against the user's limit on the

@@ -126,12 +126,9 @@ bool RmcpPlusCodec::ipmiResponse(const Bytes& message, unsigned char netFn, unsi
     return true;
 }
 
-Bytes RmcpPlusCodec::channelAuthenticationCapabilitiesRequest(unsigned char privilege) {
-    constexpr unsigned char app = 0x06;
-    constexpr unsigned char getChannelAuthenticationCapabilities = 0x38;
-    // Channel 0Eh (the one this arrives on) with bit 7: report IPMI v2.0 capabilities.
-    const Bytes message =
-        ipmiRequest(app, getChannelAuthenticationCapabilities, 0, {0x8E, privilege});
+Bytes RmcpPlusCodec::sessionlessRequest(unsigned char netFn, unsigned char command,
+                                        unsigned char sequence, const Bytes& data) {
+    const Bytes message = ipmiRequest(netFn, command, sequence, data);
     Bytes packet(kRmcpHeader, kRmcpHeader + kRmcpHeaderLength);
     // IPMI v1.5 session header: no authentication, sequence number and session ID 0.
     packet.push_back(kAuthTypeNone);
@@ -139,6 +136,26 @@ Bytes RmcpPlusCodec::channelAuthenticationCapabilitiesRequest(unsigned char priv
     packet.push_back(static_cast<unsigned char>(message.size()));
     packet.insert(packet.end(), message.begin(), message.end());
     return packet;
+}
+
+Bytes RmcpPlusCodec::channelAuthenticationCapabilitiesRequest(unsigned char privilege) {
+    constexpr unsigned char app = 0x06;
+    constexpr unsigned char getChannelAuthenticationCapabilities = 0x38;
+    // Channel 0Eh (the one this arrives on) with bit 7: report IPMI v2.0 capabilities.
+    return sessionlessRequest(app, getChannelAuthenticationCapabilities, 0, {0x8E, privilege});
+}
+
+Bytes RmcpPlusCodec::channelCipherSuitesRequest(unsigned char listIndex) {
+    constexpr unsigned char app = 0x06;
+    constexpr unsigned char getChannelCipherSuites = 0x54;
+    constexpr unsigned char thisChannel = 0x0E;
+    constexpr unsigned char ipmiPayload = 0x00;
+    constexpr unsigned char byCipherSuite = 0x80;
+    // The list index is the request's sequence number too, so that a late answer for one part is
+    // not taken for the next.
+    return sessionlessRequest(
+        app, getChannelCipherSuites, listIndex,
+        {thisChannel, ipmiPayload, static_cast<unsigned char>(byCipherSuite | listIndex)});
 }
 
 bool RmcpPlusCodec::sessionlessMessage(const unsigned char* datagram, std::size_t size,

@@ -43,6 +43,12 @@ public:
     // Get Channel Authentication Capabilities for this channel with the IPMI v2.0 extended data,
     // in the IPMI v1.5 session-less packet every BMC answers.
     static Bytes channelAuthenticationCapabilitiesRequest(unsigned char privilege);
+    // Get Channel Cipher Suites (IPMI v2.0 section 22.15) for this channel's IPMI messages, the
+    // part `listIndex` (0 to 3Fh, 16 bytes each) of the list by cipher suite, in the same packet.
+    static Bytes channelCipherSuitesRequest(unsigned char listIndex);
+    // An IPMI request outside a session, in an IPMI v1.5 session-less packet.
+    static Bytes sessionlessRequest(unsigned char netFn, unsigned char command,
+                                    unsigned char sequence, const Bytes& data);
     // The IPMI message in a session-less IPMI v1.5 packet.
     static bool sessionlessMessage(const unsigned char* datagram, std::size_t size, Bytes& message);
 

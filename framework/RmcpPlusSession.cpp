@@ -159,6 +159,15 @@ RmcpPlusSession::Failure RmcpPlusSession::open() {
     return failure;
 }
 
+RmcpPlusSession::Failure RmcpPlusSession::discover() {
+    const Clock::time_point deadline = Clock::now() + settings_.timeout;
+    Failure failure = openSocket();
+    if (failure == Failure::None) failure = askForIpmi20(deadline);
+    if (failure == Failure::None) offeredCipherSuites_ = askForCipherSuites(deadline);
+    close();
+    return failure;
+}
+
 RmcpPlusSession::Failure RmcpPlusSession::establish(Clock::time_point deadline) {
     restartable_ = false;
     Failure failure = openSession(deadline);
@@ -208,10 +217,45 @@ RmcpPlusSession::Failure RmcpPlusSession::askForIpmi20(Clock::time_point deadlin
     // Completion code, channel, authentication types (bit 7: IPMI v2.0 data follows), status,
     // extended capabilities (bit 1: IPMI v2.0 sessions). A BMC that fails the command may still
     // speak RMCP+: Open Session tells.
-    const bool refuses =
-        answer.size() >= 5 && answer[0] == 0x00 && (!(answer[2] & 0x80) || !(answer[4] & 0x02));
-    if (refuses) return fail(Failure::Ipmi20Unavailable, "the BMC offers no IPMI v2.0 sessions");
+    if (answer.size() < 5 || answer[0] != 0x00) return Failure::None;
+    const bool speaks20 = (answer[2] & 0x80) && (answer[4] & 0x02);
+    ipmiVersion_ = speaks20 ? "2.0" : "1.5";
+    if (!speaks20) return fail(Failure::Ipmi20Unavailable, "the BMC offers no IPMI v2.0 sessions");
     return Failure::None;
+}
+
+// Part after part of the list until one carries fewer than 16 bytes of records, at most the 64
+// the list index can name. A BMC may ignore the command; having answered Get Channel
+// Authentication Capabilities, it is given two resend intervals (each at least twice that round
+// trip) for each part, not the session's whole timeout. A part unanswered or refused ends the
+// list; none when the first is.
+std::optional<RmcpPlusSession::Bytes> RmcpPlusSession::askForCipherSuites(
+    Clock::time_point deadline) {
+    constexpr unsigned char getChannelCipherSuites = 0x54;
+    constexpr std::size_t partLength = 16;
+    constexpr unsigned char parts = 64;
+    Bytes records;
+    for (unsigned char index = 0; index < parts; ++index) {
+        const Bytes request = RmcpPlusCodec::channelCipherSuitesRequest(index);
+        Bytes message;
+        Bytes answer;
+        const bool answered =
+            transact([&] { return send(request); },
+                     [&](const unsigned char* datagram, std::size_t size) {
+                         return RmcpPlusCodec::sessionlessMessage(datagram, size, message) &&
+                                RmcpPlusCodec::ipmiResponse(message, kApp, getChannelCipherSuites,
+                                                            index, answer);
+                     },
+                     std::min(deadline, Clock::now() + 2 * firstResendInterval()), Resend::Steady);
+        // Completion code, channel, records.
+        if (!answered || answer.size() < 2 || answer[0] != 0x00) {
+            if (index == 0) return std::nullopt;
+            break;
+        }
+        records.insert(records.end(), answer.begin() + 2, answer.end());
+        if (answer.size() - 2 < partLength) break;
+    }
+    return listedCipherSuites(records);
 }
 
 RmcpPlusSession::Failure RmcpPlusSession::openSession(Clock::time_point deadline) {
@@ -229,8 +273,10 @@ RmcpPlusSession::Failure RmcpPlusSession::openSession(Clock::time_point deadline
     }
     // Tag, status, maximum privilege, reserved, our session ID, the BMC's session ID, then the
     // three algorithm records: type, two reserved bytes, length, algorithm, three reserved bytes.
-    if (answer[1] != 0x00)
+    if (answer[1] != 0x00) {
+        openSessionRefusal_ = answer[1];
         return fail(failureFor(answer[1]), "Open Session refused: " + statusText(answer[1]));
+    }
     ByteReader fields(answer, 8);
     const std::uint32_t bmcSessionId = fields.u32();
     unsigned char algorithms[3];

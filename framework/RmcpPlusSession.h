@@ -8,6 +8,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -58,6 +59,15 @@ public:
     RmcpPlusSession& operator=(const RmcpPlusSession&) = delete;
 
     Failure open();
+    // In place of open(), for a client choosing its cipher suite: Get Channel Authentication
+    // Capabilities, then Get Channel Cipher Suites, both outside a session; no session opens.
+    Failure discover();
+    // "2.0" or "1.5", as Get Channel Authentication Capabilities told; empty when not asked.
+    const std::string& ipmiVersion() const { return ipmiVersion_; }
+    // The suites Get Channel Cipher Suites listed; none when not asked, unanswered or refused.
+    const std::optional<Bytes>& offeredCipherSuites() const { return offeredCipherSuites_; }
+    // The RMCP+ status the BMC refused Open Session with; 00h when it did not.
+    unsigned char openSessionRefusal() const { return openSessionRefusal_; }
     // Whether the open session's packets carry integrity check values: without them, answers can
     // be forged or replayed by anyone on the path.
     bool signsPackets() const { return suite_.signsPackets(); }
@@ -75,6 +85,7 @@ private:
     Failure fail(Failure failure, std::string text);
     Failure openSocket();
     Failure askForIpmi20(Clock::time_point deadline);
+    std::optional<Bytes> askForCipherSuites(Clock::time_point deadline);
     // Open Session to Set Session Privilege Level, once.
     Failure establish(Clock::time_point deadline);
     Failure openSession(Clock::time_point deadline);
@@ -147,5 +158,8 @@ private:
     bool restartable_ = false;
     std::chrono::nanoseconds roundTrip_{0};  // of the last answered exchange, from its first send
     std::string failureText_;
+    std::string ipmiVersion_;
+    std::optional<Bytes> offeredCipherSuites_;
+    unsigned char openSessionRefusal_ = 0x00;
     Bytes datagram_;
 };

@@ -2,6 +2,7 @@
 
 #include "Options.h"
 
+#include <IpmiConnectionSettings.h>
 #include <fnmatch.h>
 #include <sys/stat.h>
 
@@ -70,10 +71,7 @@ public:
             module_.timeoutMs = static_cast<unsigned>(
                 file_.number(*timeout, 1, kMaxTimeoutMs, "a number of milliseconds"));
         }
-        if (const YamlEntry* suite = find("cipher_suite")) {
-            module_.cipherSuite =
-                static_cast<unsigned short>(file_.number(*suite, 1, 255, "a cipher suite"));
-        }
+        if (const YamlEntry* suite = find("cipher_suite")) readCipherSuite(*suite);
         if (const YamlEntry* port = find("port")) {
             module_.port = static_cast<unsigned short>(file_.number(*port, 1, 65535, "a UDP port"));
         }
@@ -178,6 +176,14 @@ private:
         }
     }
 
+    // "auto", or a suite ID from 1 to 255.
+    void readCipherSuite(const YamlEntry& entry) {
+        module_.cipherSuite =
+            file_.text(entry) == "auto"
+                ? Tolmar::ConnectionSettings::AutoCipherSuite
+                : static_cast<unsigned short>(file_.number(entry, 1, 255, "a cipher suite"));
+    }
+
     // ipmi_exporter's keys that we take but have no use for, in the file's order.
     void warnOfUnused() {
         for (const YamlEntry& entry : keys_) {
@@ -189,11 +195,18 @@ private:
         }
     }
 
-    // FreeIPMI's workarounds for its own commands: none of them changes what we do.
+    // FreeIPMI's workarounds: those the library takes go to the module's sessions; the others
+    // are for FreeIPMI's own commands, or for what this client copes with on its own.
     void warnOfFlags(const YamlEntry& entry) {
+        const std::vector<std::string> known = Tolmar::WorkaroundNames();
         for (const YamlEntry& element : file_.elements(entry)) {
-            warnings_.push_back(file_.message(
-                element, quoted(file_.text(element)) + " is not used by ipmi-event-log"));
+            const std::string name = file_.text(element);
+            if (contains(known, name)) {
+                if (!contains(module_.workarounds, name)) module_.workarounds.push_back(name);
+            } else {
+                warnings_.push_back(
+                    file_.message(element, quoted(name) + " is not used by ipmi-event-log"));
+            }
         }
     }
 

@@ -19,8 +19,9 @@ struct ExporterModule {
     std::string password;
     std::string privilege;              // admin, operator, user; empty: the highest the BMC grants
     std::optional<unsigned> timeoutMs;  // the session timeout
-    std::optional<unsigned short> cipherSuite;
-    std::optional<std::string> bmcKey;  // K_g, as text
+    std::optional<unsigned short> cipherSuite;  // an ID, or Tolmar::ConnectionSettings's auto
+    std::vector<std::string> workarounds;       // workaround_flags the library takes
+    std::optional<std::string> bmcKey;          // K_g, as text
     unsigned short port = 623;
     std::vector<std::string> hosts;  // glob patterns of the targets' hosts; empty: any target
     // Why a scrape with this module is refused (a driver we do not speak); empty: it is not.

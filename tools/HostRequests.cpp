@@ -54,6 +54,9 @@ Tolmar::ConnectionSettings settings(const Options& options) {
     settings.privilege = privilegeSetting(options.privilege);
     if (options.insecureCipherSuiteZero) settings.allowCipherSuiteZero = true;
     settings.bmcKey = options.bmcKey;
+    if (options.cipherSuite == Tolmar::ConnectionSettings::AutoCipherSuite)
+        settings.cipherSuite = options.cipherSuite;
+    settings.workarounds = options.workarounds;
     return settings;
 }
 
@@ -123,6 +126,36 @@ std::string incompleteText(const std::string& host, const HostResult& r, const O
 }
 
 namespace {
+
+const char* privilegeText(Tolmar::ConnectionSettings::Privilege privilege) {
+    using Privilege = Tolmar::ConnectionSettings::Privilege;
+    switch (privilege) {
+        case Privilege::Administrator:
+            return "administrator";
+        case Privilege::Operator:
+            return "operator";
+        default:
+            return "user";
+    }
+}
+
+std::string joined(const std::vector<std::string>& words, const std::string& separator) {
+    std::string text;
+    for (const std::string& word : words) text += (text.empty() ? "" : separator) + word;
+    return text;
+}
+
+// The cipher suites the BMC listed; why none are known: a suite was given, so none were asked
+// for, or the BMC listed none.
+std::string offeredText(const Tolmar::SessionReport& session, const Options& options) {
+    if (!session.offeredCipherSuites.empty()) {
+        std::vector<std::string> ids;
+        for (std::uint16_t id : session.offeredCipherSuites) ids.push_back(std::to_string(id));
+        return joined(ids, " ");
+    }
+    return options.cipherSuite == Tolmar::ConnectionSettings::AutoCipherSuite ? "none listed"
+                                                                              : "not asked";
+}
 
 bool keep(const IPMIEVENT& event, const Options& options) {
     if (event.severity < options.minimumSeverity) return false;
@@ -231,6 +264,16 @@ void listNewEvents(const Options& options, const std::string& host, HostResult& 
 
 }  // namespace
 
+std::string sessionText(const Tolmar::SessionReport& session, const Options& options) {
+    if (!session.cipherSuite) return "";
+    return "  IPMI version: " + (session.ipmiVersion.empty() ? "unknown" : session.ipmiVersion) +
+           "\n  cipher suites offered: " + offeredText(session, options) +
+           "\n  cipher suite: " + std::to_string(*session.cipherSuite) + "\n  privilege level: " +
+           (session.privilege ? privilegeText(*session.privilege) : "unknown") +
+           "\n  workarounds: " +
+           (session.workarounds.empty() ? "none" : joined(session.workarounds, ", ")) + "\n";
+}
+
 HostResult run(const Options& options, const std::string& host) {
     IpmiEventLog log(connection(options, host));
     HostResult out;
@@ -287,6 +330,7 @@ HostResult run(const Options& options, const std::string& host) {
                      : status == 2 ? IpmiEventLog::EL_AUTHTICATION_FAIL
                                    : IpmiEventLog::EL_CONNECTION_FAIL;
         out.note = hostName(host) + ": connected\n";
+        if (options.verbose) out.note += sessionText(scope.LastCall().session, options);
     }
     // A poll's report came with it; the deletes kept the worst.
     const bool reported = command == "delete" || (command == "list" && !options.statePath.empty());

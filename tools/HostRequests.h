@@ -52,6 +52,9 @@ std::optional<Tolmar::ConnectionSettings::Privilege> privilegeSetting(const std:
 // How the command line asks sessions to be opened; the rest from the environment's defaults.
 Tolmar::ConnectionSettings settings(const Options& options);
 std::string hostName(const std::string& host);
+// status -v: what the client learnt of the BMC in opening its session, a line each, indented;
+// nothing when no LAN session opened.
+std::string sessionText(const Tolmar::SessionReport& session, const Options& options);
 // One line naming the host, the cause and what to check.
 std::string failureText(const std::string& host, const HostResult& result);
 std::string incompleteText(const std::string& host, const HostResult& result,

@@ -43,16 +43,20 @@ const char* const kUsage =
     "                    once it starts, but visible to other users until then)\n"
     "  -k KEY            the BMC key (K_g), where the BMC has one; -y HEX the same in\n"
     "                    hexadecimal (both erased from the process's arguments as -P is)\n"
-    "  -C, --cipher-suite N   cipher suite ID (3)\n"
+    "  -C, --cipher-suite N   cipher suite ID, or auto: the strongest the BMC offers,\n"
+    "                    asked of it (auto)\n"
     "  --insecure-cipher-suite-0   allow cipher suite 0: no authentication, any password\n"
     "  -L, --privilege L      admin, operator or user (the highest the BMC grants)\n"
+    "  --workaround NAME[,NAME...]   for BMCs that depart from IPMI v2.0, by FreeIPMI's\n"
+    "                    names (an unknown name is refused with the list)\n"
     "  --fanout N        hosts read at once (256; at most 4096)\n"
     "\n"
     "output:\n"
     "  --format F        table, json, jsonl or csv (table)\n"
     "  --wide            full texts in the table, with the auxiliary log\n"
     "  --localtime       time stamps in local time (the BMC's are UTC)\n"
-    "  -v                trace the IPMI exchange on standard error\n"
+    "  -v                trace the IPMI exchange on standard error; status: what was\n"
+    "                    learnt of the BMC\n"
     "\n"
     "filters (list):\n"
     "  --severity MIN    info, warning or critical\n"
@@ -119,6 +123,16 @@ Format parseFormat(const std::string& text) {
     return found->second;
 }
 
+// "a, b and c".
+std::string joined(const std::vector<std::string>& names) {
+    std::string text;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        if (i > 0) text += i + 1 == names.size() ? " and " : ", ";
+        text += names[i];
+    }
+    return text;
+}
+
 std::string passwordFromFile(const std::string& path) {
     try {
         return firstLineOf(path);
@@ -170,6 +184,25 @@ std::string promptForPassword(const std::string& host) {
 }
 
 }  // namespace
+
+unsigned short parseCipherSuite(const std::string& text) {
+    if (text == "auto") return Tolmar::ConnectionSettings::AutoCipherSuite;
+    return static_cast<unsigned short>(parseNumber(text, 255, "cipher suite"));
+}
+
+void addWorkarounds(const std::string& text, std::vector<std::string>& workarounds) {
+    const std::vector<std::string> known = Tolmar::WorkaroundNames();
+    std::size_t start = 0;
+    while (start <= text.size()) {
+        const std::size_t comma = std::min(text.find(',', start), text.size());
+        const std::string name = text.substr(start, comma - start);
+        start = comma + 1;
+        if (std::find(known.begin(), known.end(), name) == known.end())
+            throw UsageError("no workaround is named \"" + name + "\"; there are " + joined(known));
+        if (std::find(workarounds.begin(), workarounds.end(), name) == workarounds.end())
+            workarounds.push_back(name);
+    }
+}
 
 std::optional<std::string> privilegeName(std::string text) {
     for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
@@ -292,12 +325,13 @@ Options parseOptions(const std::vector<std::string>& args) {
         } else if (arg == "-y") {
             options.bmcKey = bmcKeyFromHex(value(i));
         } else if (arg == "-C" || arg == "--cipher-suite") {
-            options.cipherSuite =
-                static_cast<unsigned short>(parseNumber(value(i), 255, "cipher suite"));
+            options.cipherSuite = parseCipherSuite(value(i));
         } else if (arg == "--insecure-cipher-suite-0") {
             options.insecureCipherSuiteZero = true;
         } else if (arg == "-L" || arg == "--privilege") {
             options.privilege = parsePrivilege(value(i));
+        } else if (arg == "--workaround") {
+            addWorkarounds(value(i), options.workarounds);
         } else if (arg == "--format") {
             options.format = parseFormat(value(i));
         } else if (arg == "--wide") {

@@ -1,6 +1,8 @@
 // Command line of ipmi-event-log: the subcommand, its arguments, the connection and the output.
 #pragma once
 
+#include <IpmiConnectionSettings.h>
+
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -25,9 +27,11 @@ struct Options {
     // The BMC key K_g, from -k (as text) or -y (in hexadecimal); unset: TOLMAR_IPMI_BMC_KEY, else
     // none
     std::optional<std::string> bmcKey;
-    unsigned short cipherSuite = 3;
+    // An ID, or AutoCipherSuite: the strongest the BMC offers of those the library speaks
+    unsigned short cipherSuite = Tolmar::ConnectionSettings::AutoCipherSuite;
     bool insecureCipherSuiteZero = false;  // cipher suite 0 allowed (no authentication at all)
     std::string privilege;  // admin, operator, user; empty: the highest the BMC grants
+    std::vector<std::string> workarounds;  // of Tolmar::WorkaroundNames(), each once
     Format format = Format::Table;
     bool wide = false;
     bool localTime = false;
@@ -66,6 +70,13 @@ std::vector<std::string> expandHosts(const std::string& list);
 
 // A number in decimal or 0x-hexadecimal, at most `max`; `what` names it in the error.
 unsigned long parseNumber(const std::string& text, unsigned long max, const std::string& what);
+
+// -C's value: "auto" (AutoCipherSuite) or a cipher suite ID from 0 to 255.
+unsigned short parseCipherSuite(const std::string& text);
+
+// --workaround's value, "NAME[,NAME...]", added to `workarounds` each once; a name that
+// Tolmar::WorkaroundNames() does not list is refused.
+void addWorkarounds(const std::string& text, std::vector<std::string>& workarounds);
 
 // "admin", "operator" or "user" for a privilege level as ipmitool and FreeIPMI name them
 // (ADMINISTRATOR, OPERATOR, USER, in any case); none for another name.

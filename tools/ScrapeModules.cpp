@@ -89,6 +89,7 @@ bool ScrapeModules::resolve(const TargetKey& key, TargetConnection& connection,
     moduleOptions.cipherSuite = module.cipherSuite.value_or(options_.cipherSuite);
     moduleOptions.privilege = module.privilege;
     moduleOptions.bmcKey = module.bmcKey;
+    moduleOptions.workarounds = module.workarounds;
     connection = targetConnection(moduleOptions, target);
     if (module.timeoutMs)
         connection.settings.sessionTimeout = std::chrono::milliseconds(*module.timeoutMs);

@@ -17,8 +17,8 @@ struct IpmiSessionFacts {
     // "2.0" or "1.5", as Get Channel Authentication Capabilities reported it; empty when this
     // session did not ask (the process learnt it before) and nothing is remembered.
     std::string ipmiVersion;
-    // The cipher suite IDs Get Channel Cipher Suites listed, in its order; empty when not asked
-    // or not answered.
+    // The cipher suite IDs Get Channel Cipher Suites listed, in its order, as this process learnt
+    // them; empty when not asked (a cipher suite was given) or not answered.
     std::vector<unsigned char> offeredCipherSuites;
     int cipherSuite = -1;              // the suite the session opened with; -1: none opened
     unsigned char privilegeLevel = 0;  // the level it holds: 2 user, 3 operator, 4 administrator

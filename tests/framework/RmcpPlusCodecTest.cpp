@@ -148,6 +148,36 @@ TEST(RmcpPlusCodecTest, AsksForChannelCapabilitiesInAnIpmi15Packet) {
     EXPECT_FALSE(RmcpPlusCodec::sessionlessMessage(answer.data(), answer.size() - 1, message));
 }
 
+TEST(RmcpPlusCodecTest, AsksForAPartOfTheCipherSuitesInAnIpmi15Packet) {
+    // Channel 0Eh, IPMI payloads, list index 2 by cipher suite; the index is the sequence number.
+    EXPECT_EQ(RmcpPlusCodec::channelCipherSuitesRequest(2),
+              fromHex("06 00 FF 07 00 00 00 00 00 00 00 00 00 0A 20 18 C8 81 08 54 0E 00 82 93"));
+}
+
+TEST(RmcpPlusCodecTest, CipherSuiteRecordsAreReadByPositionWhateverTheirTags) {
+    // Standard records for 3 and 17, an OEM one for 80h (IANA 343), 3 again.
+    EXPECT_EQ(listedCipherSuites(fromHex("C0 03 01 41 81 C0 11 03 44 81 C1 80 57 01 00 01 41 81"
+                                         "C0 03 01 41 81")),
+              Bytes({3, 17, 0x80}));
+    // Integrity and confidentiality tagged 11b, as if each started a record.
+    EXPECT_EQ(listedCipherSuites(fromHex("C0 03 01 C1 C1 C0 11 03 C4 C1 C0 02 01 C1 C0")),
+              Bytes({3, 17, 2}));
+    // Bytes where no record starts are passed over; a record cut short is not one.
+    EXPECT_EQ(listedCipherSuites(fromHex("00 C0 01 01 40 80 C0 11 03")), Bytes({1}));
+    EXPECT_EQ(listedCipherSuites({}), Bytes());
+}
+
+TEST(RmcpPlusCodecTest, CandidateSuitesAreTheStrongestOfferedThen17And3) {
+    using Ids = std::vector<unsigned long>;
+    EXPECT_EQ(cipherSuiteCandidates(std::nullopt, false), Ids({17, 3}));
+    EXPECT_EQ(cipherSuiteCandidates(Bytes{}, false), Ids({17, 3}));
+    EXPECT_EQ(cipherSuiteCandidates(Bytes{3, 17}, false), Ids({17, 3}));
+    EXPECT_EQ(cipherSuiteCandidates(Bytes{3}, false), Ids({3, 17}));
+    EXPECT_EQ(cipherSuiteCandidates(Bytes{0, 1, 2, 4, 6, 7, 15, 16, 0x80}, false),
+              Ids({16, 2, 15, 1, 6, 17, 3}));
+    EXPECT_EQ(cipherSuiteCandidates(Bytes{0, 1}, true), Ids({1, 0, 17, 3}));
+}
+
 TEST(RmcpPlusCodecTest, ProposesTheSuitesAlgorithmsInOpenSession) {
     const Bytes payload =
         RmcpPlusCodec::openSessionRequest(0x01, 0x11223344, *CipherSuite::find(17));

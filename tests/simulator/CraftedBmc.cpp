@@ -31,6 +31,11 @@ int CraftedBmc::openSessions() const {
     return responder_.openSessions();
 }
 
+std::vector<int> CraftedBmc::proposedCipherSuites() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return responder_.proposedCipherSuites();
+}
+
 bool CraftedBmc::settlesAt(int count) const {
     for (int waited = 0; waited < 100 && openSessions() != count; ++waited) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include "RmcpPlusResponder.h"
 
@@ -32,6 +33,10 @@ public:
     int grantedPrivilege() const { return responder_.grantedPrivilege(); }
     // Reserve SEL requests refused for the session's privilege level.
     int reservationsRefused() const { return responder_.reservationsRefused(); }
+    // Get Channel Cipher Suites requests received.
+    int cipherSuiteRequests() const { return responder_.cipherSuiteRequests(); }
+    // The cipher suite each Open Session proposed, in order; -1 for no known suite.
+    std::vector<int> proposedCipherSuites() const;
 
 private:
     void run();

@@ -20,6 +20,7 @@ using Bytes = std::vector<unsigned char>;
 constexpr unsigned char kApp = 0x06;
 constexpr unsigned char kGetDeviceId = 0x01;
 constexpr unsigned char kGetChannelAuthenticationCapabilities = 0x38;
+constexpr unsigned char kGetChannelCipherSuites = 0x54;
 constexpr unsigned char kSetSessionPrivilegeLevel = 0x3B;
 constexpr unsigned char kCloseSession = 0x3C;
 constexpr unsigned char kStorage = 0x0A;
@@ -32,6 +33,7 @@ constexpr unsigned char kStatusInvalidSessionId = 0x02;
 constexpr unsigned char kStatusUnauthorizedRole = 0x0A;
 constexpr unsigned char kStatusUnauthorizedName = 0x0D;
 constexpr unsigned char kStatusInvalidIntegrityCheck = 0x0F;
+constexpr unsigned char kStatusNoCipherSuiteMatch = 0x11;
 constexpr std::size_t kKeyLength = 20;
 // Sessions a client opened and never closed go, oldest first, beyond this many.
 constexpr std::size_t kMostSessions = 64;
@@ -61,17 +63,30 @@ Bytes ipmiAnswer(const Bytes& request, unsigned char completionCode, const Bytes
     return message;
 }
 
-// The cipher suite whose algorithms an Open Session request proposes.
-std::optional<CipherSuite> proposedSuite(const Bytes& request) {
-    for (unsigned long id = 0; id <= 17; ++id) {
+// The ID of the cipher suite whose algorithms an Open Session request proposes.
+std::optional<unsigned char> proposedSuite(const Bytes& request) {
+    for (unsigned char id = 0; id <= 17; ++id) {
         const std::optional<CipherSuite> suite = CipherSuite::find(id);
         if (suite && suite->authentication == (request[12] & 0x3F) &&
             suite->integrity == (request[20] & 0x3F) &&
             suite->confidentiality == (request[28] & 0x3F)) {
-            return suite;
+            return id;
         }
     }
     return std::nullopt;
+}
+
+// An IPMI v1.5 session-less packet: RMCP header, authentication type none, sequence number and
+// session ID 0, the message length, the message.
+Bytes sessionlessPacket(const Bytes& message) {
+    Bytes packet = {0x06, 0x00, 0xFF, 0x07, 0x00, 0, 0, 0, 0, 0, 0, 0, 0};
+    packet.push_back(static_cast<unsigned char>(message.size()));
+    packet.insert(packet.end(), message.begin(), message.end());
+    return packet;
+}
+
+bool contains(const std::vector<unsigned char>& list, unsigned char value) {
+    return std::find(list.begin(), list.end(), value) != list.end();
 }
 
 }  // namespace
@@ -96,7 +111,7 @@ void RmcpPlusResponder::answer(int socket, const sockaddr_in& client, const Byte
     client_ = client;
     Bytes payload;
     if (RmcpPlusCodec::sessionlessMessage(datagram.data(), datagram.size(), payload)) {
-        answerChannelCapabilities(payload);
+        answerSessionless(payload);
     } else if (RmcpPlusCodec::sessionSetupPayload(datagram.data(), datagram.size(),
                                                   RmcpPlusCodec::kOpenSessionRequest, payload)) {
         openSession(payload);
@@ -111,25 +126,60 @@ void RmcpPlusResponder::answer(int socket, const sockaddr_in& client, const Byte
     }
 }
 
-void RmcpPlusResponder::answerChannelCapabilities(const Bytes& message) {
-    if (message.size() < 7 || message[5] != kGetChannelAuthenticationCapabilities) return;
-    // Channel 1; IPMI v2.0 extended data; non-null user names; IPMI v2.0 sessions; no OEM.
-    const Bytes answer = ipmiAnswer(message, 0x00, {0x01, 0x80, 0x04, 0x02, 0, 0, 0, 0});
-    // An IPMI v1.5 session-less packet: RMCP header, authentication type none, sequence number
-    // and session ID 0, the message length, the message.
-    Bytes packet = {0x06, 0x00, 0xFF, 0x07, 0x00, 0, 0, 0, 0, 0, 0, 0, 0};
-    packet.push_back(static_cast<unsigned char>(answer.size()));
-    packet.insert(packet.end(), answer.begin(), answer.end());
-    reply(packet);
+void RmcpPlusResponder::answerSessionless(const Bytes& message) {
+    if (message.size() < 7 || message[1] >> 2 != kApp) return;
+    if (message[5] == kGetChannelAuthenticationCapabilities) answerChannelCapabilities(message);
+    if (message[5] == kGetChannelCipherSuites) answerChannelCipherSuites(message);
 }
 
+void RmcpPlusResponder::answerChannelCapabilities(const Bytes& message) {
+    // Channel 1; IPMI v2.0 extended data; non-null user names; IPMI v2.0 sessions; no OEM.
+    reply(sessionlessPacket(ipmiAnswer(message, 0x00, {0x01, 0x80, 0x04, 0x02, 0, 0, 0, 0})));
+}
+
+// Channel, payload type, list index (bit 7: by cipher suite); the answer carries the channel and
+// the 16 bytes of the records at 16 times the index, fewer for the last part.
+void RmcpPlusResponder::answerChannelCipherSuites(const Bytes& message) {
+    ++cipherSuiteRequests_;
+    if (!behaviour_.answersCipherSuites || message.size() < 10) return;
+    const Bytes records = cipherSuiteRecords();
+    const std::size_t from = std::min<std::size_t>(16u * (message[8] & 0x3F), records.size());
+    const std::size_t to = std::min<std::size_t>(from + 16, records.size());
+    Bytes data = {0x01};
+    data.insert(data.end(), records.begin() + from, records.begin() + to);
+    reply(sessionlessPacket(ipmiAnswer(message, 0x00, data)));
+}
+
+// C0h, the ID and the algorithms of each suite listed, tagged 00b, 01b and 10b; C1h, the ID,
+// an IANA number (Intel's, 343) and made-up algorithms for an ID the client does not speak.
+Bytes RmcpPlusResponder::cipherSuiteRecords() const {
+    const unsigned char integrityTag = behaviour_.wrongCipherSuiteTags ? 0xC0 : 0x40;
+    const unsigned char confidentialityTag = behaviour_.wrongCipherSuiteTags ? 0xC0 : 0x80;
+    Bytes records;
+    for (unsigned char id : behaviour_.listedCipherSuites) {
+        const std::optional<CipherSuite> suite = CipherSuite::find(id);
+        if (!suite) {
+            records.insert(records.end(), {0xC1, id, 0x57, 0x01, 0x00, 0x01, 0x41, 0x81});
+            continue;
+        }
+        records.insert(records.end(),
+                       {0xC0, id, suite->authentication,
+                        static_cast<unsigned char>(integrityTag | suite->integrity),
+                        static_cast<unsigned char>(confidentialityTag | suite->confidentiality)});
+    }
+    return records;
+}
 void RmcpPlusResponder::openSession(const Bytes& request) {
     if (request.size() < 32) return;
     ++openSessionRequests_;
-    const std::optional<CipherSuite> suite = proposedSuite(request);
-    if (!suite) return sendSetup(RmcpPlusCodec::kOpenSessionResponse, {request[0], 0x11});
+    const std::optional<unsigned char> id = proposedSuite(request);
+    proposedCipherSuites_.push_back(id ? *id : -1);
+    if (!id) return refuseOpenSession(request, kStatusNoCipherSuiteMatch);
+    const std::vector<unsigned char>& accepted = behaviour_.acceptedCipherSuites;
+    if (!accepted.empty() && !contains(accepted, *id))
+        return refuseOpenSession(request, behaviour_.cipherSuiteRefusal);
     auto session = std::make_unique<Session>();
-    session->suite = *suite;
+    session->suite = *CipherSuite::find(*id);
     session->rakp.consoleSessionId = ByteReader(request, 4).u32();
     session->rakp.bmcSessionId = behaviour_.sessionIdZero ? 0 : nextSessionId_++;
     Bytes answer = {request[0], 0x00, 0x04, 0x00};
@@ -139,6 +189,13 @@ void RmcpPlusResponder::openSession(const Bytes& request) {
     forgeRefusal(RmcpPlusCodec::kOpenSessionResponse, request[0]);
     dropOldestSessionWhenFull();
     sessions_[session->rakp.bmcSessionId] = std::move(session);
+    sendSetup(RmcpPlusCodec::kOpenSessionResponse, answer);
+}
+
+// Tag, status, two reserved bytes and the console's session ID.
+void RmcpPlusResponder::refuseOpenSession(const Bytes& request, unsigned char status) {
+    Bytes answer = {request[0], status, 0x00, 0x00};
+    answer.insert(answer.end(), request.begin() + 4, request.begin() + 8);
     sendSetup(RmcpPlusCodec::kOpenSessionResponse, answer);
 }
 

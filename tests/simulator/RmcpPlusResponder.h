@@ -35,6 +35,17 @@ struct CraftedBehaviour {
     // Reserve SEL is refused with D4h (insufficient privilege level) in a session below the
     // operator level, as on some BMCs, although reading the SEL needs only the user level.
     bool reserveSelNeedsOperator = false;
+    // Whether it answers Get Channel Cipher Suites, and the suites it lists there, in order (an ID
+    // the client does not speak goes as an OEM record).
+    bool answersCipherSuites = true;
+    std::vector<unsigned char> listedCipherSuites = {3, 17};
+    // Its cipher suite records carry tag bits 11b on the integrity and confidentiality algorithms,
+    // so that each reads as the start of a record (as Sun Fire 4100's ILOM gets them wrong).
+    bool wrongCipherSuiteTags = false;
+    // The suites Open Session accepts; empty: every one the client speaks. Others are refused with
+    // `cipherSuiteRefusal`, as IPMI v2.0 says (11h) or not.
+    std::vector<unsigned char> acceptedCipherSuites;
+    unsigned char cipherSuiteRefusal = 0x11;  // no cipher suite match
 };
 
 // An answer to a request in a session: its completion code and the data after it.
@@ -66,12 +77,20 @@ public:
     int grantedPrivilege() const { return grantedPrivilege_; }
     // Reserve SEL requests refused for the session's privilege level.
     int reservationsRefused() const { return reservationsRefused_; }
+    // Get Channel Cipher Suites requests received.
+    int cipherSuiteRequests() const { return cipherSuiteRequests_; }
+    // The cipher suite each Open Session proposed, in order; -1 for algorithms of no known suite.
+    const std::vector<int>& proposedCipherSuites() const { return proposedCipherSuites_; }
 
 private:
     struct Session;
     using Bytes = std::vector<unsigned char>;
 
+    void answerSessionless(const Bytes& message);
     void answerChannelCapabilities(const Bytes& message);
+    void answerChannelCipherSuites(const Bytes& message);
+    Bytes cipherSuiteRecords() const;
+    void refuseOpenSession(const Bytes& request, unsigned char status);
     void openSession(const Bytes& request);
     void rakp1(const Bytes& request);
     void rakp3(const Bytes& request);
@@ -93,6 +112,8 @@ private:
     std::atomic<int> openSessionRequests_{0};
     std::atomic<int> grantedPrivilege_{0};
     std::atomic<int> reservationsRefused_{0};
+    std::atomic<int> cipherSuiteRequests_{0};
+    std::vector<int> proposedCipherSuites_;
 };
 
 }  // namespace bmcsim

@@ -1,5 +1,6 @@
 // The exporter's configuration: ipmi_exporter's example loads unchanged, our own keys beside its
 // keys, and every mistake named by file, line and key.
+#include <IpmiConnectionSettings.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -194,6 +195,8 @@ TEST_F(ExporterConfigTest, OurOwnKeysBesideIpmiExportersOnes) {
     EXPECT_EQ(keyed.password, "");
     EXPECT_EQ(keyed.port, 623);
 
+    EXPECT_TRUE(keyed.workarounds.empty());
+
     EXPECT_EQ(config.modules.at("local").refusal,
               "module local: driver KCS reaches the BMC of the machine the exporter runs on, not "
               "a target; use LAN_2_0");
@@ -351,6 +354,27 @@ TEST(ScrapeTarget, BadTargetsSayWhy) {
     EXPECT_EQ(split("[]:623"), "target \"[]:623\": no address between \"[\" and \"]\"");
     EXPECT_EQ(split("[fd00::7]623"), "target \"[fd00::7]623\": only \":PORT\" may follow \"]\"");
     EXPECT_EQ(split("[fd00::7]:x"), "target \"[fd00::7]:x\": \"x\" is not a port from 1 to 65535");
+}
+
+TEST_F(ExporterConfigTest, WorkaroundFlagsTheLibraryTakesGoToTheSessionsAndAutoIsASuite) {
+    const std::string known = Tolmar::WorkaroundNames().front();
+    const tool::ExporterConfig config = load(
+        "modules:\n"
+        "  quirky:\n"
+        "    cipher_suite: auto\n"
+        "    workaround_flags:\n"
+        "    - discretereading\n"
+        "    - " +
+        known +
+        "\n"
+        "    - " +
+        known + "\n");
+    const tool::ExporterModule& quirky = config.modules.at("quirky");
+    EXPECT_EQ(quirky.cipherSuite, Tolmar::ConnectionSettings::AutoCipherSuite);
+    EXPECT_EQ(quirky.workarounds, Lines{known});
+    EXPECT_EQ(config.warnings,
+              Lines{path(":5: modules.quirky.workaround_flags[0]: \"discretereading\" is not used "
+                         "by ipmi-event-log")});
 }
 
 }  // namespace

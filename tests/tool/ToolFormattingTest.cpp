@@ -76,6 +76,42 @@ TEST(ToolHex, WritesLowerCaseDigitsAndReadsEitherCaseBack) {
     }
 }
 
+TEST(ToolOptions, TheCipherSuiteIsAutoUnlessANumberIsGiven) {
+    constexpr unsigned short automatic = Tolmar::ConnectionSettings::AutoCipherSuite;
+    EXPECT_EQ(tool::parseOptions({"status"}).cipherSuite, automatic);
+    EXPECT_EQ(tool::parseOptions({"-C", "auto", "status"}).cipherSuite, automatic);
+    EXPECT_EQ(tool::parseOptions({"--cipher-suite", "3", "status"}).cipherSuite, 3);
+    EXPECT_THROW(tool::parseOptions({"-C", "256", "status"}), tool::UsageError);
+    EXPECT_THROW(tool::parseOptions({"-C", "AUTO", "status"}), tool::UsageError);
+}
+
+TEST(ToolOptions, WorkaroundsAreTheLibrarysNamesEachOnce) {
+    const std::vector<std::string> names = Tolmar::WorkaroundNames();
+    ASSERT_FALSE(names.empty());
+    const std::string& first = names.front();
+    const std::string& last = names.back();
+    const tool::Options o =
+        tool::parseOptions({"--workaround", last + "," + first, "--workaround", first, "status"});
+    EXPECT_EQ(o.workarounds, (std::vector<std::string>{last, first}));
+    EXPECT_TRUE(tool::parseOptions({"status"}).workarounds.empty());
+    std::string list;
+    for (std::size_t i = 0; i < names.size(); ++i)
+        list += (i == 0 ? "" : i + 1 == names.size() ? " and " : ", ") + names[i];
+    const struct {
+        std::string given;
+        std::string refused;
+    } cases[] = {{"sun20", "sun20"}, {"", ""}, {first + ",", ""}, {first + ",Authcap", "Authcap"}};
+    for (const auto& c : cases) {
+        try {
+            tool::parseOptions({"--workaround", c.given, "status"});
+            ADD_FAILURE() << c.given;
+        } catch (const tool::UsageError& e) {
+            EXPECT_EQ(std::string(e.what()),
+                      "no workaround is named \"" + c.refused + "\"; there are " + list);
+        }
+    }
+}
+
 TEST(ToolOptions, ParsesConnectionOutputAndFilters) {
     setenv("IPMI_PASSWORD", "from-env", 1);
     const tool::Options o = tool::parseOptions(
