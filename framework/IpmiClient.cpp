@@ -108,10 +108,12 @@ OpenFailure classify(Failure failure) {
 const char* adviceFor(Failure failure) {
     switch (failure) {
         case Failure::UserNameRefused:
-            return "check the user name; the BMC does not know it";
+            return "check the user name; the BMC does not know it (some Intel BMCs know it only "
+                   "padded to 16 bytes: workaround intel20)";
         case Failure::UserNameUnanswered:
             return "the BMC answered Open Session but not RAKP message 1, as some BMCs do for a "
-                   "user name they do not know: check the user name";
+                   "user name they do not know: check the user name (some Intel BMCs know it only "
+                   "padded to 16 bytes: workaround intel20)";
         case Failure::PasswordRefused:
             return "check the password";
         case Failure::PrivilegeRefused:
@@ -131,7 +133,7 @@ const char* adviceFor(Failure failure) {
             return "choose cipher suite 17 or 3, or set TOLMAR_IPMI_ALLOW_CIPHER_SUITE_0=1 to "
                    "allow suite 0 all the same";
         case Failure::Ipmi20Unavailable:
-            return "the BMC does not offer IPMI v2.0 (RMCP+) sessions";
+            return "enable IPMI over LAN with IPMI v2.0 (RMCP+) sessions on the BMC";
         case Failure::BadSettings:
             return "check the user name, the password and the BMC key";
         case Failure::BmcKeyRefused:
@@ -242,6 +244,8 @@ IpmiClient::IpmiClient(unsigned long localInterface)
 int IpmiClient::connect() {
     if (session_->isOpen()) return kConnected;
     const int status = session_->lan ? session_->openLan() : session_->openInband();
+    if (status == kConnected && session_->rmcpPlus)
+        ipmiCallRecordToUpdate().session.workarounds = session_->rmcpPlus->deviations();
     if (status == kConnected && session_->rmcpPlus && !session_->rmcpPlus->signsPackets()) {
         std::string& warning = ipmiCallRecordToUpdate().warning;
         warning = "cipher suite " + std::to_string(session_->cipherSuite) +
@@ -320,7 +324,8 @@ Failure IpmiClient::Session::openAt(const EffectiveIpmiClientSettings& effective
                  std::max(std::chrono::milliseconds(1), effective.sessionTimeout / 2));
     auto session = std::make_unique<RmcpPlusSession>(RmcpPlusSession::Settings{
         address, port, user, password, effective.bmcKey, cipherSuite, privilege,
-        effective.sessionTimeout, retransmission, effective.allowCipherSuiteZero, openedBefore});
+        effective.sessionTimeout, retransmission, effective.allowCipherSuiteZero, openedBefore,
+        effective.workarounds});
     const Failure failure = session->open();
     if (failure == Failure::None) {
         rmcpPlus = std::move(session);

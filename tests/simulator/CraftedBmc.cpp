@@ -12,9 +12,14 @@
 
 namespace bmcsim {
 
-CraftedBmc::CraftedBmc(CraftedBehaviour behaviour) : responder_(std::move(behaviour)) {
-    socket_ = bindLoopback(SOCK_DGRAM, 0);
+CraftedBmc::CraftedBmc(CraftedBehaviour behaviour)
+    : responder_(behaviour), socket_(bindLoopback(SOCK_DGRAM, 0)) {
     if (socket_ < 0) throw std::runtime_error("cannot open the crafted BMC's UDP port");
+    answerSocket_ = behaviour.answerFromAnotherPort ? bindLoopback(SOCK_DGRAM, 0) : socket_;
+    if (answerSocket_ < 0) {
+        close(socket_);
+        throw std::runtime_error("cannot open the crafted BMC's second UDP port");
+    }
     port_ = boundPort(socket_);
     thread_ = std::thread([this] { run(); });
 }
@@ -22,7 +27,13 @@ CraftedBmc::CraftedBmc(CraftedBehaviour behaviour) : responder_(std::move(behavi
 CraftedBmc::~CraftedBmc() {
     stopping_ = true;
     thread_.join();
+    if (answerSocket_ != socket_) close(answerSocket_);
     close(socket_);
+}
+
+std::string CraftedBmc::rakp1UserName() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return responder_.rakp1UserName();
 }
 
 int CraftedBmc::openSessions() const {
@@ -49,7 +60,7 @@ void CraftedBmc::run() {
         if (size <= 0) continue;
         std::lock_guard<std::mutex> lock(mutex_);
         // Answers go back where the last datagram came from: one client at a time.
-        responder_.answer(socket_, client, {datagram.begin(), datagram.begin() + size});
+        responder_.answer(answerSocket_, client, {datagram.begin(), datagram.begin() + size});
     }
 }
 

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <mutex>
+#include <string>
 #include <thread>
 
 #include "RmcpPlusResponder.h"
@@ -29,6 +30,10 @@ public:
     int openSessionRequests() const { return responder_.openSessionRequests(); }
     // The privilege level of the last Set Session Privilege Level it granted.
     int grantedPrivilege() const { return responder_.grantedPrivilege(); }
+    // The requested maximum privilege level of the last Open Session request.
+    int openSessionPrivilege() const { return responder_.openSessionPrivilege(); }
+    // The user name of the last RAKP message 1, as it came.
+    std::string rakp1UserName() const;
 
 private:
     void run();
@@ -36,6 +41,7 @@ private:
     RmcpPlusResponder responder_;
     int socket_ = -1;
     unsigned short port_ = 0;
+    int answerSocket_ = -1;  // socket_, or another port's with answerFromAnotherPort
     mutable std::mutex mutex_;
     std::atomic<bool> stopping_{false};
     std::thread thread_;

@@ -28,13 +28,15 @@ constexpr unsigned char kStatusUnauthorizedRole = 0x0A;
 constexpr unsigned char kStatusUnauthorizedName = 0x0D;
 constexpr unsigned char kStatusInvalidIntegrityCheck = 0x0F;
 constexpr std::size_t kKeyLength = 20;
+constexpr std::size_t kLongestUserName = 16;
+constexpr std::size_t kMd5PasswordLength = 16;
 // Sessions a client opened and never closed go, oldest first, beyond this many.
 constexpr std::size_t kMostSessions = 64;
 
-// RAKP's keys: the text zero-padded to 20 bytes.
-Bytes paddedKey(const std::string& text) {
+// RAKP's keys: the text, or its first `length` bytes, zero-padded to 20 bytes.
+Bytes paddedKey(const std::string& text, std::size_t length = kKeyLength) {
     Bytes key(kKeyLength, 0x00);
-    std::copy_n(text.begin(), std::min(text.size(), kKeyLength), key.begin());
+    std::copy_n(text.begin(), std::min({text.size(), length, kKeyLength}), key.begin());
     return key;
 }
 
@@ -73,6 +75,7 @@ std::optional<CipherSuite> proposedSuite(const Bytes& request) {
 
 struct RmcpPlusResponder::Session {
     CipherSuite suite;
+    unsigned char openSessionPrivilege = 0;
     RmcpPlusCodec::Rakp rakp;
     bool active = false;
     bool rakp4Sent = false;
@@ -106,8 +109,10 @@ void RmcpPlusResponder::answer(int socket, const sockaddr_in& client, const Byte
 
 void RmcpPlusResponder::answerChannelCapabilities(const Bytes& message) {
     if (message.size() < 7 || message[5] != kGetChannelAuthenticationCapabilities) return;
-    // Channel 1; IPMI v2.0 extended data; non-null user names; IPMI v2.0 sessions; no OEM.
-    const Bytes answer = ipmiAnswer(message, 0x00, {0x01, 0x80, 0x04, 0x02, 0, 0, 0, 0});
+    // Channel 1; IPMI v2.0 extended data; non-null user names; IPMI v2.0 sessions (or, reported
+    // wrongly, none); no OEM.
+    const unsigned char sessions = behaviour_.reportNoIpmi20 ? 0x00 : 0x02;
+    const Bytes answer = answerMessage(message, 0x00, {0x01, 0x80, 0x04, sessions, 0, 0, 0, 0});
     // An IPMI v1.5 session-less packet: RMCP header, authentication type none, sequence number
     // and session ID 0, the message length, the message.
     Bytes packet = {0x06, 0x00, 0xFF, 0x07, 0x00, 0, 0, 0, 0, 0, 0, 0, 0};
@@ -119,10 +124,13 @@ void RmcpPlusResponder::answerChannelCapabilities(const Bytes& message) {
 void RmcpPlusResponder::openSession(const Bytes& request) {
     if (request.size() < 32) return;
     ++openSessionRequests_;
+    openSessionPrivilege_ = request[1];
+    if (behaviour_.ignoreOpenSession) return;
     const std::optional<CipherSuite> suite = proposedSuite(request);
     if (!suite) return sendSetup(RmcpPlusCodec::kOpenSessionResponse, {request[0], 0x11});
     auto session = std::make_unique<Session>();
     session->suite = *suite;
+    session->openSessionPrivilege = request[1];
     session->rakp.consoleSessionId = ByteReader(request, 4).u32();
     session->rakp.bmcSessionId = behaviour_.sessionIdZero ? 0 : nextSessionId_++;
     Bytes answer = {request[0], 0x00, 0x04, 0x00};
@@ -143,10 +151,11 @@ void RmcpPlusResponder::rakp1(const Bytes& request) {
     std::copy_n(&request[8], RmcpPlusCodec::kRandomLength, rakp.consoleRandom);
     rakp.role = request[24];
     rakp.user.assign(request.begin() + 28, request.begin() + 28 + request[27]);
+    rakp1UserName_ = rakp.user;
     Bytes answer = {request[0], 0x00, 0x00, 0x00};
     RmcpPlusCodec::appendLittleEndian32(answer, rakp.consoleSessionId);
     forgeRefusal(RmcpPlusCodec::kRakp2, request[0]);
-    if (rakp.user != behaviour_.user) {
+    if (lookedUpName(rakp.user) != behaviour_.user) {
         answer[1] = kStatusUnauthorizedName;
         sessions_.erase(rakp.bmcSessionId);
         return sendSetup(RmcpPlusCodec::kRakp2, answer);
@@ -155,10 +164,15 @@ void RmcpPlusResponder::rakp1(const Bytes& request) {
     std::fill(std::begin(rakp.bmcGuid), std::end(rakp.bmcGuid), 0x6B);
     answer.insert(answer.end(), std::begin(rakp.bmcRandom), std::end(rakp.bmcRandom));
     answer.insert(answer.end(), std::begin(rakp.bmcGuid), std::end(rakp.bmcGuid));
-    if (session->suite.authenticates()) {
+    const CipherSuite& suite = session->suite;
+    if (suite.authenticates()) {
         const Bytes code =
-            Hmac(session->suite.digest, paddedKey(behaviour_.password)).of(rakp.rakp2Signed());
+            Hmac(suite.digest, userKey(suite)).of(signedExchange(rakp).rakp2Signed());
         answer.insert(answer.end(), code.begin(), code.end());
+        if (behaviour_.rakp2ExtraByte ||
+            (behaviour_.rakp2Sha1CodeOf21Bytes && suite.digest == GCRY_MD_SHA1)) {
+            answer.push_back(0x00);
+        }
     }
     sendSetup(RmcpPlusCodec::kRakp2, answer);
 }
@@ -184,22 +198,29 @@ void RmcpPlusResponder::rakp3(const Bytes& request) {
     Bytes k1;
     Bytes k2;
     if (suite.authenticates()) {
-        const Bytes userKey = paddedKey(behaviour_.password);
-        const Bytes expected = Hmac(suite.digest, userKey).of(rakp.rakp3Signed());
+        const RmcpPlusCodec::Rakp exchange = signedExchange(rakp);
+        const Bytes key = userKey(suite);
+        const Bytes expected = Hmac(suite.digest, key).of(exchange.rakp3Signed());
         if (request.size() != 8 + expected.size() ||
             !std::equal(expected.begin(), expected.end(), request.begin() + 8)) {
             answer[1] = kStatusInvalidIntegrityCheck;
             sessions_.erase(bmcSessionId);
             return sendSetup(RmcpPlusCodec::kRakp4, answer);
         }
+        RmcpPlusCodec::Rakp keyed = exchange;
+        if (behaviour_.keysOfOpenSessionPrivilege)
+            keyed.role = (keyed.role & 0xF0) | session->openSessionPrivilege;
         const Bytes sik =
-            Hmac(suite.digest, behaviour_.bmcKey.empty() ? userKey : paddedKey(behaviour_.bmcKey))
-                .of(rakp.sessionKeyInput());
+            Hmac(suite.digest, behaviour_.bmcKey.empty() ? key : paddedKey(behaviour_.bmcKey))
+                .of(keyed.sessionKeyInput());
         Hmac sessionIntegrity(suite.digest, sik);
         k1 = sessionIntegrity.of(Bytes(kKeyLength, 0x01));
         k2 = sessionIntegrity.of(Bytes(kKeyLength, 0x02));
         const Bytes check = Hmac(suite.digest, sik).of(rakp.rakp4Signed());
-        answer.insert(answer.end(), check.begin(), check.begin() + suite.integrityCheckLength);
+        if (!behaviour_.rakp4CheckByIntegrityAlgorithm || suite.signsPackets())
+            answer.insert(answer.end(), check.begin(), check.begin() + suite.integrityCheckLength);
+    } else if (behaviour_.rakp4CheckWithSuiteZero) {
+        answer.insert(answer.end(), 12, 0x5A);
     }
     // The BMC's end of the session sends with the console's session ID and takes its own.
     session->codec =
@@ -225,7 +246,9 @@ void RmcpPlusResponder::inSession(const Bytes& datagram) {
         return;
     }
     const CommandAnswer answer = answerInSession(request);
-    reply(session->codec->seal(ipmiAnswer(request, answer.completionCode, answer.data)));
+    // A sequence number sealed and never sent: the next packet's is 2 higher.
+    if (behaviour_.sequenceStepsByTwo) session->codec->seal({});
+    reply(session->codec->seal(answerMessage(request, answer.completionCode, answer.data)));
     if (request[1] >> 2 == kApp && request[5] == kCloseSession)
         sessions_.erase(session->rakp.bmcSessionId);
 }
@@ -245,6 +268,37 @@ CommandAnswer RmcpPlusResponder::answerInSession(const Bytes& request) {
     if (!answerer_) return {kInvalidCommand, {}};
     // The request's data lies between its command and its closing checksum.
     return answerer_(netFn, command, Bytes(request.begin() + 6, request.end() - 1));
+}
+
+Bytes RmcpPlusResponder::answerMessage(const Bytes& request, unsigned char completionCode,
+                                       const Bytes& data) const {
+    Bytes message = ipmiAnswer(request, completionCode, data);
+    if (behaviour_.wrongChecksums) {
+        ++message[2];
+        ++message.back();
+    }
+    return message;
+}
+
+Bytes RmcpPlusResponder::userKey(const CipherSuite& suite) const {
+    const bool cut = behaviour_.cutMd5Password && suite.digest == GCRY_MD_MD5;
+    return paddedKey(behaviour_.password, cut ? kMd5PasswordLength : kKeyLength);
+}
+
+RmcpPlusCodec::Rakp RmcpPlusResponder::signedExchange(const RmcpPlusCodec::Rakp& rakp) const {
+    RmcpPlusCodec::Rakp exchange = rakp;
+    if (behaviour_.padUserNames) {
+        exchange.user = lookedUpName(rakp.user);
+        exchange.user.resize(kLongestUserName, '\0');
+    }
+    return exchange;
+}
+
+std::string RmcpPlusResponder::lookedUpName(const std::string& name) const {
+    if (behaviour_.requirePaddedUserName && name.size() != kLongestUserName) return "";
+    if (!behaviour_.padUserNames) return name;
+    // The name without the zeros that pad it.
+    return name.substr(0, name.find('\0'));
 }
 
 void RmcpPlusResponder::dropOldestSessionWhenFull() {

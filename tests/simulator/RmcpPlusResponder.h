@@ -15,6 +15,9 @@
 #include <string>
 #include <vector>
 
+#include "CipherSuite.h"
+#include "RmcpPlusCodec.h"
+
 namespace bmcsim {
 
 struct CraftedBehaviour {
@@ -32,6 +35,36 @@ struct CraftedBehaviour {
     // Before each answer of the handshake, a refusal that does not carry the console's session ID:
     // status 0Ah (privilege) as tag and status alone, and 0Dh (name) with another session ID.
     bool forgeRefusals = false;
+
+    // Departures from IPMI v2.0 that BMCs were seen with (FreeIPMI's workaround names):
+    // RAKP message 2 with a byte 00h after the key exchange code ("supermicro20").
+    bool rakp2ExtraByte = false;
+    // With HMAC-SHA1, a key exchange code of 21 bytes in RAKP message 2: the HMAC, then 00h
+    // ("sun20").
+    bool rakp2Sha1CodeOf21Bytes = false;
+    // The user name padded with zeros to 16 bytes in RAKP's codes and keys ("intel20").
+    bool padUserNames = false;
+    // And RAKP message 1 refused with status 0Dh unless it carries the name so padded.
+    bool requirePaddedUserName = false;
+    // With HMAC-MD5, the password cut to 16 bytes ("intel20").
+    bool cutMd5Password = false;
+    // RAKP message 4's check value computed with the integrity algorithm: with none, empty.
+    bool rakp4CheckByIntegrityAlgorithm = false;
+    // The SIK derived with Open Session's requested privilege level in place of RAKP message 1's
+    // ("opensesspriv").
+    bool keysOfOpenSessionPrivilege = false;
+    // A check value of 12 bytes in RAKP message 4 with cipher suite 0 ("integritycheckvalue").
+    bool rakp4CheckWithSuiteZero = false;
+    // Both checksums of every IPMI message answered off by one ("nochecksumcheck").
+    bool wrongChecksums = false;
+    // Get Channel Authentication Capabilities reports no IPMI v2.0 sessions ("authcap").
+    bool reportNoIpmi20 = false;
+    // Open Session goes unanswered, as with a BMC without IPMI v2.0.
+    bool ignoreOpenSession = false;
+    // The session sequence numbers of its packets step by 2.
+    bool sequenceStepsByTwo = false;
+    // Answers go from another UDP port than the one the requests came to (CraftedBmc).
+    bool answerFromAnotherPort = false;
 };
 
 // An answer to a request in a session: its completion code and the data after it.
@@ -61,6 +94,10 @@ public:
     int openSessionRequests() const { return openSessionRequests_; }
     // The privilege level of the last Set Session Privilege Level it granted.
     int grantedPrivilege() const { return grantedPrivilege_; }
+    // The requested maximum privilege level of the last Open Session request.
+    int openSessionPrivilege() const { return openSessionPrivilege_; }
+    // The user name of the last RAKP message 1, as it came.
+    const std::string& rakp1UserName() const { return rakp1UserName_; }
 
 private:
     struct Session;
@@ -72,6 +109,14 @@ private:
     void rakp3(const Bytes& request);
     void inSession(const Bytes& datagram);
     CommandAnswer answerInSession(const Bytes& request);
+    // The answer to an IPMI request message, its checksums as the behaviour says.
+    Bytes answerMessage(const Bytes& request, unsigned char completionCode,
+                        const Bytes& data) const;
+    // The user's key K_uid for `suite`, and the key exchange as this BMC signs it.
+    Bytes userKey(const CipherSuite& suite) const;
+    RmcpPlusCodec::Rakp signedExchange(const RmcpPlusCodec::Rakp& rakp) const;
+    // The name RAKP message 1 carried, as this BMC looks it up.
+    std::string lookedUpName(const std::string& name) const;
     void dropOldestSessionWhenFull();
     void sendSetup(unsigned char payloadType, const Bytes& payload);
     void reply(const Bytes& packet);
@@ -87,6 +132,8 @@ private:
     std::map<std::uint32_t, std::unique_ptr<Session>> sessions_;  // by the BMC's session ID
     std::atomic<int> openSessionRequests_{0};
     std::atomic<int> grantedPrivilege_{0};
+    std::atomic<int> openSessionPrivilege_{-1};
+    std::string rakp1UserName_;
 };
 
 }  // namespace bmcsim
