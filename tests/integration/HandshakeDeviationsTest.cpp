@@ -55,7 +55,7 @@ protected:
         settings.retransmissionTimeout = std::chrono::milliseconds(100);
         settings.workarounds = workarounds;
         const IpmiClientSettingsScope scope(settings);
-        IpmiClient client("127.0.0.1", behaviour.user, behaviour.password,
+        IpmiClient client(behaviour.ipv6 ? "::1" : "127.0.0.1", behaviour.user, behaviour.password,
                           std::to_string(bmc.port()), suite);
         startIpmiCallRecord();
         Outcome outcome;
@@ -243,6 +243,22 @@ TEST_F(HandshakeDeviationsTest, AnswersFromAnotherPortAreTaken) {
     CraftedBehaviour behaviour;
     behaviour.answerFromAnotherPort = true;
     expectOpens(behaviour, 17, {kAnswersFromAnotherPort});
+    behaviour.ipv6 = true;
+    expectOpens(behaviour, 17, {kAnswersFromAnotherPort});
+    behaviour.answerFromAnotherPort = false;
+    expectOpens(behaviour, 17, {});
+}
+
+TEST_F(HandshakeDeviationsTest, AnswersFromAnotherAddressAreNot) {
+    CraftedBehaviour behaviour;
+    behaviour.answerFromAnotherAddress = true;
+    CraftedBmc bmc(behaviour);
+    const Outcome outcome = connect(bmc, behaviour, 17);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.failure,
+              "no answer from the BMC; check the address and port, that the BMC is powered and "
+              "that IPMI over LAN is enabled on it");
+    EXPECT_EQ(bmc.openSessionRequests(), 0);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "CraftedBmc.h"
 
+#include <arpa/inet.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -12,13 +13,38 @@
 
 namespace bmcsim {
 
+namespace {
+
+// A UDP socket on 127.0.0.2, another address of the loopback interface, at any free port.
+int bindOtherLoopbackAddress() {
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address = loopbackAddress(0);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);
+    if (fd >= 0 && bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
+// The socket answers go from: `socket` itself, or one of another port or address.
+int answeringSocket(const CraftedBehaviour& behaviour, int socket, int family) {
+    if (behaviour.answerFromAnotherAddress) return bindOtherLoopbackAddress();
+    if (behaviour.answerFromAnotherPort) return bindLoopback(SOCK_DGRAM, 0, family);
+    return socket;
+}
+
+}  // namespace
+
 CraftedBmc::CraftedBmc(CraftedBehaviour behaviour)
-    : responder_(behaviour), socket_(bindLoopback(SOCK_DGRAM, 0)) {
+    : responder_(behaviour),
+      family_(behaviour.ipv6 ? AF_INET6 : AF_INET),
+      socket_(bindLoopback(SOCK_DGRAM, 0, family_)) {
     if (socket_ < 0) throw std::runtime_error("cannot open the crafted BMC's UDP port");
-    answerSocket_ = behaviour.answerFromAnotherPort ? bindLoopback(SOCK_DGRAM, 0) : socket_;
+    answerSocket_ = answeringSocket(behaviour, socket_, family_);
     if (answerSocket_ < 0) {
         close(socket_);
-        throw std::runtime_error("cannot open the crafted BMC's second UDP port");
+        throw std::runtime_error("cannot open the crafted BMC's answering UDP port");
     }
     port_ = boundPort(socket_);
     thread_ = std::thread([this] { run(); });
@@ -53,7 +79,7 @@ void CraftedBmc::run() {
     while (!stopping_) {
         pollfd readable{socket_, POLLIN, 0};
         if (poll(&readable, 1, 10) <= 0) continue;
-        sockaddr_in client{};
+        sockaddr_storage client{};
         socklen_t length = sizeof client;
         const ssize_t size = recvfrom(socket_, datagram.data(), datagram.size(), 0,
                                       reinterpret_cast<sockaddr*>(&client), &length);

@@ -1,7 +1,7 @@
-// A small RMCP+ BMC of the tests' own, on a free UDP port of 127.0.0.1, for handshakes ipmi_sim
-// cannot produce: a BMC key (K_g), a resent RAKP message 3 refused, RAKP message 4 lost, session
-// ID 0, forged refusals. One user; in a session it answers Set Session Privilege Level, Get Device
-// ID and Close Session, and refuses other commands with C1h.
+// A small RMCP+ BMC of the tests' own, on a free UDP port of 127.0.0.1 (or ::1), for handshakes
+// ipmi_sim cannot produce: a BMC key (K_g), a resent RAKP message 3 refused, RAKP message 4 lost,
+// session ID 0, forged refusals. One user; in a session it answers Set Session Privilege Level, Get
+// Device ID and Close Session, and refuses other commands with C1h.
 #pragma once
 
 #include <atomic>
@@ -39,6 +39,7 @@ private:
     void run();
 
     RmcpPlusResponder responder_;
+    int family_;  // AF_INET: on 127.0.0.1; AF_INET6: on ::1
     int socket_ = -1;
     unsigned short port_ = 0;
     int answerSocket_ = -1;  // socket_, or another port's with answerFromAnotherPort

@@ -87,7 +87,7 @@ RmcpPlusResponder::RmcpPlusResponder(CraftedBehaviour behaviour, CommandAnswerer
 
 RmcpPlusResponder::~RmcpPlusResponder() = default;
 
-void RmcpPlusResponder::answer(int socket, const sockaddr_in& client, const Bytes& datagram) {
+void RmcpPlusResponder::answer(int socket, const sockaddr_storage& client, const Bytes& datagram) {
     socket_ = socket;
     client_ = client;
     Bytes payload;
@@ -310,8 +310,10 @@ void RmcpPlusResponder::sendSetup(unsigned char payloadType, const Bytes& payloa
 }
 
 void RmcpPlusResponder::reply(const Bytes& packet) {
+    const socklen_t length =
+        client_.ss_family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
     sendto(socket_, packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr*>(&client_),
-           sizeof client_);
+           length);
 }
 
 // What anyone on the path could send: refusals that would lower the privilege level or condemn

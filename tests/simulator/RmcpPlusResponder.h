@@ -6,6 +6,7 @@
 #pragma once
 
 #include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <atomic>
 #include <cstdint>
@@ -65,6 +66,10 @@ struct CraftedBehaviour {
     bool sequenceStepsByTwo = false;
     // Answers go from another UDP port than the one the requests came to (CraftedBmc).
     bool answerFromAnotherPort = false;
+    // Answers go from 127.0.0.2, another address than the one the requests came to (CraftedBmc).
+    bool answerFromAnotherAddress = false;
+    // On ::1 rather than 127.0.0.1 (CraftedBmc).
+    bool ipv6 = false;
 };
 
 // An answer to a request in a session: its completion code and the data after it.
@@ -86,7 +91,8 @@ public:
 
     // Answers `datagram`, which came to `socket` from `client`, with what it calls for (nothing
     // for what it does not understand).
-    void answer(int socket, const sockaddr_in& client, const std::vector<unsigned char>& datagram);
+    void answer(int socket, const sockaddr_storage& client,
+                const std::vector<unsigned char>& datagram);
 
     // Sessions opened and neither closed nor refused: half-open and active ones.
     int openSessions() const { return static_cast<int>(sessions_.size()); }
@@ -127,7 +133,7 @@ private:
     CommandAnswerer answerer_;
     // Where the datagram being answered came from.
     int socket_ = -1;
-    sockaddr_in client_{};
+    sockaddr_storage client_{};
     std::uint32_t nextSessionId_ = 0x5E550001;
     std::map<std::uint32_t, std::unique_ptr<Session>> sessions_;  // by the BMC's session ID
     std::atomic<int> openSessionRequests_{0};
