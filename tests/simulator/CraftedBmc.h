@@ -1,6 +1,7 @@
 // A small RMCP+ BMC of the tests' own, on a free UDP port of 127.0.0.1 (or ::1), for handshakes
 // ipmi_sim cannot produce: a BMC key (K_g), a resent RAKP message 3 refused, RAKP message 4 lost,
-// session ID 0, forged refusals. One user; in a session it answers Set Session Privilege Level, Get
+// session ID 0, forged refusals, and the departures from IPMI v2.0 real BMCs were seen with
+// (CraftedBehaviour). One user; in a session it answers Set Session Privilege Level, Get
 // Device ID and Close Session, and refuses other commands with C1h.
 #pragma once
 
