@@ -2,7 +2,9 @@
 // Open Session, RAKP 1 to 4 and Set Session Privilege Level to open it; then one request at a
 // time, each resent until answered or timed out; Close Session at the end. Resends are spaced by
 // the round trip where it is long, and double during the handshake. A handshake that fails after
-// the BMC accepted part of it tells the BMC to drop the session.
+// the BMC accepted part of it tells the BMC to drop the session. Departures from IPMI v2.0 that
+// some BMCs show are recognised where their answers prove them, and otherwise expected when the
+// settings' workarounds say so; deviations() tells which the session met.
 #pragma once
 
 #include <sys/socket.h>
