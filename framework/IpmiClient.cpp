@@ -143,10 +143,12 @@ std::string suiteList(const std::vector<unsigned long>& suites) {
 const char* adviceFor(Failure failure) {
     switch (failure) {
         case Failure::UserNameRefused:
-            return "check the user name; the BMC does not know it";
+            return "check the user name; the BMC does not know it (some Intel BMCs know it only "
+                   "padded to 16 bytes: workaround intel20)";
         case Failure::UserNameUnanswered:
             return "the BMC answered Open Session but not RAKP message 1, as some BMCs do for a "
-                   "user name they do not know: check the user name";
+                   "user name they do not know: check the user name (some Intel BMCs know it only "
+                   "padded to 16 bytes: workaround intel20)";
         case Failure::PasswordRefused:
             return "check the password";
         case Failure::PrivilegeRefused:
@@ -166,7 +168,7 @@ const char* adviceFor(Failure failure) {
             return "choose cipher suite 17 or 3, or set TOLMAR_IPMI_ALLOW_CIPHER_SUITE_0=1 to "
                    "allow suite 0 all the same";
         case Failure::Ipmi20Unavailable:
-            return "the BMC does not offer IPMI v2.0 (RMCP+) sessions";
+            return "enable IPMI over LAN with IPMI v2.0 (RMCP+) sessions on the BMC";
         case Failure::BadSettings:
             return "check the user name, the password and the BMC key";
         case Failure::BmcKeyRefused:
@@ -296,8 +298,7 @@ int IpmiClient::connect() {
     session_->facts = {};
     const int status = session_->lan ? session_->openLan() : session_->openInband();
     if (status != kConnected || !session_->rmcpPlus) return status;
-    // The departures from IPMI v2.0 the session coped with belong in facts.workarounds, as the
-    // session reports them.
+    session_->facts.workarounds = session_->rmcpPlus->deviations();
     ipmiCallRecordToUpdate().session = session_->facts;
     if (!session_->rmcpPlus->signsPackets()) {
         std::string& warning = ipmiCallRecordToUpdate().warning;
@@ -435,7 +436,8 @@ RmcpPlusSession::Settings IpmiClient::Session::sessionSettings(
             effective.sessionTimeout,
             retransmission,
             effective.allowCipherSuiteZero,
-            openedBefore};
+            openedBefore,
+            effective.workarounds};
 }
 
 Recipe IpmiClient::Session::recipe() const {

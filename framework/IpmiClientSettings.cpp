@@ -27,15 +27,18 @@ constexpr unsigned char kAdministratorLevel = 0x04;
 
 thread_local const IpmiClientSettingsScope* innermost = nullptr;
 
-// FreeIPMI's names (ipmi-sel(8), WORKAROUNDS), in the order of the enum.
+// FreeIPMI's names (ipmi-sel(8), WORKAROUNDS) of the IPMI v2.0 LAN workarounds.
 const struct {
     IpmiWorkaround flag;
     const char* name;
 } kWorkaroundNames[] = {
-    {kWorkaroundAuthCap, "authcap"},
+    {kWorkaroundHandledAnyway, "authcap"},
     {kWorkaroundNoChecksumCheck, "nochecksumcheck"},
     {kWorkaroundIntel20, "intel20"},
+    {kWorkaroundHandledAnyway, "supermicro20"},
+    {kWorkaroundHandledAnyway, "sun20"},
     {kWorkaroundOpenSessionPrivilege, "opensesspriv"},
+    {kWorkaroundHandledAnyway, "integritycheckvalue"},
 };
 
 std::string environment(const char* name) {
@@ -125,11 +128,9 @@ std::optional<IpmiWorkaround> ipmiWorkaroundNamed(const std::string& name) {
     return std::nullopt;
 }
 
-std::vector<std::string> ipmiWorkaroundNames(unsigned flags) {
+std::vector<std::string> ipmiWorkaroundNames() {
     std::vector<std::string> names;
-    for (const auto& known : kWorkaroundNames) {
-        if (flags & known.flag) names.push_back(known.name);
-    }
+    for (const auto& known : kWorkaroundNames) names.push_back(known.name);
     return names;
 }
 
@@ -172,7 +173,7 @@ EffectiveIpmiClientSettings effectiveSettings(const IpmiClientSettings& given) {
     settings.workarounds = workaroundFlags(given.workarounds, unknownWorkaround);
     if (!unknownWorkaround.empty()) {
         settings.unusable = "no workaround is named \"" + unknownWorkaround + "\"; there are " +
-                            joined(ipmiWorkaroundNames(~0u));
+                            joined(ipmiWorkaroundNames());
     }
     const std::string unusable = unusableGiven(given);
     if (!unusable.empty()) settings.unusable = unusable;

@@ -109,11 +109,12 @@ Bytes RmcpPlusCodec::ipmiRequest(unsigned char netFn, unsigned char command, uns
 }
 
 bool RmcpPlusCodec::ipmiResponse(const Bytes& message, unsigned char netFn, unsigned char command,
-                                 unsigned char sequence, Bytes& answer) {
+                                 unsigned char sequence, Bytes& answer, Checksums checksums) {
     // Requester, netFn/LUN, checksum, responder, sequence/LUN, command, completion code, data,
     // checksum.
-    if (message.size() < 8 || !sumsToZero(message.data(), 3) ||
-        !sumsToZero(message.data() + 3, message.size() - 3)) {
+    if (message.size() < 8) return false;
+    if (checksums == Checksums::Checked &&
+        (!sumsToZero(message.data(), 3) || !sumsToZero(message.data() + 3, message.size() - 3))) {
         return false;
     }
     const unsigned char responseNetFn = static_cast<unsigned char>((netFn | 1) << 2);
@@ -185,10 +186,9 @@ bool RmcpPlusCodec::sessionSetupPayload(const unsigned char* datagram, std::size
 }
 
 Bytes RmcpPlusCodec::openSessionRequest(unsigned char tag, std::uint32_t consoleSessionId,
-                                        const CipherSuite& suite) {
-    // Tag; requested maximum privilege 0 (the highest the algorithms allow: the level is asked
-    // for in RAKP 1 and set once the session is active); two reserved bytes; our session ID.
-    Bytes payload = {tag, 0x00, 0x00, 0x00};
+                                        const CipherSuite& suite, unsigned char maximumPrivilege) {
+    // Tag, requested maximum privilege, two reserved bytes, our session ID.
+    Bytes payload = {tag, maximumPrivilege, 0x00, 0x00};
     appendLittleEndian32(payload, consoleSessionId);
     appendAlgorithm(payload, 0x00, suite.authentication);
     appendAlgorithm(payload, 0x01, suite.integrity);

@@ -35,10 +35,14 @@ public:
     // to the BMC at 20h, LUN 0, with both checksums.
     static Bytes ipmiRequest(unsigned char netFn, unsigned char command, unsigned char sequence,
                              const Bytes& data);
+    // Whether an answer's checksums count: some BMCs get them wrong in answers that are otherwise
+    // right.
+    enum class Checksums { Checked, Ignored };
     // The completion code and data of the answer to that request, if `message` is that answer
-    // with valid checksums.
+    // (with valid checksums, unless ignored).
     static bool ipmiResponse(const Bytes& message, unsigned char netFn, unsigned char command,
-                             unsigned char sequence, Bytes& answer);
+                             unsigned char sequence, Bytes& answer,
+                             Checksums checksums = Checksums::Checked);
 
     // Get Channel Authentication Capabilities for this channel with the IPMI v2.0 extended data,
     // in the IPMI v1.5 session-less packet every BMC answers.
@@ -57,8 +61,9 @@ public:
     static bool sessionSetupPayload(const unsigned char* datagram, std::size_t size,
                                     unsigned char payloadType, Bytes& payload);
 
+    // `maximumPrivilege`: 0 asks for the highest level the algorithms allow.
     static Bytes openSessionRequest(unsigned char tag, std::uint32_t consoleSessionId,
-                                    const CipherSuite& suite);
+                                    const CipherSuite& suite, unsigned char maximumPrivilege);
     static Bytes rakp1(unsigned char tag, std::uint32_t bmcSessionId,
                        const unsigned char (&consoleRandom)[kRandomLength], unsigned char role,
                        const std::string& user);

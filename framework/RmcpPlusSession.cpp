@@ -2,6 +2,7 @@
 
 #include <gcrypt.h>
 #include <netdb.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 
 #include "ByteReader.h"
 #include "Hmac.h"
+#include "IpmiClientSettings.h"
 #include "Secret.h"
 
 namespace {
@@ -24,6 +26,8 @@ constexpr std::size_t kLongestKey = 20;          // passwords and BMC keys
 constexpr unsigned char kNameOnlyLookup = 0x10;  // RAKP 1's role: find the user by name alone
 constexpr std::size_t kLargestDatagram = 4096;   // IPMI messages over the LAN stay far below
 constexpr std::size_t kKeyConstantLength = 20;
+// Some Intel BMCs cut HMAC-MD5 passwords to this many bytes.
+constexpr std::size_t kMd5PasswordLength = 16;
 
 constexpr unsigned char kApp = 0x06;
 constexpr unsigned char kSetSessionPrivilegeLevel = 0x3B;
@@ -81,18 +85,47 @@ RmcpPlusSession::Failure failureFor(unsigned char status) {
     }
 }
 
+// The UDP port of an IPv4 or IPv6 address (the two keep it at the same place).
+in_port_t portOf(const sockaddr_storage& address) {
+    return reinterpret_cast<const sockaddr_in&>(address).sin_port;
+}
+
 // The RMCP+ status a remote console sends in RAKP message 3 to end a handshake: the BMC's
 // answer failed its check, or the console abandons the session for another reason.
 constexpr unsigned char kStatusInvalidIntegrityCheck = 0x0F;
 constexpr unsigned char kStatusInvalidSessionId = 0x02;
 
-// A key as RAKP uses it (K_uid from the password, K_g): the text, zero-padded to 20 bytes.
-// Sized once, so no copy of the secret is left behind by a reallocation.
-Bytes paddedKey(const std::string& text) {
+// A key as RAKP uses it (K_uid from the password, K_g): the text, or its first `length` bytes,
+// zero-padded to 20 bytes. Sized once, so no copy of the secret is left behind by a reallocation.
+Bytes paddedKey(const std::string& text, std::size_t length = kLongestKey) {
     Bytes key(kLongestKey, 0x00);
-    std::copy_n(text.begin(), std::min(text.size(), kLongestKey), key.begin());
+    std::copy_n(text.begin(), std::min({text.size(), length, kLongestKey}), key.begin());
     return key;
 }
+
+// A user name padded with zeros to 16 bytes, as some Intel BMCs compute RAKP's codes and keys.
+std::string paddedUserName(const std::string& user) {
+    std::string padded = user;
+    padded.resize(kLongestUserName, '\0');
+    return padded;
+}
+
+// What the session reports of each departure from IPMI v2.0 it recognised.
+const char* const kLongerRakp2 = "RAKP message 2 longer than IPMI v2.0's (recognised)";
+const char* const kPaddedUserName = "user name padded to 16 bytes in RAKP's codes (recognised)";
+const char* const kCutMd5Password = "HMAC-MD5 password cut to 16 bytes (recognised)";
+const char* const kRakp4ByIntegrityAlgorithm =
+    "RAKP 4 check value by the integrity algorithm (recognised)";
+const char* const kKeysOfOpenSessionPrivilege =
+    "keys derived from Open Session's privilege level (recognised)";
+const char* const kRakp4CheckWithSuiteZero = "RAKP 4 check value with cipher suite 0 (recognised)";
+const char* const kChecksumsUnderIntegrityCode =
+    "wrong IPMI message checksums under a valid integrity code (recognised)";
+const char* const kChecksumsInCapabilities =
+    "wrong IPMI message checksums in Get Channel Authentication Capabilities (recognised)";
+const char* const kIpmi20Unreported =
+    "IPMI v2.0 not reported by Get Channel Authentication Capabilities (recognised)";
+const char* const kAnswersFromAnotherPort = "answers from another UDP port (recognised)";
 
 }  // namespace
 
@@ -123,6 +156,18 @@ RmcpPlusSession::~RmcpPlusSession() {
 RmcpPlusSession::Failure RmcpPlusSession::fail(Failure failure, std::string text) {
     failureText_ = std::move(text);
     return failure;
+}
+
+void RmcpPlusSession::note(const std::string& deviation) {
+    if (std::find(deviations_.begin(), deviations_.end(), deviation) == deviations_.end())
+        deviations_.push_back(deviation);
+}
+
+std::string RmcpPlusSession::unanswered(const std::string& text) const {
+    if (!droppedForChecksums_) return text;
+    return text +
+           "; answers with wrong IPMI message checksums came and were dropped (the "
+           "nochecksumcheck workaround takes them)";
 }
 
 RmcpPlusSession::Failure RmcpPlusSession::open() {
@@ -188,13 +233,14 @@ RmcpPlusSession::Failure RmcpPlusSession::openSocket() {
         return fail(Failure::AddressUnknown,
                     "cannot resolve the address: " + std::string(gai_strerror(resolved)));
     }
-    // A connected UDP socket takes datagrams from the BMC's address and port only.
+    // Not connected: some BMCs answer from another port than the one asked, which a connected
+    // socket would drop. Datagrams from other addresses are dropped by awaitAnswer().
     socket_ = ::socket(found->ai_family, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const bool connected =
-        socket_ >= 0 && ::connect(socket_, found->ai_addr, found->ai_addrlen) == 0;
     const int error = errno;
+    std::memcpy(&bmcAddress_, found->ai_addr, found->ai_addrlen);
+    bmcAddressLength_ = found->ai_addrlen;
     freeaddrinfo(found);
-    if (!connected)
+    if (socket_ < 0)
         return fail(Failure::SystemError, "no UDP socket: " + std::string(std::strerror(error)));
     return Failure::None;
 }
@@ -205,22 +251,29 @@ RmcpPlusSession::Failure RmcpPlusSession::askForIpmi20(Clock::time_point deadlin
         RmcpPlusCodec::channelAuthenticationCapabilitiesRequest(settings_.privilege);
     Bytes message;
     Bytes answer;
-    const bool answered =
-        transact([&] { return send(request); },
-                 [&](const unsigned char* datagram, std::size_t size) {
-                     return RmcpPlusCodec::sessionlessMessage(datagram, size, message) &&
-                            RmcpPlusCodec::ipmiResponse(
-                                message, kApp, getChannelAuthenticationCapabilities, 0, answer);
-                 },
-                 deadline, Resend::Doubling);
+    // The answer only steers the handshake, which checks everything that matters, and anyone on
+    // the path could forge it, checksums and all: wrong checksums are overlooked.
+    const bool answered = transact(
+        [&] { return send(request); },
+        [&](const unsigned char* datagram, std::size_t size) {
+            return RmcpPlusCodec::sessionlessMessage(datagram, size, message) &&
+                   RmcpPlusCodec::ipmiResponse(message, kApp, getChannelAuthenticationCapabilities,
+                                               0, answer, RmcpPlusCodec::Checksums::Ignored);
+        },
+        deadline, Resend::Doubling);
     if (!answered) return fail(Failure::NoAnswer, "no answer from the BMC");
+    Bytes checked;
+    if (!RmcpPlusCodec::ipmiResponse(message, kApp, getChannelAuthenticationCapabilities, 0,
+                                     checked)) {
+        note(kChecksumsInCapabilities);
+    }
     // Completion code, channel, authentication types (bit 7: IPMI v2.0 data follows), status,
-    // extended capabilities (bit 1: IPMI v2.0 sessions). A BMC that fails the command may still
-    // speak RMCP+: Open Session tells.
+    // extended capabilities (bit 1: IPMI v2.0 sessions). Some BMCs misreport them, and one that
+    // fails the command may still speak RMCP+: Open Session tells.
     if (answer.size() < 5 || answer[0] != 0x00) return Failure::None;
     const bool speaks20 = (answer[2] & 0x80) && (answer[4] & 0x02);
     ipmiVersion_ = speaks20 ? "2.0" : "1.5";
-    if (!speaks20) return fail(Failure::Ipmi20Unavailable, "the BMC offers no IPMI v2.0 sessions");
+    ipmi20Unreported_ = !speaks20;
     return Failure::None;
 }
 
@@ -266,11 +319,18 @@ RmcpPlusSession::Failure RmcpPlusSession::openSession(Clock::time_point deadline
     if (!handshake(
             RmcpPlusCodec::kOpenSessionRequest,
             [&](unsigned char tag) {
-                return RmcpPlusCodec::openSessionRequest(tag, rakp_.consoleSessionId, suite_);
+                return RmcpPlusCodec::openSessionRequest(tag, rakp_.consoleSessionId, suite_,
+                                                         openSessionPrivilege());
             },
             RmcpPlusCodec::kOpenSessionResponse, deadline, answer)) {
+        if (ipmi20Unreported_) {
+            return fail(Failure::Ipmi20Unavailable,
+                        "Get Channel Authentication Capabilities reports no IPMI v2.0 sessions, "
+                        "and Open Session went unanswered");
+        }
         return fail(Failure::NoAnswer, "no answer to Open Session");
     }
+    if (ipmi20Unreported_) note(kIpmi20Unreported);
     // Tag, status, maximum privilege, reserved, our session ID, the BMC's session ID, then the
     // three algorithm records: type, two reserved bytes, length, algorithm, three reserved bytes.
     if (answer[1] != 0x00) {
@@ -301,10 +361,18 @@ RmcpPlusSession::Failure RmcpPlusSession::openSession(Clock::time_point deadline
     return Failure::None;
 }
 
+unsigned char RmcpPlusSession::openSessionPrivilege() const {
+    return settings_.workarounds & kWorkaroundOpenSessionPrivilege ? settings_.privilege : 0x00;
+}
+
 RmcpPlusSession::Failure RmcpPlusSession::authenticate(Clock::time_point deadline) {
     gcry_randomize(rakp_.consoleRandom, sizeof rakp_.consoleRandom, GCRY_STRONG_RANDOM);
     rakp_.role = kNameOnlyLookup | settings_.privilege;
-    rakp_.user = settings_.user;
+    // Some Intel BMCs know the user only by the name padded to 16 bytes.
+    const bool padName = settings_.workarounds & kWorkaroundIntel20;
+    rakp_.user = padName ? paddedUserName(settings_.user) : settings_.user;
+    if (padName) note("intel20");
+    if (openSessionPrivilege() != 0x00) note("opensesspriv");
     Bytes answer;
     if (!handshake(
             RmcpPlusCodec::kRakp1,
@@ -322,9 +390,8 @@ RmcpPlusSession::Failure RmcpPlusSession::authenticate(Clock::time_point deadlin
         return fail(failureFor(answer[1]), "RAKP message 1 refused: " + statusText(answer[1]));
     Bytes userKey = paddedKey(settings_.password);
     const WipedOnExit<Bytes> userKeyWiped(userKey);
-    std::unique_ptr<Hmac> user;
-    if (suite_.authenticates()) user = std::make_unique<Hmac>(suite_.digest, userKey);
-    const std::size_t codeLength = user ? user->length() : 0;
+    const std::size_t codeLength =
+        suite_.authenticates() ? gcry_md_get_algo_dlen(suite_.digest) : 0;
     // Tag, status, reserved, our session ID, Rc, the BMC's GUID, its key exchange code.
     ByteReader fields(answer, 8);
     if (fields.remaining() < 2 * RmcpPlusCodec::kRandomLength + codeLength) {
@@ -334,34 +401,28 @@ RmcpPlusSession::Failure RmcpPlusSession::authenticate(Clock::time_point deadlin
     fields.bytes(rakp_.bmcGuid, RmcpPlusCodec::kRandomLength);
     Bytes code;
     fields.bytes(code, codeLength);
+    // Some BMCs send a byte more after the code (and some a 21-byte HMAC-SHA1 code).
+    if (fields.remaining() > 0) note(kLongerRakp2);
     Bytes rakp3Code;
     Bytes sik;
-    Bytes k1;
-    Bytes k2;
     const WipedOnExit<Bytes> sikWiped(sik);
-    const WipedOnExit<Bytes> k1Wiped(k1);
-    const WipedOnExit<Bytes> k2Wiped(k2);
-    if (user) {
+    // The session integrity key (SIK) is keyed by the BMC key K_g, or by the user's key where
+    // the BMC has none (IPMI v2.0 13.31).
+    Bytes bmcKey = paddedKey(settings_.bmcKey);
+    const WipedOnExit<Bytes> bmcKeyWiped(bmcKey);
+    const Bytes& sikKey = settings_.bmcKey.empty() ? userKey : bmcKey;
+    if (suite_.authenticates()) {
         // The BMC proved it knows the user's password; a mismatch is the wrong password, and
         // RAKP message 3 tells the BMC so, which ends the session there.
-        if (code != user->of(rakp_.rakp2Signed())) {
+        if (!matchesRakp2(code, userKey)) {
             abandon(kStatusInvalidIntegrityCheck);
             return fail(Failure::PasswordRefused,
                         "the BMC's RAKP message 2 does not match this password");
         }
-        rakp3Code = user->of(rakp_.rakp3Signed());
-        // The session integrity key (SIK) is keyed by the BMC key K_g, or by the user's key
-        // where the BMC has none. K1 and K2 are the SIK's HMAC of 20 bytes of 01h and of 02h
-        // (IPMI v2.0 13.31, 13.32).
-        Bytes bmcKey = paddedKey(settings_.bmcKey);
-        const WipedOnExit<Bytes> bmcKeyWiped(bmcKey);
-        sik = sessionIntegrityKey(settings_.bmcKey.empty() ? userKey : bmcKey);
-        Hmac sessionIntegrity(suite_.digest, sik);
-        k1 = sessionIntegrity.of(Bytes(kKeyConstantLength, 0x01));
-        k2 = sessionIntegrity.of(Bytes(kKeyConstantLength, 0x02));
+        rakp3Code = Hmac(suite_.digest, userKey).of(rakp_.rakp3Signed());
+        sik = sessionIntegrityKey(sikKey, rakp_.role);
     }
-    codec_ =
-        std::make_unique<RmcpPlusCodec>(suite_, rakp_.bmcSessionId, rakp_.consoleSessionId, k1, k2);
+    keySession(sik);
     Bytes rakp4;
     switch (confirm(rakp3Code, deadline, rakp4)) {
         case Confirmation::None:
@@ -379,13 +440,34 @@ RmcpPlusSession::Failure RmcpPlusSession::authenticate(Clock::time_point deadlin
         restartable_ = rakp1Resent || resent_;
         return fail(failureFor(rakp4[1]), "RAKP message 3 refused: " + statusText(rakp4[1]));
     }
-    const std::size_t checkLength = suite_.authenticates() ? suite_.integrityCheckLength : 0;
-    if (rakp4.size() < 8 + checkLength) {
-        return fail(Failure::BmcRefused, "a RAKP message 4 that does not fit the request");
+    const Failure failure = checkRakp4(rakp4, sik, sikKey, userKey);
+    if (failure == Failure::None) active_ = true;
+    return failure;
+}
+
+// Each variant still needs the password: a code that matches only under one proves the BMC
+// computes it so, and the same inputs then make RAKP 3's code and the keys.
+bool RmcpPlusSession::matchesRakp2(const Bytes& code, Bytes& userKey) {
+    const std::string name = rakp_.user;
+    const bool mayCutPassword =
+        suite_.digest == GCRY_MD_MD5 && settings_.password.size() > kMd5PasswordLength;
+    for (const bool padName : {false, true}) {
+        if (padName && name.size() == kLongestUserName) continue;
+        rakp_.user = padName ? paddedUserName(name) : name;
+        for (const bool cutPassword : {false, true}) {
+            if (cutPassword && !mayCutPassword) continue;
+            Bytes key =
+                paddedKey(settings_.password, cutPassword ? kMd5PasswordLength : kLongestKey);
+            const WipedOnExit<Bytes> keyWiped(key);
+            if (code != Hmac(suite_.digest, key).of(rakp_.rakp2Signed())) continue;
+            if (padName) note(kPaddedUserName);
+            if (cutPassword) note(kCutMd5Password);
+            std::copy(key.begin(), key.end(), userKey.begin());
+            return true;
+        }
     }
-    if (user && !signsRakp4(sik, rakp4)) return refuseRakp4(rakp4, userKey);
-    active_ = true;
-    return Failure::None;
+    rakp_.user = name;
+    return false;
 }
 
 RmcpPlusSession::Confirmation RmcpPlusSession::confirm(const Bytes& rakp3Code,
@@ -426,8 +508,62 @@ RmcpPlusSession::Confirmation RmcpPlusSession::confirm(const Bytes& rakp3Code,
     return Confirmation::ByRakp4;
 }
 
-RmcpPlusSession::Bytes RmcpPlusSession::sessionIntegrityKey(const Bytes& key) const {
-    return Hmac(suite_.digest, key).of(rakp_.sessionKeyInput());
+RmcpPlusSession::Bytes RmcpPlusSession::sessionIntegrityKey(const Bytes& key,
+                                                            unsigned char role) const {
+    RmcpPlusCodec::Rakp keyed = rakp_;
+    keyed.role = role;
+    return Hmac(suite_.digest, key).of(keyed.sessionKeyInput());
+}
+
+// K1 and K2 are the SIK's HMAC of 20 bytes of 01h and of 02h (IPMI v2.0 13.32); without
+// authentication there are none.
+void RmcpPlusSession::keySession(const Bytes& sik) {
+    Bytes k1;
+    Bytes k2;
+    const WipedOnExit<Bytes> k1Wiped(k1);
+    const WipedOnExit<Bytes> k2Wiped(k2);
+    if (suite_.authenticates()) {
+        Hmac sessionIntegrity(suite_.digest, sik);
+        k1 = sessionIntegrity.of(Bytes(kKeyConstantLength, 0x01));
+        k2 = sessionIntegrity.of(Bytes(kKeyConstantLength, 0x02));
+    }
+    codec_ =
+        std::make_unique<RmcpPlusCodec>(suite_, rakp_.bmcSessionId, rakp_.consoleSessionId, k1, k2);
+}
+
+RmcpPlusSession::Failure RmcpPlusSession::checkRakp4(const Bytes& rakp4, const Bytes& sik,
+                                                     const Bytes& sikKey, const Bytes& userKey) {
+    // Tag, status, reserved, our session ID, then the check value.
+    if (rakp4.size() < 8) {
+        return fail(Failure::BmcRefused, "a RAKP message 4 that does not fit the request");
+    }
+    const std::size_t checkLength = rakp4.size() - 8;
+    if (!suite_.authenticates()) {
+        // Some BMCs send one with cipher suite 0, which has nothing to check it with.
+        if (checkLength > 0) note(kRakp4CheckWithSuiteZero);
+        return Failure::None;
+    }
+    // Some BMCs compute the check value with the integrity algorithm, "none" for suites 1, 6 and
+    // 15: empty. Those suites never use the SIK again, and RAKP 2 proved the password.
+    if (checkLength == 0 && !suite_.signsPackets()) {
+        note(kRakp4ByIntegrityAlgorithm);
+        return Failure::None;
+    }
+    if (checkLength < suite_.integrityCheckLength) {
+        return fail(Failure::BmcRefused, "a RAKP message 4 that does not fit the request");
+    }
+    if (signsRakp4(sik, rakp4)) return Failure::None;
+    // Some BMCs key the session with the privilege level Open Session asked for in RAKP 1's
+    // role: a SIK of that role that signs RAKP 4 proves it, and keys the session.
+    const unsigned char openSessionRole = (rakp_.role & 0xF0) | openSessionPrivilege();
+    Bytes otherSik = sessionIntegrityKey(sikKey, openSessionRole);
+    const WipedOnExit<Bytes> otherSikWiped(otherSik);
+    if (openSessionRole != rakp_.role && signsRakp4(otherSik, rakp4)) {
+        note(kKeysOfOpenSessionPrivilege);
+        keySession(otherSik);
+        return Failure::None;
+    }
+    return refuseRakp4(rakp4, userKey);
 }
 
 // RAKP 4's integrity check value: the SIK's HMAC of Rm, SIDc and GUIDc, cut to the suite's
@@ -445,7 +581,7 @@ RmcpPlusSession::Failure RmcpPlusSession::refuseRakp4(const Bytes& rakp4, const 
     const char* text = "RAKP message 4 is signed with a BMC key (K_g) and none was given";
     if (!settings_.bmcKey.empty()) {
         // Signed with the SIK of the user's key: the BMC has no BMC key.
-        Bytes sik = sessionIntegrityKey(userKey);
+        Bytes sik = sessionIntegrityKey(userKey, rakp_.role);
         const WipedOnExit<Bytes> sikWiped(sik);
         text = signsRakp4(sik, rakp4)
                    ? "RAKP message 4 is signed without a BMC key (K_g), but one was given"
@@ -460,7 +596,7 @@ RmcpPlusSession::Failure RmcpPlusSession::setPrivilege(Clock::time_point deadlin
     Bytes answer;
     if (!request(kApp, kSetSessionPrivilegeLevel, {settings_.privilege}, deadline, answer) ||
         answer.empty()) {
-        return fail(Failure::NoAnswer, "no answer to Set Session Privilege Level");
+        return fail(Failure::NoAnswer, unanswered("no answer to Set Session Privilege Level"));
     }
     // An answer in the session, checked with its keys: the BMC holds the session.
     active_ = true;
@@ -514,7 +650,8 @@ bool RmcpPlusSession::exchange(unsigned char netFn, unsigned char command, const
     }
     bmcAnswering_ = request(netFn, command, data, Clock::now() + settings_.timeout, answer);
     if (!bmcAnswering_) {
-        failureText_ = "no answer within " + std::to_string(settings_.timeout.count()) + " ms";
+        failureText_ =
+            unanswered("no answer within " + std::to_string(settings_.timeout.count()) + " ms");
     }
     return bmcAnswering_;
 }
@@ -540,8 +677,23 @@ unsigned char RmcpPlusSession::nextRequestSequence() {
 bool RmcpPlusSession::answers(const unsigned char* datagram, std::size_t size, unsigned char netFn,
                               unsigned char command, unsigned char sequence, Bytes& answer) {
     Bytes message;
-    return codec_->open(datagram, size, message) &&
-           RmcpPlusCodec::ipmiResponse(message, netFn, command, sequence, answer);
+    if (!codec_->open(datagram, size, message)) return false;
+    if (RmcpPlusCodec::ipmiResponse(message, netFn, command, sequence, answer)) return true;
+    if (!RmcpPlusCodec::ipmiResponse(message, netFn, command, sequence, answer,
+                                     RmcpPlusCodec::Checksums::Ignored)) {
+        return false;
+    }
+    // The checksums alone are wrong.
+    if (suite_.signsPackets()) {
+        note(kChecksumsUnderIntegrityCode);
+        return true;
+    }
+    if (settings_.workarounds & kWorkaroundNoChecksumCheck) {
+        note("nochecksumcheck");
+        return true;
+    }
+    droppedForChecksums_ = true;
+    return false;
 }
 
 bool RmcpPlusSession::transact(const std::function<bool()>& sendNext, const Acceptor& accept,
@@ -580,18 +732,38 @@ bool RmcpPlusSession::awaitAnswer(const Acceptor& accept, Clock::time_point unti
         const int ready = ppoll(&readable, 1, &timeout, nullptr);
         if (ready < 0 && errno != EINTR) return false;
         if (ready <= 0) continue;
-        // A refused port (ICMP) shows up as an error here: the BMC may come back, so go on.
-        const ssize_t size = recv(socket_, datagram_.data(), datagram_.size(), 0);
-        if (size <= 0) continue;
-        if (accept(datagram_.data(), static_cast<std::size_t>(size))) return true;
+        sockaddr_storage source{};
+        socklen_t sourceLength = sizeof source;
+        const ssize_t size = recvfrom(socket_, datagram_.data(), datagram_.size(), 0,
+                                      reinterpret_cast<sockaddr*>(&source), &sourceLength);
+        if (size <= 0 || !fromBmc(source)) continue;
+        if (accept(datagram_.data(), static_cast<std::size_t>(size))) {
+            if (portOf(source) != portOf(bmcAddress_)) note(kAnswersFromAnotherPort);
+            return true;
+        }
         endDuplicateSession(datagram_.data(), static_cast<std::size_t>(size));
     }
 }
 
 bool RmcpPlusSession::send(const Bytes& packet) {
-    // A refused port (ICMP) fails the send too; the wait for an answer decides.
-    const ssize_t sent = ::send(socket_, packet.data(), packet.size(), 0);
-    return sent == static_cast<ssize_t>(packet.size()) || errno == ECONNREFUSED;
+    // An unconnected socket hears nothing of a refused port (ICMP): the wait for an answer
+    // decides, as it should, for the BMC may come back.
+    const ssize_t sent =
+        ::sendto(socket_, packet.data(), packet.size(), 0,
+                 reinterpret_cast<const sockaddr*>(&bmcAddress_), bmcAddressLength_);
+    return sent == static_cast<ssize_t>(packet.size());
+}
+
+bool RmcpPlusSession::fromBmc(const sockaddr_storage& source) const {
+    if (source.ss_family != bmcAddress_.ss_family) return false;
+    if (source.ss_family == AF_INET) {
+        return reinterpret_cast<const sockaddr_in&>(source).sin_addr.s_addr ==
+               reinterpret_cast<const sockaddr_in&>(bmcAddress_).sin_addr.s_addr;
+    }
+    if (source.ss_family != AF_INET6) return false;
+    const in6_addr& from = reinterpret_cast<const sockaddr_in6&>(source).sin6_addr;
+    const in6_addr& bmc = reinterpret_cast<const sockaddr_in6&>(bmcAddress_).sin6_addr;
+    return std::memcmp(&from, &bmc, sizeof from) == 0;
 }
 
 // OpenIPMI's simulator, for one, opens a session for each Open Session it receives, resends

@@ -2,8 +2,12 @@
 // Open Session, RAKP 1 to 4 and Set Session Privilege Level to open it; then one request at a
 // time, each resent until answered or timed out; Close Session at the end. Resends are spaced by
 // the round trip where it is long, and double during the handshake. A handshake that fails after
-// the BMC accepted part of it tells the BMC to drop the session.
+// the BMC accepted part of it tells the BMC to drop the session. Departures from IPMI v2.0 that
+// some BMCs show are recognised where their answers prove them, and otherwise expected when the
+// settings' workarounds say so; deviations() tells which the session met.
 #pragma once
+
+#include <sys/socket.h>
 
 #include <chrono>
 #include <functional>
@@ -32,6 +36,7 @@ public:
         // This process opened a session to this BMC before: it speaks IPMI v2.0, and Get
         // Channel Authentication Capabilities, which only tells that, is not sent again.
         bool speaksIpmi20;
+        unsigned workarounds;  // IpmiWorkaround flags
     };
 
     // Why a session did not open.
@@ -76,6 +81,9 @@ public:
     // One request in the open session: true with the completion code and data in `answer`.
     bool exchange(unsigned char netFn, unsigned char command, const Bytes& data, Bytes& answer);
     void close();
+    // Each departure from IPMI v2.0 the BMC showed in this session and how it was handled: a
+    // workaround's name where one given was used, or what the client recognised on its own.
+    const std::vector<std::string>& deviations() const { return deviations_; }
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -83,15 +91,31 @@ private:
     using Acceptor = std::function<bool(const unsigned char* datagram, std::size_t size)>;
 
     Failure fail(Failure failure, std::string text);
+    void note(const std::string& deviation);
+    // What a request left unanswered tells, with what the answers dropped for their checksums
+    // suggest.
+    std::string unanswered(const std::string& text) const;
     Failure openSocket();
     Failure askForIpmi20(Clock::time_point deadline);
     std::optional<Bytes> askForCipherSuites(Clock::time_point deadline);
     // Open Session to Set Session Privilege Level, once.
     Failure establish(Clock::time_point deadline);
     Failure openSession(Clock::time_point deadline);
+    // Open Session's requested maximum privilege level: 0, the highest the algorithms allow (the
+    // level is asked for in RAKP 1), unless the opensesspriv workaround asks for RAKP 1's.
+    unsigned char openSessionPrivilege() const;
     Failure authenticate(Clock::time_point deadline);
-    // The SIK: the HMAC keyed by `key` (K_g, or the user's key) of the key exchange.
-    Bytes sessionIntegrityKey(const Bytes& key) const;
+    // Whether RAKP 2's key exchange code matches, as IPMI v2.0 computes it or as some BMCs do
+    // (user name padded, HMAC-MD5 password cut): `rakp_` and `userKey` are left as it matched.
+    bool matchesRakp2(const Bytes& code, Bytes& userKey);
+    // The SIK: the HMAC keyed by `key` (K_g, or the user's key) of the key exchange with `role`.
+    Bytes sessionIntegrityKey(const Bytes& key, unsigned char role) const;
+    // The session's keys K1 and K2, from the SIK, in a new codec.
+    void keySession(const Bytes& sik);
+    // RAKP 4's integrity check value: whether it proves the BMC holds the SIK (that from
+    // `sikKey`) where the suite uses one.
+    Failure checkRakp4(const Bytes& rakp4, const Bytes& sik, const Bytes& sikKey,
+                       const Bytes& userKey);
     bool signsRakp4(const Bytes& sik, const Bytes& rakp4) const;
     // RAKP 4's integrity check value, when it does not match: which BMC key the BMC used.
     Failure refuseRakp4(const Bytes& rakp4, const Bytes& userKey);
@@ -125,12 +149,15 @@ private:
     bool awaitAnswer(const Acceptor& accept, Clock::time_point until);
     std::chrono::nanoseconds firstResendInterval() const;
     bool send(const Bytes& packet);
+    // Whether a datagram from `source` comes from the BMC: its address, whatever the port.
+    bool fromBmc(const sockaddr_storage& source) const;
     // One IPMI request in the active session, answered before the deadline.
     bool request(unsigned char netFn, unsigned char command, const Bytes& data,
                  Clock::time_point deadline, Bytes& answer);
     unsigned char nextRequestSequence();
     // Whether `datagram` is the session's answer to that request; its completion code and data
-    // go to `answer`.
+    // go to `answer`. Wrong checksums are overlooked where the integrity code vouches for the
+    // message, or with the nochecksumcheck workaround.
     bool answers(const unsigned char* datagram, std::size_t size, unsigned char netFn,
                  unsigned char command, unsigned char sequence, Bytes& answer);
     // Ends a session the BMC opened for an Open Session resent by us, if `datagram` answers one.
@@ -147,6 +174,8 @@ private:
     Settings settings_;
     CipherSuite suite_{};
     int socket_ = -1;
+    sockaddr_storage bmcAddress_{};  // where requests go
+    socklen_t bmcAddressLength_ = 0;
     unsigned char tag_ = 0;
     unsigned char requestSequence_ = 0;
     RmcpPlusCodec::Rakp rakp_;
@@ -161,5 +190,10 @@ private:
     std::string ipmiVersion_;
     std::optional<Bytes> offeredCipherSuites_;
     unsigned char openSessionRefusal_ = 0x00;
+    std::vector<std::string> deviations_;
+    // Get Channel Authentication Capabilities reported no IPMI v2.0 sessions.
+    bool ipmi20Unreported_ = false;
+    // An answer was dropped for wrong checksums alone.
+    bool droppedForChecksums_ = false;
     Bytes datagram_;
 };

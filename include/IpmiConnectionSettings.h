@@ -59,8 +59,8 @@ struct ConnectionSettings {
     /// TOLMAR_IPMI_RETRANSMISSION_TIMEOUT_MS, else 1 s.
     std::optional<std::chrono::milliseconds> retransmissionTimeout;
     /// Workarounds for BMCs that depart from IPMI v2.0 in ways the client cannot tell from their
-    /// answers, by FreeIPMI's names (WorkaroundNames()). An unknown name fails the connection.
-    /// Default: none.
+    /// answers, by FreeIPMI's names (WorkaroundNames()); the names of departures it recognises on
+    /// its own are taken and change nothing. An unknown name fails the connection. Default: none.
     std::vector<std::string> workarounds;
 };
 

@@ -37,7 +37,7 @@ ClientActivity GetClientActivity() {
     return {activity.requests, activity.selEntries};
 }
 
-std::vector<std::string> WorkaroundNames() { return ipmiWorkaroundNames(~0u); }
+std::vector<std::string> WorkaroundNames() { return ipmiWorkaroundNames(); }
 
 void SetLogLevel(int level) { Log::SetMinLogLevel(level); }
 

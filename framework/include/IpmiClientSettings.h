@@ -18,23 +18,27 @@ constexpr unsigned long kChooseCipherSuite = 0xFFFF;
 // client survives them only when told to expect them. Each bears FreeIPMI's --workaround-flags
 // name where that means the same.
 enum IpmiWorkaround : unsigned {
-    // "authcap": Get Channel Authentication Capabilities misreports what the BMC offers; open an
-    // IPMI v2.0 session whatever it says.
-    kWorkaroundAuthCap = 1u << 0,
-    // "nochecksumcheck": answers carry wrong IPMI message checksums but are otherwise right.
-    kWorkaroundNoChecksumCheck = 1u << 1,
-    // "intel20": the user name padded with zeros to 16 bytes in RAKP message 1, and HMAC-MD5
-    // passwords cut to 16 bytes.
-    kWorkaroundIntel20 = 1u << 2,
+    // A FreeIPMI name for a departure the client recognises on its own ("authcap", "sun20",
+    // "supermicro20", "integritycheckvalue"): taken, with nothing to do.
+    kWorkaroundHandledAnyway = 0,
+    // "nochecksumcheck": answers carry wrong IPMI message checksums but are otherwise right; taken
+    // also where no integrity code vouches for them (where one does, they are taken anyway).
+    kWorkaroundNoChecksumCheck = 1u << 0,
+    // "intel20": the user name padded with zeros to 16 bytes in RAKP message 1, for BMCs that
+    // know it only so (their padded codes, and HMAC-MD5 passwords cut to 16 bytes, are
+    // recognised anyway).
+    kWorkaroundIntel20 = 1u << 1,
     // "opensesspriv": Open Session asks for the privilege level RAKP message 1 asks for, rather
-    // than "the highest", for BMCs that derive the keys from Open Session's level.
-    kWorkaroundOpenSessionPrivilege = 1u << 3,
+    // than "the highest", for BMCs that derive the keys from Open Session's level (recognised
+    // anyway where RAKP message 4 shows it).
+    kWorkaroundOpenSessionPrivilege = 1u << 2,
 };
 
-// The workaround of a FreeIPMI name, or nullopt for a name this client has no use for.
+// The workaround of a FreeIPMI name (kWorkaroundHandledAnyway: known, nothing to do), or nullopt
+// for a name this client does not know.
 std::optional<IpmiWorkaround> ipmiWorkaroundNamed(const std::string& name);
-// The names of the workarounds in `flags`, in the order of the enum.
-std::vector<std::string> ipmiWorkaroundNames(unsigned flags);
+// Every name ipmiWorkaroundNamed() knows.
+std::vector<std::string> ipmiWorkaroundNames();
 
 struct IpmiClientSettings {
     // In place of the one the constructor takes; kChooseCipherSuite: asked of the BMC

@@ -94,4 +94,25 @@ TEST(IpmiClientSettingsTest, ScopesNestOnTheirOwnThreadOnly) {
     EXPECT_FALSE(elsewhere);
 }
 
+TEST(IpmiClientSettingsTest, WorkaroundNamesAreFlagsKnownWithoutEffectOrUnknown) {
+    EXPECT_EQ(ipmiWorkaroundNamed("intel20"), kWorkaroundIntel20);
+    EXPECT_EQ(ipmiWorkaroundNamed("nochecksumcheck"), kWorkaroundNoChecksumCheck);
+    EXPECT_EQ(ipmiWorkaroundNamed("opensesspriv"), kWorkaroundOpenSessionPrivilege);
+    for (const char* handled : {"authcap", "sun20", "supermicro20", "integritycheckvalue"}) {
+        EXPECT_EQ(ipmiWorkaroundNamed(handled), kWorkaroundHandledAnyway) << handled;
+    }
+    EXPECT_EQ(ipmiWorkaroundNamed("idzero"), std::nullopt);
+
+    IpmiClientSettings given;
+    given.workarounds = {"sun20", "intel20", "authcap"};
+    EffectiveIpmiClientSettings settings = effectiveSettings(given);
+    EXPECT_EQ(settings.workarounds, unsigned{kWorkaroundIntel20});
+    EXPECT_EQ(settings.unusable, "");
+    given.workarounds = {"sun20", "idzero"};
+    settings = effectiveSettings(given);
+    EXPECT_EQ(settings.unusable,
+              "no workaround is named \"idzero\"; there are authcap, nochecksumcheck, intel20, "
+              "supermicro20, sun20, opensesspriv and integritycheckvalue");
+}
+
 }  // namespace

@@ -138,6 +138,18 @@ TEST(RmcpPlusCodecTest, TakesOnlyTheAnswerToItsRequest) {
     }
 }
 
+TEST(RmcpPlusCodecTest, TakesAnAnswerWithWrongChecksumsOnlyWhenToldToIgnoreThem) {
+    // The Get Device ID answer above with both checksums off by one.
+    const Bytes answer = fromHex("81 1C 64 20 1C 01 00 11 22 91");
+    Bytes data;
+    EXPECT_FALSE(RmcpPlusCodec::ipmiResponse(answer, 0x06, 0x01, 7, data));
+    ASSERT_TRUE(RmcpPlusCodec::ipmiResponse(answer, 0x06, 0x01, 7, data,
+                                            RmcpPlusCodec::Checksums::Ignored));
+    EXPECT_EQ(data, fromHex("00 11 22"));
+    EXPECT_FALSE(RmcpPlusCodec::ipmiResponse(answer, 0x06, 0x02, 7, data,
+                                             RmcpPlusCodec::Checksums::Ignored));
+}
+
 TEST(RmcpPlusCodecTest, AsksForChannelCapabilitiesInAnIpmi15Packet) {
     EXPECT_EQ(RmcpPlusCodec::channelAuthenticationCapabilitiesRequest(0x04),
               fromHex("06 00 FF 07 00 00 00 00 00 00 00 00 00 09 20 18 C8 81 00 38 8E 04 B5"));
@@ -180,11 +192,14 @@ TEST(RmcpPlusCodecTest, CandidateSuitesAreTheStrongestOfferedThen17And3) {
 
 TEST(RmcpPlusCodecTest, ProposesTheSuitesAlgorithmsInOpenSession) {
     const Bytes payload =
-        RmcpPlusCodec::openSessionRequest(0x01, 0x11223344, *CipherSuite::find(17));
+        RmcpPlusCodec::openSessionRequest(0x01, 0x11223344, *CipherSuite::find(17), 0x00);
     EXPECT_EQ(payload, fromHex("01 00 00 00 44 33 22 11"
                                "00 00 00 08 03 00 00 00"
                                "01 00 00 08 04 00 00 00"
                                "02 00 00 08 01 00 00 00"));
+    // A privilege level asked for: administrator.
+    EXPECT_EQ(RmcpPlusCodec::openSessionRequest(0x01, 0x11223344, *CipherSuite::find(17), 0x04)[1],
+              0x04);
     EXPECT_EQ(RmcpPlusCodec::sessionSetupPacket(RmcpPlusCodec::kOpenSessionRequest, {0xAA}),
               fromHex("06 00 FF 07 06 10 00 00 00 00 00 00 00 00 01 00 AA"));
 }
@@ -287,6 +302,19 @@ TEST(RmcpPlusCodecTest, TakesLatePacketsOnceWithinThirtyTwoSequenceNumbers) {
     EXPECT_FALSE(ends.console.open(packets[7].data(), packets[7].size(), opened));
     EXPECT_FALSE(ends.console.open(packets[6].data(), packets[6].size(), opened));  // 33 behind
     EXPECT_TRUE(ends.console.open(packets[38].data(), packets[38].size(), opened));
+}
+
+TEST(RmcpPlusCodecTest, TakesSequenceNumbersThatStepByTwo) {
+    SessionEnds ends(*CipherSuite::find(17));
+    Bytes opened;
+    // Past the 32 numbers of the replay window, twice over; each packet once.
+    for (int i = 0; i < 70; ++i) {
+        ends.bmc.seal({});  // a number the BMC skips
+        const Bytes packet = ends.bmc.seal({static_cast<unsigned char>(i)});
+        ASSERT_TRUE(ends.console.open(packet.data(), packet.size(), opened)) << i;
+        EXPECT_EQ(opened, Bytes{static_cast<unsigned char>(i)});
+        EXPECT_FALSE(ends.console.open(packet.data(), packet.size(), opened)) << i << " replayed";
+    }
 }
 
 }  // namespace

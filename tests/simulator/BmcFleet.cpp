@@ -110,7 +110,7 @@ void BmcFleet::serve(unsigned thread, unsigned threads) {
         const int count = epoll_wait(waiting, ready, 64, 50);
         for (int r = 0; r < count; ++r) {
             Member& member = *members_[ready[r].data.u64];
-            sockaddr_in client{};
+            sockaddr_storage client{};
             socklen_t length = sizeof client;
             const ssize_t size = recvfrom(member.socket, datagram.data(), datagram.size(), 0,
                                           reinterpret_cast<sockaddr*>(&client), &length);

@@ -1,12 +1,14 @@
-// A small RMCP+ BMC of the tests' own, on a free UDP port of 127.0.0.1, for handshakes ipmi_sim
-// cannot produce: a BMC key (K_g), a resent RAKP message 3 refused, RAKP message 4 lost, session
-// ID 0, forged refusals. One user; in a session it answers Set Session Privilege Level, Get Device
+// A small RMCP+ BMC of the tests' own, on a free UDP port of 127.0.0.1 (or ::1), for handshakes
+// ipmi_sim cannot produce: a BMC key (K_g), a resent RAKP message 3 refused, RAKP message 4 lost,
+// session ID 0, forged refusals, and the departures from IPMI v2.0 real BMCs were seen with
+// (CraftedBehaviour). One user; in a session it answers Set Session Privilege Level, Get Device
 // ID and Close Session, and other commands through its command answerer (an in-memory BMC's, say),
 // or refuses them with C1h without one.
 #pragma once
 
 #include <atomic>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -37,13 +39,19 @@ public:
     int cipherSuiteRequests() const { return responder_.cipherSuiteRequests(); }
     // The cipher suite each Open Session proposed, in order; -1 for no known suite.
     std::vector<int> proposedCipherSuites() const;
+    // The requested maximum privilege level of the last Open Session request.
+    int openSessionPrivilege() const { return responder_.openSessionPrivilege(); }
+    // The user name of the last RAKP message 1, as it came.
+    std::string rakp1UserName() const;
 
 private:
     void run();
 
     RmcpPlusResponder responder_;
+    int family_;  // AF_INET: on 127.0.0.1; AF_INET6: on ::1
     int socket_ = -1;
     unsigned short port_ = 0;
+    int answerSocket_ = -1;  // socket_, or another port's with answerFromAnotherPort
     mutable std::mutex mutex_;
     std::atomic<bool> stopping_{false};
     std::thread thread_;

@@ -16,11 +16,19 @@ sockaddr_in loopbackAddress(unsigned short port) {
     return address;
 }
 
-int bindLoopback(int type, unsigned short port) {
-    const int fd = socket(AF_INET, type | SOCK_CLOEXEC, 0);
+int bindLoopback(int type, unsigned short port, int family) {
+    const int fd = socket(family, type | SOCK_CLOEXEC, 0);
     if (fd < 0) return -1;
     const sockaddr_in address = loopbackAddress(port);
-    if (bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    sockaddr_in6 address6{};
+    address6.sin6_family = AF_INET6;
+    address6.sin6_port = htons(port);
+    address6.sin6_addr = in6addr_loopback;
+    const bool bound =
+        family == AF_INET6
+            ? bind(fd, reinterpret_cast<const sockaddr*>(&address6), sizeof address6) == 0
+            : bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    if (!bound) {
         close(fd);
         return -1;
     }
@@ -28,10 +36,11 @@ int bindLoopback(int type, unsigned short port) {
 }
 
 unsigned short boundPort(int fd) {
-    sockaddr_in address{};
+    sockaddr_storage address{};
     socklen_t length = sizeof address;
     getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    return ntohs(address.sin_port);
+    // Both families keep the port at the same place.
+    return ntohs(reinterpret_cast<const sockaddr_in&>(address).sin_port);
 }
 
 unsigned short freeLoopbackPort(int type) {

@@ -35,13 +35,15 @@ constexpr unsigned char kStatusUnauthorizedName = 0x0D;
 constexpr unsigned char kStatusInvalidIntegrityCheck = 0x0F;
 constexpr unsigned char kStatusNoCipherSuiteMatch = 0x11;
 constexpr std::size_t kKeyLength = 20;
+constexpr std::size_t kLongestUserName = 16;
+constexpr std::size_t kMd5PasswordLength = 16;
 // Sessions a client opened and never closed go, oldest first, beyond this many.
 constexpr std::size_t kMostSessions = 64;
 
-// RAKP's keys: the text zero-padded to 20 bytes.
-Bytes paddedKey(const std::string& text) {
+// RAKP's keys: the text, or its first `length` bytes, zero-padded to 20 bytes.
+Bytes paddedKey(const std::string& text, std::size_t length = kKeyLength) {
     Bytes key(kKeyLength, 0x00);
-    std::copy_n(text.begin(), std::min(text.size(), kKeyLength), key.begin());
+    std::copy_n(text.begin(), std::min({text.size(), length, kKeyLength}), key.begin());
     return key;
 }
 
@@ -93,6 +95,7 @@ bool contains(const std::vector<unsigned char>& list, unsigned char value) {
 
 struct RmcpPlusResponder::Session {
     CipherSuite suite;
+    unsigned char openSessionPrivilege = 0;
     RmcpPlusCodec::Rakp rakp;
     bool active = false;
     bool rakp4Sent = false;
@@ -106,7 +109,7 @@ RmcpPlusResponder::RmcpPlusResponder(CraftedBehaviour behaviour, CommandAnswerer
 
 RmcpPlusResponder::~RmcpPlusResponder() = default;
 
-void RmcpPlusResponder::answer(int socket, const sockaddr_in& client, const Bytes& datagram) {
+void RmcpPlusResponder::answer(int socket, const sockaddr_storage& client, const Bytes& datagram) {
     socket_ = socket;
     client_ = client;
     Bytes payload;
@@ -133,8 +136,11 @@ void RmcpPlusResponder::answerSessionless(const Bytes& message) {
 }
 
 void RmcpPlusResponder::answerChannelCapabilities(const Bytes& message) {
-    // Channel 1; IPMI v2.0 extended data; non-null user names; IPMI v2.0 sessions; no OEM.
-    reply(sessionlessPacket(ipmiAnswer(message, 0x00, {0x01, 0x80, 0x04, 0x02, 0, 0, 0, 0})));
+    // Channel 1; IPMI v2.0 extended data; non-null user names; IPMI v2.0 sessions (or, reported
+    // wrongly, none); no OEM.
+    const unsigned char sessions = behaviour_.reportNoIpmi20 ? 0x00 : 0x02;
+    reply(
+        sessionlessPacket(answerMessage(message, 0x00, {0x01, 0x80, 0x04, sessions, 0, 0, 0, 0})));
 }
 
 // Channel, payload type, list index (bit 7: by cipher suite); the answer carries the channel and
@@ -147,7 +153,7 @@ void RmcpPlusResponder::answerChannelCipherSuites(const Bytes& message) {
     const std::size_t to = std::min<std::size_t>(from + 16, records.size());
     Bytes data = {0x01};
     data.insert(data.end(), records.begin() + from, records.begin() + to);
-    reply(sessionlessPacket(ipmiAnswer(message, 0x00, data)));
+    reply(sessionlessPacket(answerMessage(message, 0x00, data)));
 }
 
 // C0h, the ID and the algorithms of each suite listed, tagged 00b, 01b and 10b; C1h, the ID,
@@ -172,6 +178,8 @@ Bytes RmcpPlusResponder::cipherSuiteRecords() const {
 void RmcpPlusResponder::openSession(const Bytes& request) {
     if (request.size() < 32) return;
     ++openSessionRequests_;
+    openSessionPrivilege_ = request[1];
+    if (behaviour_.ignoreOpenSession) return;
     const std::optional<unsigned char> id = proposedSuite(request);
     proposedCipherSuites_.push_back(id ? *id : -1);
     if (!id) return refuseOpenSession(request, kStatusNoCipherSuiteMatch);
@@ -180,6 +188,7 @@ void RmcpPlusResponder::openSession(const Bytes& request) {
         return refuseOpenSession(request, behaviour_.cipherSuiteRefusal);
     auto session = std::make_unique<Session>();
     session->suite = *CipherSuite::find(*id);
+    session->openSessionPrivilege = request[1];
     session->rakp.consoleSessionId = ByteReader(request, 4).u32();
     session->rakp.bmcSessionId = behaviour_.sessionIdZero ? 0 : nextSessionId_++;
     Bytes answer = {request[0], 0x00, 0x04, 0x00};
@@ -207,10 +216,11 @@ void RmcpPlusResponder::rakp1(const Bytes& request) {
     std::copy_n(&request[8], RmcpPlusCodec::kRandomLength, rakp.consoleRandom);
     rakp.role = request[24];
     rakp.user.assign(request.begin() + 28, request.begin() + 28 + request[27]);
+    rakp1UserName_ = rakp.user;
     Bytes answer = {request[0], 0x00, 0x00, 0x00};
     RmcpPlusCodec::appendLittleEndian32(answer, rakp.consoleSessionId);
     forgeRefusal(RmcpPlusCodec::kRakp2, request[0]);
-    if (rakp.user != behaviour_.user) {
+    if (lookedUpName(rakp.user) != behaviour_.user) {
         answer[1] = kStatusUnauthorizedName;
         sessions_.erase(rakp.bmcSessionId);
         return sendSetup(RmcpPlusCodec::kRakp2, answer);
@@ -219,10 +229,15 @@ void RmcpPlusResponder::rakp1(const Bytes& request) {
     std::fill(std::begin(rakp.bmcGuid), std::end(rakp.bmcGuid), 0x6B);
     answer.insert(answer.end(), std::begin(rakp.bmcRandom), std::end(rakp.bmcRandom));
     answer.insert(answer.end(), std::begin(rakp.bmcGuid), std::end(rakp.bmcGuid));
-    if (session->suite.authenticates()) {
+    const CipherSuite& suite = session->suite;
+    if (suite.authenticates()) {
         const Bytes code =
-            Hmac(session->suite.digest, paddedKey(behaviour_.password)).of(rakp.rakp2Signed());
+            Hmac(suite.digest, userKey(suite)).of(signedExchange(rakp).rakp2Signed());
         answer.insert(answer.end(), code.begin(), code.end());
+        if (behaviour_.rakp2ExtraByte ||
+            (behaviour_.rakp2Sha1CodeOf21Bytes && suite.digest == GCRY_MD_SHA1)) {
+            answer.push_back(0x00);
+        }
     }
     sendSetup(RmcpPlusCodec::kRakp2, answer);
 }
@@ -248,22 +263,29 @@ void RmcpPlusResponder::rakp3(const Bytes& request) {
     Bytes k1;
     Bytes k2;
     if (suite.authenticates()) {
-        const Bytes userKey = paddedKey(behaviour_.password);
-        const Bytes expected = Hmac(suite.digest, userKey).of(rakp.rakp3Signed());
+        const RmcpPlusCodec::Rakp exchange = signedExchange(rakp);
+        const Bytes key = userKey(suite);
+        const Bytes expected = Hmac(suite.digest, key).of(exchange.rakp3Signed());
         if (request.size() != 8 + expected.size() ||
             !std::equal(expected.begin(), expected.end(), request.begin() + 8)) {
             answer[1] = kStatusInvalidIntegrityCheck;
             sessions_.erase(bmcSessionId);
             return sendSetup(RmcpPlusCodec::kRakp4, answer);
         }
+        RmcpPlusCodec::Rakp keyed = exchange;
+        if (behaviour_.keysOfOpenSessionPrivilege)
+            keyed.role = (keyed.role & 0xF0) | session->openSessionPrivilege;
         const Bytes sik =
-            Hmac(suite.digest, behaviour_.bmcKey.empty() ? userKey : paddedKey(behaviour_.bmcKey))
-                .of(rakp.sessionKeyInput());
+            Hmac(suite.digest, behaviour_.bmcKey.empty() ? key : paddedKey(behaviour_.bmcKey))
+                .of(keyed.sessionKeyInput());
         Hmac sessionIntegrity(suite.digest, sik);
         k1 = sessionIntegrity.of(Bytes(kKeyLength, 0x01));
         k2 = sessionIntegrity.of(Bytes(kKeyLength, 0x02));
         const Bytes check = Hmac(suite.digest, sik).of(rakp.rakp4Signed());
-        answer.insert(answer.end(), check.begin(), check.begin() + suite.integrityCheckLength);
+        if (!behaviour_.rakp4CheckByIntegrityAlgorithm || suite.signsPackets())
+            answer.insert(answer.end(), check.begin(), check.begin() + suite.integrityCheckLength);
+    } else if (behaviour_.rakp4CheckWithSuiteZero) {
+        answer.insert(answer.end(), 12, 0x5A);
     }
     // The BMC's end of the session sends with the console's session ID and takes its own.
     session->codec =
@@ -289,7 +311,9 @@ void RmcpPlusResponder::inSession(const Bytes& datagram) {
         return;
     }
     const CommandAnswer answer = answerInSession(*session, request);
-    reply(session->codec->seal(ipmiAnswer(request, answer.completionCode, answer.data)));
+    // A sequence number sealed and never sent: the next packet's is 2 higher.
+    if (behaviour_.sequenceStepsByTwo) session->codec->seal({});
+    reply(session->codec->seal(answerMessage(request, answer.completionCode, answer.data)));
     if (request[1] >> 2 == kApp && request[5] == kCloseSession)
         sessions_.erase(session->rakp.bmcSessionId);
 }
@@ -317,6 +341,37 @@ CommandAnswer RmcpPlusResponder::answerInSession(Session& session, const Bytes& 
     return answerer_(netFn, command, Bytes(request.begin() + 6, request.end() - 1));
 }
 
+Bytes RmcpPlusResponder::answerMessage(const Bytes& request, unsigned char completionCode,
+                                       const Bytes& data) const {
+    Bytes message = ipmiAnswer(request, completionCode, data);
+    if (behaviour_.wrongChecksums) {
+        ++message[2];
+        ++message.back();
+    }
+    return message;
+}
+
+Bytes RmcpPlusResponder::userKey(const CipherSuite& suite) const {
+    const bool cut = behaviour_.cutMd5Password && suite.digest == GCRY_MD_MD5;
+    return paddedKey(behaviour_.password, cut ? kMd5PasswordLength : kKeyLength);
+}
+
+RmcpPlusCodec::Rakp RmcpPlusResponder::signedExchange(const RmcpPlusCodec::Rakp& rakp) const {
+    RmcpPlusCodec::Rakp exchange = rakp;
+    if (behaviour_.padUserNames) {
+        exchange.user = lookedUpName(rakp.user);
+        exchange.user.resize(kLongestUserName, '\0');
+    }
+    return exchange;
+}
+
+std::string RmcpPlusResponder::lookedUpName(const std::string& name) const {
+    if (behaviour_.requirePaddedUserName && name.size() != kLongestUserName) return "";
+    if (!behaviour_.padUserNames) return name;
+    // The name without the zeros that pad it.
+    return name.substr(0, name.find('\0'));
+}
+
 void RmcpPlusResponder::dropOldestSessionWhenFull() {
     if (sessions_.size() >= kMostSessions) sessions_.erase(sessions_.begin());
 }
@@ -326,8 +381,10 @@ void RmcpPlusResponder::sendSetup(unsigned char payloadType, const Bytes& payloa
 }
 
 void RmcpPlusResponder::reply(const Bytes& packet) {
+    const socklen_t length =
+        client_.ss_family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
     sendto(socket_, packet.data(), packet.size(), 0, reinterpret_cast<const sockaddr*>(&client_),
-           sizeof client_);
+           length);
 }
 
 // What anyone on the path could send: refusals that would lower the privilege level or condemn

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <atomic>
 #include <cstdint>
@@ -14,6 +15,9 @@
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "CipherSuite.h"
+#include "RmcpPlusCodec.h"
 
 namespace bmcsim {
 
@@ -46,6 +50,40 @@ struct CraftedBehaviour {
     // `cipherSuiteRefusal`, as IPMI v2.0 says (11h) or not.
     std::vector<unsigned char> acceptedCipherSuites;
     unsigned char cipherSuiteRefusal = 0x11;  // no cipher suite match
+
+    // Departures from IPMI v2.0 that BMCs were seen with (FreeIPMI's workaround names):
+    // RAKP message 2 with a byte 00h after the key exchange code ("supermicro20").
+    bool rakp2ExtraByte = false;
+    // With HMAC-SHA1, a key exchange code of 21 bytes in RAKP message 2: the HMAC, then 00h
+    // ("sun20").
+    bool rakp2Sha1CodeOf21Bytes = false;
+    // The user name padded with zeros to 16 bytes in RAKP's codes and keys ("intel20").
+    bool padUserNames = false;
+    // And RAKP message 1 refused with status 0Dh unless it carries the name so padded.
+    bool requirePaddedUserName = false;
+    // With HMAC-MD5, the password cut to 16 bytes ("intel20").
+    bool cutMd5Password = false;
+    // RAKP message 4's check value computed with the integrity algorithm: with none, empty.
+    bool rakp4CheckByIntegrityAlgorithm = false;
+    // The SIK derived with Open Session's requested privilege level in place of RAKP message 1's
+    // ("opensesspriv").
+    bool keysOfOpenSessionPrivilege = false;
+    // A check value of 12 bytes in RAKP message 4 with cipher suite 0 ("integritycheckvalue").
+    bool rakp4CheckWithSuiteZero = false;
+    // Both checksums of every IPMI message answered off by one ("nochecksumcheck").
+    bool wrongChecksums = false;
+    // Get Channel Authentication Capabilities reports no IPMI v2.0 sessions ("authcap").
+    bool reportNoIpmi20 = false;
+    // Open Session goes unanswered, as with a BMC without IPMI v2.0.
+    bool ignoreOpenSession = false;
+    // The session sequence numbers of its packets step by 2.
+    bool sequenceStepsByTwo = false;
+    // Answers go from another UDP port than the one the requests came to (CraftedBmc).
+    bool answerFromAnotherPort = false;
+    // Answers go from 127.0.0.2, another address than the one the requests came to (CraftedBmc).
+    bool answerFromAnotherAddress = false;
+    // On ::1 rather than 127.0.0.1 (CraftedBmc).
+    bool ipv6 = false;
 };
 
 // An answer to a request in a session: its completion code and the data after it.
@@ -67,7 +105,8 @@ public:
 
     // Answers `datagram`, which came to `socket` from `client`, with what it calls for (nothing
     // for what it does not understand).
-    void answer(int socket, const sockaddr_in& client, const std::vector<unsigned char>& datagram);
+    void answer(int socket, const sockaddr_storage& client,
+                const std::vector<unsigned char>& datagram);
 
     // Sessions opened and neither closed nor refused: half-open and active ones.
     int openSessions() const { return static_cast<int>(sessions_.size()); }
@@ -81,6 +120,10 @@ public:
     int cipherSuiteRequests() const { return cipherSuiteRequests_; }
     // The cipher suite each Open Session proposed, in order; -1 for algorithms of no known suite.
     const std::vector<int>& proposedCipherSuites() const { return proposedCipherSuites_; }
+    // The requested maximum privilege level of the last Open Session request.
+    int openSessionPrivilege() const { return openSessionPrivilege_; }
+    // The user name of the last RAKP message 1, as it came.
+    const std::string& rakp1UserName() const { return rakp1UserName_; }
 
 private:
     struct Session;
@@ -96,6 +139,14 @@ private:
     void rakp3(const Bytes& request);
     void inSession(const Bytes& datagram);
     CommandAnswer answerInSession(Session& session, const Bytes& request);
+    // The answer to an IPMI request message, its checksums as the behaviour says.
+    Bytes answerMessage(const Bytes& request, unsigned char completionCode,
+                        const Bytes& data) const;
+    // The user's key K_uid for `suite`, and the key exchange as this BMC signs it.
+    Bytes userKey(const CipherSuite& suite) const;
+    RmcpPlusCodec::Rakp signedExchange(const RmcpPlusCodec::Rakp& rakp) const;
+    // The name RAKP message 1 carried, as this BMC looks it up.
+    std::string lookedUpName(const std::string& name) const;
     void dropOldestSessionWhenFull();
     void sendSetup(unsigned char payloadType, const Bytes& payload);
     void reply(const Bytes& packet);
@@ -106,7 +157,7 @@ private:
     CommandAnswerer answerer_;
     // Where the datagram being answered came from.
     int socket_ = -1;
-    sockaddr_in client_{};
+    sockaddr_storage client_{};
     std::uint32_t nextSessionId_ = 0x5E550001;
     std::map<std::uint32_t, std::unique_ptr<Session>> sessions_;  // by the BMC's session ID
     std::atomic<int> openSessionRequests_{0};
@@ -114,6 +165,8 @@ private:
     std::atomic<int> reservationsRefused_{0};
     std::atomic<int> cipherSuiteRequests_{0};
     std::vector<int> proposedCipherSuites_;
+    std::atomic<int> openSessionPrivilege_{-1};
+    std::string rakp1UserName_;
 };
 
 }  // namespace bmcsim
