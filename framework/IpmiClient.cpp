@@ -30,6 +30,10 @@ using Failure = RmcpPlusSession::Failure;
 
 const char* const kLogSource = "framework/IpmiClient";
 
+// What the call record says of a BMC that reports no IPMI v2.0 sessions but opens one.
+const char* const kIpmi20Unreported =
+    "IPMI v2.0 not reported by Get Channel Authentication Capabilities (recognised)";
+
 // connect() statuses.
 constexpr int kConnected = 0;
 constexpr int kFailed = 1;
@@ -298,11 +302,15 @@ int IpmiClient::connect() {
     session_->facts = {};
     const int status = session_->lan ? session_->openLan() : session_->openInband();
     if (status != kConnected || !session_->rmcpPlus) return status;
-    session_->facts.workarounds = session_->rmcpPlus->deviations();
-    ipmiCallRecordToUpdate().session = session_->facts;
+    IpmiSessionFacts& facts = session_->facts;
+    facts.workarounds = session_->rmcpPlus->deviations();
+    // A v2.0 session with a BMC that reports none (this time, or when it was first asked).
+    if (facts.ipmiVersion == "1.5")
+        facts.workarounds.insert(facts.workarounds.begin(), kIpmi20Unreported);
+    ipmiCallRecordToUpdate().session = facts;
     if (!session_->rmcpPlus->signsPackets()) {
         std::string& warning = ipmiCallRecordToUpdate().warning;
-        warning = "cipher suite " + std::to_string(session_->facts.cipherSuite) +
+        warning = "cipher suite " + std::to_string(facts.cipherSuite) +
                   " has no integrity check: answers from " + session_->target() +
                   " can be forged or replayed by anyone on the network path; 17 and 3 have one";
         Log(1, kLogSource, __LINE__).Stream() << "warning: " << warning;

@@ -123,8 +123,6 @@ const char* const kChecksumsUnderIntegrityCode =
     "wrong IPMI message checksums under a valid integrity code (recognised)";
 const char* const kChecksumsInCapabilities =
     "wrong IPMI message checksums in Get Channel Authentication Capabilities (recognised)";
-const char* const kIpmi20Unreported =
-    "IPMI v2.0 not reported by Get Channel Authentication Capabilities (recognised)";
 const char* const kAnswersFromAnotherPort = "answers from another UDP port (recognised)";
 
 }  // namespace
@@ -330,7 +328,6 @@ RmcpPlusSession::Failure RmcpPlusSession::openSession(Clock::time_point deadline
         }
         return fail(Failure::NoAnswer, "no answer to Open Session");
     }
-    if (ipmi20Unreported_) note(kIpmi20Unreported);
     // Tag, status, maximum privilege, reserved, our session ID, the BMC's session ID, then the
     // three algorithm records: type, two reserved bytes, length, algorithm, three reserved bytes.
     if (answer[1] != 0x00) {

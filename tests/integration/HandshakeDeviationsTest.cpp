@@ -206,6 +206,8 @@ TEST_F(HandshakeDeviationsTest, IpmiV20UnreportedIsTriedAnyway) {
     expectOpens(behaviour, 17, {kIpmi20Unreported});
     // "authcap" is taken and changes nothing.
     expectOpens(behaviour, 17, {kIpmi20Unreported}, {"authcap"});
+    // Also where the cipher suite is chosen by asking, which asks before the session.
+    expectOpens(behaviour, kChooseCipherSuite, {kIpmi20Unreported});
 
     behaviour.ignoreOpenSession = true;
     CraftedBmc bmc(behaviour);
