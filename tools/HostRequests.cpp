@@ -7,6 +7,7 @@
 #include <iostream>
 
 #include "TimeStamps.h"
+#include "WordLists.h"
 
 namespace tool {
 
@@ -137,12 +138,6 @@ const char* privilegeText(Tolmar::ConnectionSettings::Privilege privilege) {
         default:
             return "user";
     }
-}
-
-std::string joined(const std::vector<std::string>& words, const std::string& separator) {
-    std::string text;
-    for (const std::string& word : words) text += (text.empty() ? "" : separator) + word;
-    return text;
 }
 
 // The cipher suites the BMC listed; why none are known: a suite was given, so none were asked

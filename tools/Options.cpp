@@ -14,6 +14,7 @@
 
 #include "HexBytes.h"
 #include "SyslogMessage.h"
+#include "WordLists.h"
 
 namespace tool {
 
@@ -123,16 +124,6 @@ Format parseFormat(const std::string& text) {
     return found->second;
 }
 
-// "a, b and c".
-std::string joined(const std::vector<std::string>& names) {
-    std::string text;
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        if (i > 0) text += i + 1 == names.size() ? " and " : ", ";
-        text += names[i];
-    }
-    return text;
-}
-
 std::string passwordFromFile(const std::string& path) {
     try {
         return firstLineOf(path);
@@ -198,7 +189,8 @@ void addWorkarounds(const std::string& text, std::vector<std::string>& workaroun
         const std::string name = text.substr(start, comma - start);
         start = comma + 1;
         if (std::find(known.begin(), known.end(), name) == known.end())
-            throw UsageError("no workaround is named \"" + name + "\"; there are " + joined(known));
+            throw UsageError("no workaround is named \"" + name + "\"; there are " +
+                             listed(known, "and"));
         if (std::find(workarounds.begin(), workarounds.end(), name) == workarounds.end())
             workarounds.push_back(name);
     }

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "WordLists.h"
+
 namespace tool {
 
 namespace {
@@ -54,12 +56,9 @@ const Named<const char*> kCurves[] = {
 // "A, B or C".
 template <typename Value, std::size_t count>
 std::string namesOf(const Named<Value> (&table)[count]) {
-    std::string names;
-    for (std::size_t i = 0; i < count; ++i) {
-        if (i > 0) names += i + 1 == count ? " or " : ", ";
-        names += table[i].name;
-    }
-    return names;
+    std::vector<std::string> names;
+    for (const auto& named : table) names.push_back(named.name);
+    return listed(names, "or");
 }
 
 template <typename Value, std::size_t count>
@@ -69,12 +68,6 @@ Value namedValue(const YamlFile& file, const YamlEntry& entry, const Named<Value
         if (given == named.name) return named.value;
     }
     throw file.error(entry, quoted(given) + " is not " + namesOf(table));
-}
-
-std::string joined(const std::vector<std::string>& parts) {
-    std::string text;
-    for (const std::string& part : parts) text += (text.empty() ? "" : ":") + part;
-    return text;
 }
 
 // A file the server will read, relative to the configuration's directory; checked here so that
@@ -105,7 +98,7 @@ std::string cipherList(const YamlFile& file, const YamlEntry& entry) {
         }
         names.push_back(name);
     }
-    return joined(names);
+    return joined(names, ":");
 }
 
 std::string groupList(const YamlFile& file, const YamlEntry& entry) {
@@ -113,7 +106,7 @@ std::string groupList(const YamlFile& file, const YamlEntry& entry) {
     for (const YamlEntry& element : file.elements(entry)) {
         names.push_back(namedValue(file, element, kCurves));
     }
-    return joined(names);
+    return joined(names, ":");
 }
 
 void refuse(const YamlFile& file, const YamlEntry* entry, const std::string& instead) {
