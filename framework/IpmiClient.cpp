@@ -174,7 +174,7 @@ const char* adviceFor(Failure failure) {
         case Failure::Ipmi20Unavailable:
             return "enable IPMI over LAN with IPMI v2.0 (RMCP+) sessions on the BMC";
         case Failure::BadSettings:
-            return "check the user name, the password and the BMC key";
+            return "check the user name, the password, the BMC key and the workarounds";
         case Failure::BmcKeyRefused:
             return "give the BMC key (K_g) the BMC is set up with (-k or -y; TOLMAR_IPMI_BMC_KEY "
                    "in hexadecimal), or none where it has none";

@@ -238,6 +238,20 @@ TEST_F(CipherSuiteChoiceTest, StatusVerboseSaysWhatTheClientLearnt) {
                              "  cipher suite: 3\n"
                              "  privilege level: operator\n"
                              "  workarounds: none\n");
+    // A departure recognised, and a workaround given.
+    CraftedBehaviour bending = behaviourFor("bending", {17}, {});
+    bending.keysOfOpenSessionPrivilege = true;
+    CraftedBmc bent(bending);
+    const ToolRun met = tool(bent, bending, "--workaround nochecksumcheck,sun20 status -v");
+    EXPECT_EQ(met.status, 0) << met.err;
+    EXPECT_EQ(met.out, host(bent) +
+                           ": connected\n"
+                           "  IPMI version: 2.0\n"
+                           "  cipher suites offered: 17\n"
+                           "  cipher suite: 17\n"
+                           "  privilege level: administrator\n"
+                           "  workarounds: keys derived from Open Session's privilege level "
+                           "(recognised)\n");
 }
 
 class CipherSuiteChoiceOverIpmiSimTest : public bmcsim::LanTest {};

@@ -176,8 +176,43 @@ TEST(ConnectionSettingsTest, SettingsThatCannotBeUsedFailTheConnectionWithTheRea
     EXPECT_EQ(IpmiEventLog(lan(bmc, bmcsim::kAdministrator)).GetAllIpmiSelEntry(entries),
               IpmiEventLog::EL_CONNECTION_FAIL);
     EXPECT_EQ(scope.LastCall().connectFailure,
-              "the BMC key is longer than 20 bytes; check the user name, the password and the BMC "
-              "key");
+              "the BMC key is longer than 20 bytes; check the user name, the password, the BMC "
+              "key and the workarounds");
+}
+
+TEST(ConnectionSettingsTest, AProgramChoosesTheCipherSuiteByAskingAndNamesWorkarounds) {
+    CraftedBehaviour behaviour;
+    behaviour.user = "asking";
+    behaviour.listedCipherSuites = {17};
+    behaviour.acceptedCipherSuites = {17};
+    CraftedBmc bmc(behaviour);
+    ScopedEnvironment timeout{"TOLMAR_IPMI_SESSION_TIMEOUT_MS", "2000"};
+    ScopedEnvironment retransmission{"TOLMAR_IPMI_RETRANSMISSION_TIMEOUT_MS", "200"};
+    // ConnectionInfo's cipher suite, 3, is not offered.
+    EXPECT_EQ(IpmiEventLog(lan(bmc, behaviour)).GetConnectStatus(), 1);
+
+    ConnectionSettings settings;
+    settings.cipherSuite = ConnectionSettings::AutoCipherSuite;
+    settings.workarounds = {"opensesspriv"};
+    const ConnectionScope scope(settings);
+    EXPECT_EQ(IpmiEventLog(lan(bmc, behaviour)).GetConnectStatus(), 0)
+        << scope.LastCall().connectFailure;
+    const Tolmar::SessionReport& session = scope.LastCall().session;
+    EXPECT_EQ(session.ipmiVersion, "2.0");
+    EXPECT_EQ(session.offeredCipherSuites, std::vector<std::uint16_t>({17}));
+    EXPECT_EQ(session.cipherSuite, std::optional<std::uint16_t>(17));
+    EXPECT_EQ(session.privilege, std::optional<Privilege>(Privilege::Administrator));
+    EXPECT_EQ(session.workarounds, std::vector<std::string>({"opensesspriv"}));
+    EXPECT_EQ(bmc.openSessionPrivilege(), 4);
+
+    // A workaround of no name fails the connection with the names there are.
+    settings.workarounds = {"intel21"};
+    const ConnectionScope misnamed(settings);
+    EXPECT_EQ(IpmiEventLog(lan(bmc, behaviour)).GetConnectStatus(), 1);
+    EXPECT_EQ(misnamed.LastCall().connectFailure,
+              "no workaround is named \"intel21\"; there are authcap, nochecksumcheck, intel20, "
+              "supermicro20, sun20, opensesspriv and integritycheckvalue; check the user name, the "
+              "password, the BMC key and the workarounds");
 }
 
 TEST(ConnectionSettingsTest, AFollowersSettingsChangedBetweenPollsOpenItsNextSession) {

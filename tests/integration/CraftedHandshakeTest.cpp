@@ -95,7 +95,7 @@ TEST_F(CraftedHandshakeTest, ABmcKeyThatIsNotHexIsRefusedBeforeAnythingIsSent) {
         EXPECT_EQ(connect(client), 1) << unreadable;
         EXPECT_EQ(ipmiCallRecord().connectFailure,
                   "TOLMAR_IPMI_BMC_KEY is not a BMC key: up to 40 hexadecimal digits; check the "
-                  "user name, the password and the BMC key");
+                  "user name, the password, the BMC key and the workarounds");
     }
     EXPECT_TRUE(bmc.settlesAt(0));
 }
