@@ -1,5 +1,6 @@
 // What the LAN client accepts from a BMC: arbitrary datagrams through every parser of the RMCP+
-// codec, as the session answers, sets up and exchanges.
+// codec, as the session answers, sets up and exchanges, and through the reader of Get Channel
+// Cipher Suites' records.
 #include <cstdint>
 #include <vector>
 
@@ -15,9 +16,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }();
     std::vector<unsigned char> message;
     std::vector<unsigned char> answer;
-    // Get Channel Authentication Capabilities' answer.
+    // Get Channel Authentication Capabilities' answer, its checksums checked or not, and Get
+    // Channel Cipher Suites'.
     if (RmcpPlusCodec::sessionlessMessage(data, size, message)) {
         RmcpPlusCodec::ipmiResponse(message, 0x06, 0x38, 0, answer);
+        RmcpPlusCodec::ipmiResponse(message, 0x06, 0x38, 0, answer,
+                                    RmcpPlusCodec::Checksums::Ignored);
+        if (RmcpPlusCodec::ipmiResponse(message, 0x06, 0x54, 0, answer) && answer.size() >= 2) {
+            listedCipherSuites({answer.begin() + 2, answer.end()});
+        }
     }
     for (unsigned char type :
          {RmcpPlusCodec::kOpenSessionResponse, RmcpPlusCodec::kRakp2, RmcpPlusCodec::kRakp4}) {

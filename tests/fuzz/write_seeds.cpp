@@ -143,14 +143,21 @@ int main(int argc, char** argv) {
         write(dir + "/rmcp_plus_codec/sel_entry" + std::to_string(n++),
               fuzz::rmcpPlusEnd(suite, false)->seal(selEntry));
     }
-    Bytes capabilities = {0x81, 0x1C, 0x63, 0x20, 0x00, 0x38, 0x00, 0x01,
-                          0x80, 0x04, 0x02, 0x00, 0x00, 0x00, 0x00};
-    capabilities.push_back(checksum(capabilities, 3));
-    Bytes sessionless = {
-        0x06, 0x00, 0xFF, 0x07, 0x00, 0, 0,
-        0,    0,    0,    0,    0,    0, static_cast<unsigned char>(capabilities.size())};
-    sessionless.insert(sessionless.end(), capabilities.begin(), capabilities.end());
-    write(dir + "/rmcp_plus_codec/capabilities", sessionless);
+    // Answers outside a session: Get Channel Authentication Capabilities', and Get Channel
+    // Cipher Suites' listing suites 17 and 3.
+    const auto sessionless = [](unsigned char command, const Bytes& data) {
+        Bytes message = {0x81, 0x1C, 0x63, 0x20, 0x00, command, 0x00};
+        message.insert(message.end(), data.begin(), data.end());
+        message.push_back(checksum(message, 3));
+        Bytes packet = {0x06, 0x00, 0xFF, 0x07, 0x00, 0, 0, 0, 0, 0, 0, 0, 0};
+        packet.push_back(static_cast<unsigned char>(message.size()));
+        packet.insert(packet.end(), message.begin(), message.end());
+        return packet;
+    };
+    write(dir + "/rmcp_plus_codec/capabilities",
+          sessionless(0x38, {0x01, 0x80, 0x04, 0x02, 0x00, 0x00, 0x00, 0x00}));
+    write(dir + "/rmcp_plus_codec/cipher_suites",
+          sessionless(0x54, {0x01, 0xC0, 0x11, 0x03, 0x44, 0x81, 0xC0, 0x03, 0x01, 0x41, 0x81}));
     Bytes openSession = {0x01, 0x00, 0x04, 0x00, 0x44, 0x33, 0x22, 0x11, 0xD4, 0xC3, 0xB2, 0xA1};
     for (unsigned char type = 0; type < 3; ++type) {
         const Bytes algorithm = {type, 0, 0, 8, 0x01, 0, 0, 0};
