@@ -256,9 +256,12 @@ struct IpmiClient::Session {
                      std::vector<unsigned long>& suites, std::string& why);
     // One attempt to open a LAN session at a privilege level, with each of `suites` in turn
     // while the BMC refuses them; `why` tells what failed. `openedBefore`: the BMC is known to
-    // speak IPMI v2.0 (a session to it opened earlier in the process, or it said so).
+    // speak IPMI v2.0 (a session to it opened earlier in the process, or it said so). A suite
+    // the BMC took before a later step failed is left alone in `suites`, for the next attempt.
     Failure openAt(const EffectiveIpmiClientSettings& effective, unsigned char privilege,
-                   const std::vector<unsigned long>& suites, std::string& why, bool openedBefore);
+                   std::vector<unsigned long>& suites, std::string& why, bool openedBefore);
+    // Whether the BMC left Open Session unanswered for a suite it did not list.
+    bool leftUnanswered(const RmcpPlusSession& session, unsigned long suite) const;
     RmcpPlusSession::Settings sessionSettings(const EffectiveIpmiClientSettings& effective,
                                               unsigned long suite, unsigned char privilege,
                                               bool openedBefore) const;
@@ -336,10 +339,10 @@ int IpmiClient::Session::openLan() {
     const std::optional<Recipe> known = recipes().find(key);
     std::string why;
     if (known && std::count(levels.begin(), levels.end(), known->privilege)) {
+        std::vector<unsigned long> knownSuite = {known->cipherSuite};
         facts.ipmiVersion = known->ipmiVersion;
         facts.offeredCipherSuites = known->offeredCipherSuites;
-        const Failure failure =
-            openAt(effective, known->privilege, {known->cipherSuite}, why, true);
+        const Failure failure = openAt(effective, known->privilege, knownSuite, why, true);
         if (failure == Failure::None) return kConnected;
         // Refused credentials stay refused at every level: no search.
         if (classify(failure) == OpenFailure::CredentialsRefused) return openFailed(failure, why);
@@ -403,11 +406,11 @@ Failure IpmiClient::Session::discover(const EffectiveIpmiClientSettings& effecti
 }
 
 Failure IpmiClient::Session::openAt(const EffectiveIpmiClientSettings& effective,
-                                    unsigned char privilege,
-                                    const std::vector<unsigned long>& suites, std::string& why,
-                                    bool openedBefore) {
+                                    unsigned char privilege, std::vector<unsigned long>& suites,
+                                    std::string& why, bool openedBefore) {
     Failure failure = Failure::None;
-    for (unsigned long suite : suites) {
+    const std::vector<unsigned long> tried = suites;
+    for (unsigned long suite : tried) {
         auto session = std::make_unique<RmcpPlusSession>(
             sessionSettings(effective, suite, privilege, openedBefore));
         failure = session->open();
@@ -419,12 +422,26 @@ Failure IpmiClient::Session::openAt(const EffectiveIpmiClientSettings& effective
             return failure;
         }
         why = session->failureText();
-        if (!refusesCipherSuite(*session, failure)) return failure;
+        if (!refusesCipherSuite(*session, failure) &&
+            !(openedBefore && leftUnanswered(*session, suite))) {
+            if (session->openSessionAnswered()) suites = {suite};
+            return failure;
+        }
         // The BMC answered Get Channel Authentication Capabilities, if it was asked.
         openedBefore = true;
     }
-    if (suites.size() > 1) why += " (cipher suites tried in turn: " + suiteList(suites) + ")";
+    if (tried.size() > 1) why += " (cipher suites tried in turn: " + suiteList(tried) + ")";
     return failure;
+}
+
+// Some BMCs leave Open Session unanswered for a suite they do not offer. From one that answered
+// Get Channel Authentication Capabilities just before, silence for a suite it did not list likely
+// means that; for a suite it listed, that it is gone.
+bool IpmiClient::Session::leftUnanswered(const RmcpPlusSession& session,
+                                         unsigned long suite) const {
+    const auto& listed = facts.offeredCipherSuites;
+    return session.openSessionUnanswered() &&
+           std::find(listed.begin(), listed.end(), suite) == listed.end();
 }
 
 RmcpPlusSession::Settings IpmiClient::Session::sessionSettings(

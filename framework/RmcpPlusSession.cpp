@@ -321,6 +321,7 @@ RmcpPlusSession::Failure RmcpPlusSession::openSession(Clock::time_point deadline
                                                          openSessionPrivilege());
             },
             RmcpPlusCodec::kOpenSessionResponse, deadline, answer)) {
+        openSessionUnanswered_ = true;
         if (ipmi20Unreported_) {
             return fail(Failure::Ipmi20Unavailable,
                         "Get Channel Authentication Capabilities reports no IPMI v2.0 sessions, "
@@ -355,6 +356,7 @@ RmcpPlusSession::Failure RmcpPlusSession::openSession(Clock::time_point deadline
         return fail(Failure::CipherSuiteRefused,
                     "the BMC answered Open Session with other algorithms");
     }
+    openSessionAnswered_ = true;
     return Failure::None;
 }
 

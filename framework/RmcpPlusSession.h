@@ -73,6 +73,10 @@ public:
     const std::optional<Bytes>& offeredCipherSuites() const { return offeredCipherSuites_; }
     // The RMCP+ status the BMC refused Open Session with; 00h when it did not.
     unsigned char openSessionRefusal() const { return openSessionRefusal_; }
+    // Whether Open Session went unanswered, and whether the BMC took it: answered, and took the
+    // suite.
+    bool openSessionUnanswered() const { return openSessionUnanswered_; }
+    bool openSessionAnswered() const { return openSessionAnswered_; }
     // Whether the open session's packets carry integrity check values: without them, answers can
     // be forged or replayed by anyone on the path.
     bool signsPackets() const { return suite_.signsPackets(); }
@@ -190,6 +194,8 @@ private:
     std::string ipmiVersion_;
     std::optional<Bytes> offeredCipherSuites_;
     unsigned char openSessionRefusal_ = 0x00;
+    bool openSessionUnanswered_ = false;
+    bool openSessionAnswered_ = false;
     std::vector<std::string> deviations_;
     // Get Channel Authentication Capabilities reported no IPMI v2.0 sessions.
     bool ipmi20Unreported_ = false;

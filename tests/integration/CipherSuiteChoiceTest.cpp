@@ -5,6 +5,7 @@
 // and against ipmi_sim, through the framework client and the tool.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <string>
 #include <vector>
@@ -125,6 +126,34 @@ TEST_F(CipherSuiteChoiceTest, ABmcIgnoringGetChannelCipherSuitesGets17Then3Witho
     EXPECT_EQ(bmc.cipherSuiteRequests(), 2);
     EXPECT_TRUE(ipmiCallRecord().session.offeredCipherSuites.empty());
     EXPECT_EQ(bmc.proposedCipherSuites(), std::vector<int>({17, 3}));
+}
+
+TEST_F(CipherSuiteChoiceTest, OpenSessionLeftUnansweredForASuiteNotListedGoesOnToTheNext) {
+    IpmiClientSettings settings;
+    settings.sessionTimeout = std::chrono::milliseconds(600);
+    settings.retransmissionTimeout = std::chrono::milliseconds(100);
+    const IpmiClientSettingsScope scope(settings);
+    CraftedBehaviour behaviour = behaviourFor("mute17", {}, {3});
+    behaviour.answersCipherSuites = false;
+    behaviour.ignoreUnacceptedSuites = true;
+    CraftedBmc bmc(behaviour);
+    expectChosen(bmc, behaviour, 3);
+    const std::vector<int> proposed = bmc.proposedCipherSuites();
+    ASSERT_GE(proposed.size(), 2u);
+    EXPECT_EQ(std::count(proposed.begin(), proposed.end(), 17), proposed.size() - 1);
+    EXPECT_EQ(proposed.back(), 3);
+
+    // Silence for a suite the BMC listed: it is taken as gone, and nothing more is tried.
+    CraftedBehaviour listing = behaviourFor("mutelisted", {17, 3}, {3});
+    listing.ignoreUnacceptedSuites = true;
+    CraftedBmc gone(listing);
+    IpmiClient client = clientOf(gone, listing);
+    EXPECT_EQ(connect(client), 1);
+    EXPECT_EQ(ipmiCallRecord().connectFailure,
+              "no answer to Open Session; check the address and port, that the BMC is powered and "
+              "that IPMI over LAN is enabled on it");
+    const std::vector<int> tried = gone.proposedCipherSuites();
+    EXPECT_EQ(std::count(tried.begin(), tried.end(), 17), tried.size());
 }
 
 TEST_F(CipherSuiteChoiceTest, AnExplicitSuiteTheBmcDoesNotOfferFailsAsBefore) {

@@ -184,8 +184,10 @@ void RmcpPlusResponder::openSession(const Bytes& request) {
     proposedCipherSuites_.push_back(id ? *id : -1);
     if (!id) return refuseOpenSession(request, kStatusNoCipherSuiteMatch);
     const std::vector<unsigned char>& accepted = behaviour_.acceptedCipherSuites;
-    if (!accepted.empty() && !contains(accepted, *id))
+    if (!accepted.empty() && !contains(accepted, *id)) {
+        if (behaviour_.ignoreUnacceptedSuites) return;
         return refuseOpenSession(request, behaviour_.cipherSuiteRefusal);
+    }
     auto session = std::make_unique<Session>();
     session->suite = *CipherSuite::find(*id);
     session->openSessionPrivilege = request[1];

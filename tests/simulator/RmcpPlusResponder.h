@@ -50,6 +50,8 @@ struct CraftedBehaviour {
     // `cipherSuiteRefusal`, as IPMI v2.0 says (11h) or not.
     std::vector<unsigned char> acceptedCipherSuites;
     unsigned char cipherSuiteRefusal = 0x11;  // no cipher suite match
+    // Open Session for a suite it does not accept goes unanswered instead, as on some BMCs.
+    bool ignoreUnacceptedSuites = false;
 
     // Departures from IPMI v2.0 that BMCs were seen with (FreeIPMI's workaround names):
     // RAKP message 2 with a byte 00h after the key exchange code ("supermicro20").
