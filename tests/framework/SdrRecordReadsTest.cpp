@@ -61,6 +61,16 @@ protected:
         };
     }
 
+    // The same, but a read of the rest (count FFh) gives at most `bytes` of it.
+    void holdingWithRestCut(const Bytes& held, std::size_t bytes) {
+        holding(held);
+        answer = [wellRead = answer, bytes](const Bytes& request) {
+            Bytes given = wellRead(request);
+            if (request[5] == 0xFF) given.resize(std::min(given.size(), 3 + bytes));
+            return given;
+        };
+    }
+
     // Sends `request` through the reads under test; the answer it gives.
     Bytes send(const Bytes& request, unsigned char netFn = kStorage,
                unsigned char command = kGetSdr) {
@@ -99,13 +109,7 @@ TEST_F(SdrRecordReadsTest, ACompleteAnswerIsHandedOnAsItIs) {
 
 TEST_F(SdrRecordReadsTest, AShortAnswerIsCompletedInPiecesOfSixteenBytes) {
     const Bytes held = record(80, 75);
-    holding(held);
-    const auto wellRead = answer;
-    answer = [&wellRead](const Bytes& request) {
-        Bytes given = wellRead(request);
-        if (request[5] == 0xFF) given.resize(std::min<std::size_t>(given.size(), 3 + 4));
-        return given;
-    };
+    holdingWithRestCut(held, 4);
     EXPECT_EQ(readRest(20), answerWith(slice(held, 20, 80)));
     EXPECT_EQ(requests, (std::vector<Bytes>{getSdr(20, 0xFF), getSdr(24, 16), getSdr(40, 16),
                                             getSdr(56, 16), getSdr(72, 8)}));
@@ -181,26 +185,14 @@ TEST_F(SdrRecordReadsTest, ARecordLengthOfZeroLeavesNothingToRead) {
 
 TEST_F(SdrRecordReadsTest, ARecordLengthOf255IsReadUpToTheLastOffsetAByteCanName) {
     const Bytes held = record(260, 255);
-    holding(held);
-    const auto wellRead = answer;
-    answer = [&wellRead](const Bytes& request) {
-        Bytes given = wellRead(request);
-        if (request[5] == 0xFF) given.resize(3 + 200);
-        return given;
-    };
+    holdingWithRestCut(held, 200);
     EXPECT_EQ(readRest(47), answerWith(slice(held, 47, 256)));
     EXPECT_EQ(requests, (std::vector<Bytes>{getSdr(47, 0xFF), getSdr(247, 9)}));
 }
 
 TEST_F(SdrRecordReadsTest, ATransportFailureEndsTheReadWithWhatCameBefore) {
     const Bytes held = record(80, 75);
-    holding(held);
-    const auto wellRead = answer;
-    answer = [&wellRead](const Bytes& request) {
-        Bytes given = wellRead(request);
-        if (request[5] == 0xFF) given.resize(3 + 4);
-        return given;
-    };
+    holdingWithRestCut(held, 4);
     send(getSdr(0x00, 0x0A));
     failAfter = 2;
     EXPECT_EQ(send(getSdr(20, 0xFF)), answerWith(slice(held, 20, 40)));
@@ -209,13 +201,7 @@ TEST_F(SdrRecordReadsTest, ATransportFailureEndsTheReadWithWhatCameBefore) {
 }
 
 TEST_F(SdrRecordReadsTest, OnlyTheRecordWhoseHeaderWasReadLastUnderItsReservationIsCompleted) {
-    holding(record(57, 52));
-    const auto wellRead = answer;
-    answer = [&wellRead](const Bytes& request) {
-        Bytes given = wellRead(request);
-        if (request[5] == 0xFF) given.resize(3 + 4);
-        return given;
-    };
+    holdingWithRestCut(record(57, 52), 4);
     send(getSdr(0x00, 0x0A));
     Bytes otherReservation = getSdr(47, 0xFF);
     otherReservation[0] = 0x35;
@@ -227,9 +213,10 @@ TEST_F(SdrRecordReadsTest, OnlyTheRecordWhoseHeaderWasReadLastUnderItsReservatio
         EXPECT_EQ(requests.size(), 1u);
     }
     // A header read refused forgets the one before.
+    const auto cutRead = answer;
     answer = [](const Bytes&) { return Bytes{0xC5}; };
     send(getSdr(0x00, 0x0A));
-    answer = [&wellRead](const Bytes& request) { return slice(wellRead(request), 0, 7); };
+    answer = cutRead;
     requests.clear();
     EXPECT_EQ(send(getSdr(47, 0xFF)).size(), 7u);
     EXPECT_EQ(requests.size(), 1u);
