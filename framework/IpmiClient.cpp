@@ -27,6 +27,7 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 using Failure = RmcpPlusSession::Failure;
+using OpenSessionOutcome = RmcpPlusSession::OpenSessionOutcome;
 
 const char* const kLogSource = "framework/IpmiClient";
 
@@ -118,19 +119,17 @@ OpenFailure classify(Failure failure) {
     }
 }
 
-// Whether the BMC refused the session's cipher suite, so that a client choosing one tries the next:
-// IPMI v2.0's statuses for it, and those some BMCs send in place of 11h when refusing Open Session
-// for a suite they do not offer: 01h (insufficient resources), 0Ah (unauthorized role: Supermicro
-// X8DTG) and 12h (illegal parameter: MSI MS-91D2). Open Session names no user and asks for no
-// particular role, so these cannot be about the user; a BMC truly out of sessions refuses each
-// suite alike, at the cost of one exchange each.
-bool refusesCipherSuite(const RmcpPlusSession& session, Failure failure) {
+// The statuses some BMCs refuse Open Session with in place of 11h (no cipher suite match) for a
+// suite they do not offer: 01h (insufficient resources), 0Ah (unauthorized role: Supermicro X8DTG)
+// and 12h (illegal parameter: MSI MS-91D2). Open Session names no user and asks for no particular
+// role, so these cannot be about the user; a BMC truly out of sessions refuses each suite alike,
+// at the cost of one exchange each.
+bool refusesSuiteWrongly(unsigned char status) {
     constexpr unsigned char insufficientResources = 0x01;
     constexpr unsigned char unauthorizedRole = 0x0A;
     constexpr unsigned char illegalParameter = 0x12;
-    const unsigned char status = session.openSessionRefusal();
-    return failure == Failure::CipherSuiteRefused || status == insufficientResources ||
-           status == unauthorizedRole || status == illegalParameter;
+    return status == insufficientResources || status == unauthorizedRole ||
+           status == illegalParameter;
 }
 
 // "17", "17 and 3", "17, 3 and 16".
@@ -260,8 +259,10 @@ struct IpmiClient::Session {
     // the BMC took before a later step failed is left alone in `suites`, for the next attempt.
     Failure openAt(const EffectiveIpmiClientSettings& effective, unsigned char privilege,
                    std::vector<unsigned long>& suites, std::string& why, bool openedBefore);
-    // Whether the BMC left Open Session unanswered for a suite it did not list.
-    bool leftUnanswered(const RmcpPlusSession& session, unsigned long suite) const;
+    // Whether `session` failed because the BMC would not have `suite`, so that a client choosing
+    // its suite tries the next.
+    bool refusedSuite(const RmcpPlusSession& session, Failure failure, unsigned long suite,
+                      bool bmcAnswered) const;
     RmcpPlusSession::Settings sessionSettings(const EffectiveIpmiClientSettings& effective,
                                               unsigned long suite, unsigned char privilege,
                                               bool openedBefore) const;
@@ -422,9 +423,8 @@ Failure IpmiClient::Session::openAt(const EffectiveIpmiClientSettings& effective
             return failure;
         }
         why = session->failureText();
-        if (!refusesCipherSuite(*session, failure) &&
-            !(openedBefore && leftUnanswered(*session, suite))) {
-            if (session->openSessionAnswered()) suites = {suite};
+        if (!refusedSuite(*session, failure, suite, openedBefore)) {
+            if (session->openSessionOutcome() == OpenSessionOutcome::Taken) suites = {suite};
             return failure;
         }
         // The BMC answered Get Channel Authentication Capabilities, if it was asked.
@@ -434,14 +434,23 @@ Failure IpmiClient::Session::openAt(const EffectiveIpmiClientSettings& effective
     return failure;
 }
 
-// Some BMCs leave Open Session unanswered for a suite they do not offer. From one that answered
-// Get Channel Authentication Capabilities just before, silence for a suite it did not list likely
-// means that; for a suite it listed, that it is gone.
-bool IpmiClient::Session::leftUnanswered(const RmcpPlusSession& session,
-                                         unsigned long suite) const {
-    const auto& listed = facts.offeredCipherSuites;
-    return session.openSessionUnanswered() &&
-           std::find(listed.begin(), listed.end(), suite) == listed.end();
+// IPMI v2.0's refusals of a cipher suite, and those some BMCs send instead. Some BMCs leave Open
+// Session unanswered for a suite they do not offer: from one that answered Get Channel
+// Authentication Capabilities just before (`bmcAnswered`), silence for a suite it did not list
+// likely means that; for a suite it listed, that it is gone.
+bool IpmiClient::Session::refusedSuite(const RmcpPlusSession& session, Failure failure,
+                                       unsigned long suite, bool bmcAnswered) const {
+    if (failure == Failure::CipherSuiteRefused) return true;
+    switch (session.openSessionOutcome()) {
+        case OpenSessionOutcome::Refused:
+            return refusesSuiteWrongly(session.openSessionRefusal());
+        case OpenSessionOutcome::Unanswered: {
+            const auto& listed = facts.offeredCipherSuites;
+            return bmcAnswered && std::find(listed.begin(), listed.end(), suite) == listed.end();
+        }
+        default:
+            return false;
+    }
 }
 
 RmcpPlusSession::Settings IpmiClient::Session::sessionSettings(

@@ -271,7 +271,6 @@ RmcpPlusSession::Failure RmcpPlusSession::askForIpmi20(Clock::time_point deadlin
     if (answer.size() < 5 || answer[0] != 0x00) return Failure::None;
     const bool speaks20 = (answer[2] & 0x80) && (answer[4] & 0x02);
     ipmiVersion_ = speaks20 ? "2.0" : "1.5";
-    ipmi20Unreported_ = !speaks20;
     return Failure::None;
 }
 
@@ -321,14 +320,15 @@ RmcpPlusSession::Failure RmcpPlusSession::openSession(Clock::time_point deadline
                                                          openSessionPrivilege());
             },
             RmcpPlusCodec::kOpenSessionResponse, deadline, answer)) {
-        openSessionUnanswered_ = true;
-        if (ipmi20Unreported_) {
+        openSessionOutcome_ = OpenSessionOutcome::Unanswered;
+        if (ipmi20Unreported()) {
             return fail(Failure::Ipmi20Unavailable,
                         "Get Channel Authentication Capabilities reports no IPMI v2.0 sessions, "
                         "and Open Session went unanswered");
         }
         return fail(Failure::NoAnswer, "no answer to Open Session");
     }
+    openSessionOutcome_ = OpenSessionOutcome::Refused;
     // Tag, status, maximum privilege, reserved, our session ID, the BMC's session ID, then the
     // three algorithm records: type, two reserved bytes, length, algorithm, three reserved bytes.
     if (answer[1] != 0x00) {
@@ -356,7 +356,7 @@ RmcpPlusSession::Failure RmcpPlusSession::openSession(Clock::time_point deadline
         return fail(Failure::CipherSuiteRefused,
                     "the BMC answered Open Session with other algorithms");
     }
-    openSessionAnswered_ = true;
+    openSessionOutcome_ = OpenSessionOutcome::Taken;
     return Failure::None;
 }
 

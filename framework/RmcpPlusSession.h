@@ -71,12 +71,12 @@ public:
     const std::string& ipmiVersion() const { return ipmiVersion_; }
     // The suites Get Channel Cipher Suites listed; none when not asked, unanswered or refused.
     const std::optional<Bytes>& offeredCipherSuites() const { return offeredCipherSuites_; }
-    // The RMCP+ status the BMC refused Open Session with; 00h when it did not.
+    // How Open Session went: never sent (an earlier step failed), unanswered, refused (with the
+    // RMCP+ status openSessionRefusal() gives, 00h for an answer that did not fit), or the suite
+    // taken.
+    enum class OpenSessionOutcome { NotSent, Unanswered, Refused, Taken };
+    OpenSessionOutcome openSessionOutcome() const { return openSessionOutcome_; }
     unsigned char openSessionRefusal() const { return openSessionRefusal_; }
-    // Whether Open Session went unanswered, and whether the BMC took it: answered, and took the
-    // suite.
-    bool openSessionUnanswered() const { return openSessionUnanswered_; }
-    bool openSessionAnswered() const { return openSessionAnswered_; }
     // Whether the open session's packets carry integrity check values: without them, answers can
     // be forged or replayed by anyone on the path.
     bool signsPackets() const { return suite_.signsPackets(); }
@@ -105,6 +105,8 @@ private:
     // Open Session to Set Session Privilege Level, once.
     Failure establish(Clock::time_point deadline);
     Failure openSession(Clock::time_point deadline);
+    // Get Channel Authentication Capabilities reported no IPMI v2.0 sessions.
+    bool ipmi20Unreported() const { return ipmiVersion_ == "1.5"; }
     // Open Session's requested maximum privilege level: 0, the highest the algorithms allow (the
     // level is asked for in RAKP 1), unless the opensesspriv workaround asks for RAKP 1's.
     unsigned char openSessionPrivilege() const;
@@ -193,12 +195,9 @@ private:
     std::string failureText_;
     std::string ipmiVersion_;
     std::optional<Bytes> offeredCipherSuites_;
+    OpenSessionOutcome openSessionOutcome_ = OpenSessionOutcome::NotSent;
     unsigned char openSessionRefusal_ = 0x00;
-    bool openSessionUnanswered_ = false;
-    bool openSessionAnswered_ = false;
     std::vector<std::string> deviations_;
-    // Get Channel Authentication Capabilities reported no IPMI v2.0 sessions.
-    bool ipmi20Unreported_ = false;
     // An answer was dropped for wrong checksums alone.
     bool droppedForChecksums_ = false;
     Bytes datagram_;
