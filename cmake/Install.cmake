@@ -10,9 +10,10 @@ install(TARGETS ipmi_event_log tolmar_framework
     EXPORT IpmiEventLogTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
 install(FILES include/IpmiEventLog.h include/IpmiEventFollower.h include/IpmiConnectionSettings.h
+              include/IpmiPlatformExtensions.h
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ipmi_event_log COMPONENT development)
 install(FILES framework/include/IpmiClient.h framework/include/IpmiClientActivity.h
-              framework/include/IpmiClientSettings.h              framework/include/IpmiCompletionCode.h framework/include/IpmiException.h
+              framework/include/IpmiClientSettings.h framework/include/IpmiException.h
               framework/include/Log.h
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tolmar_framework COMPONENT development)
 install(EXPORT IpmiEventLogTargets NAMESPACE IpmiEventLog::

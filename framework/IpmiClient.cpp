@@ -17,11 +17,11 @@
 #include "Hex.h"
 #include "IpmiClientActivity.h"
 #include "IpmiClientSettings.h"
-#include "IpmiCompletionCode.h"
 #include "Log.h"
 #include "RmcpPlusSession.h"
 #include "SdrRecordReads.h"
 #include "Secret.h"
+#include "ipmi/CompletionCode.h"
 
 namespace {
 

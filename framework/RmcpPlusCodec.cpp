@@ -6,8 +6,8 @@
 #include <cstring>
 
 #include "AesCbc128.h"
-#include "ByteReader.h"
 #include "Hmac.h"
+#include "ipmi/ByteReader.h"
 
 namespace {
 

@@ -12,10 +12,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "ByteReader.h"
 #include "Hmac.h"
 #include "IpmiClientSettings.h"
 #include "Secret.h"
+#include "ipmi/ByteReader.h"
 
 namespace {
 

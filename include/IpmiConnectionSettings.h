@@ -64,7 +64,8 @@ struct ConnectionSettings {
     std::vector<std::string> workarounds;
 };
 
-/// The workaround names ConnectionSettings::workarounds takes.
+/// The workaround names ConnectionSettings::workarounds takes; none where the framework's IPMI
+/// client takes no settings.
 std::vector<std::string> WorkaroundNames();
 
 /// What the client learnt of the BMC in opening a session, for a bug report.
@@ -82,6 +83,10 @@ struct SessionReport {
 
 /// What one operation's session met, for messages a person reads.
 struct CallReport {
+    /// Whether the framework's IPMI client reports what its sessions meet (see
+    /// IpmiPlatformExtensions.h). False: only connectFailure may be set, and only where the
+    /// library itself refused the connection.
+    bool available = false;
     unsigned long selEntriesRead = 0;      ///< Get SEL Entry requests answered with success
     unsigned long requestsUnanswered = 0;  ///< requests that got no answer, or had no session
     /// The last completion code other than 00h the BMC answered with, or 00h.
@@ -120,6 +125,9 @@ private:
 
 /// What every connection of this process has done so far, for progress displays.
 struct ClientActivity {
+    /// Whether the framework's IPMI client counts its requests (see IpmiPlatformExtensions.h);
+    /// false: both counts are 0.
+    bool available = false;
     unsigned long requestsSent = 0;
     unsigned long selEntriesRead = 0;  ///< Get SEL Entry requests among them
 };
@@ -127,6 +135,7 @@ ClientActivity GetClientActivity();
 
 /// The log lines the library and its IPMI client write to standard error: those of @p level and
 /// below (0 none, 1 failures, ... 4 a trace of every request). Default: TOLMAR_LOG_LEVEL, else 1.
-void SetLogLevel(int level);
+/// False, with nothing changed, where the framework's Log offers no way to set it.
+bool SetLogLevel(int level);
 
 }  // namespace Tolmar

@@ -3,12 +3,9 @@
 #include <new>
 #include <utility>
 
-#include "HexText.h"
-#include "IpmiClientActivity.h"
-#include "IpmiClientSettings.h"
-#include "IpmiCompletionCode.h"
 #include "IpmiEventLog.h"
 #include "IpmiException.h"
+#include "PlatformExtensions.h"
 
 namespace Tolmar {
 
@@ -16,57 +13,26 @@ namespace {
 
 constexpr unsigned long kLocalInterface = 0;
 constexpr int kConnectStatusCredentialsRefused = 2;
+constexpr int kConnectStatusFailed = 1;
 
-// The framework client's form of the settings.
-IpmiClientSettings clientSettings(const ConnectionSettings& settings) {
-    IpmiClientSettings client;
-    client.cipherSuite = settings.cipherSuite;
-    if (settings.privilege) client.privilegeLevel = static_cast<unsigned char>(*settings.privilege);
-    client.bmcKey = settings.bmcKey;
-    client.allowCipherSuiteZero = settings.allowCipherSuiteZero;
-    client.sessionTimeout = settings.sessionTimeout;
-    client.retransmissionTimeout = settings.retransmissionTimeout;
-    client.workarounds = settings.workarounds;
-    return client;
-}
-
-SessionReport sessionReportOf(const IpmiSessionFacts& facts) {
-    SessionReport report;
-    report.ipmiVersion = facts.ipmiVersion;
-    report.offeredCipherSuites.assign(facts.offeredCipherSuites.begin(),
-                                      facts.offeredCipherSuites.end());
-    if (facts.cipherSuite >= 0) report.cipherSuite = static_cast<std::uint16_t>(facts.cipherSuite);
-    if (facts.privilegeLevel != 0)
-        report.privilege = static_cast<ConnectionSettings::Privilege>(facts.privilegeLevel);
-    report.workarounds = facts.workarounds;
-    return report;
-}
-
-CallReport reportOf(const IpmiCallRecord& record) {
-    CallReport report;
-    report.selEntriesRead = record.selEntries;
-    report.requestsUnanswered = record.transportFailures;
-    report.refusedCompletionCode = record.lastCompletionCode;
-    if (record.lastCompletionCode != 0x00) {
-        report.refusal = "the BMC answered " + completionCodeText(record.lastCompletionCode);
-    }
-    report.connectFailure = record.connectFailure;
-    report.warning = record.warning;
-    report.session = sessionReportOf(record.session);
-    return report;
+bool anySet(const ConnectionSettings& settings) {
+    return settings.cipherSuite || settings.privilege || settings.bmcKey ||
+           settings.allowCipherSuiteZero || settings.sessionTimeout ||
+           settings.retransmissionTimeout || !settings.workarounds.empty();
 }
 
 }  // namespace
 
-std::string completionCodeText(unsigned char code) {
-    return hexText(&code, 1, HexCase::Upper) + "h (" + ipmiCompletionCodeName(code) + ")";
-}
-
+// Starts the thread's call record where the framework keeps one; hands what it holds to the
+// session's report, and to the thread's ConnectionScope, when destroyed.
 class ClientSession::Reporting {
 public:
-    explicit Reporting(CallReport& report) : report_(report) { startIpmiCallRecord(); }
+    explicit Reporting(CallReport& report)
+        : report_(report), extensions_(offeredPlatformExtensions()) {
+        if (extensions_ != nullptr) extensions_->StartCallRecord();
+    }
     ~Reporting() {
-        report_ = reportOf(ipmiCallRecord());
+        report_ = extensions_ != nullptr ? extensions_->CallRecord() : CallReport{};
         ConnectionScope::Record(report_);
     }
     Reporting(const Reporting&) = delete;
@@ -74,6 +40,7 @@ public:
 
 private:
     CallReport& report_;
+    PlatformExtensions* extensions_;
 };
 
 ClientSession::ClientSession(ClientTarget target, ConnectionSettings settings)
@@ -84,11 +51,23 @@ int ClientSession::connectFailureResult(int connectStatus) {
                                                              : IpmiEventLog::EL_CONNECTION_FAIL;
 }
 
+bool ClientSession::settingsUnavailable() const {
+    return offeredPlatformExtensions() == nullptr && anySet(settings_);
+}
+
+int ClientSession::refuseSettings() {
+    report_ = CallReport{};
+    report_.connectFailure =
+        "the framework's IPMI client takes no connection settings: connect without them";
+    ConnectionScope::Record(report_);
+    return IpmiEventLog::EL_CONNECTION_FAIL;
+}
+
 IpmiClient* ClientSession::createClient() const {
-    // The client takes the settings of the thread's scope when it is constructed.
-    const IpmiClientSettingsScope scope(clientSettings(settings_));
+    if (PlatformExtensions* extensions = offeredPlatformExtensions())
+        return extensions->CreateClient(target_, settings_);
     if (target_.remote) {
-        return new (std::nothrow) IpmiClient(target_.ip, target_.user, target_.password,
+        return new (std::nothrow) IpmiClient(target_.address, target_.user, target_.password,
                                              target_.port, target_.cipherSuite);
     }
     return new (std::nothrow) IpmiClient(kLocalInterface);
@@ -96,6 +75,11 @@ IpmiClient* ClientSession::createClient() const {
 
 int ClientSession::run(const std::function<int(IpmiClient&)>& read, ExceptionResults onException,
                        const std::function<void()>& afterwards, const Narration& narration) {
+    if (settingsUnavailable()) {
+        const int result = refuseSettings();
+        if (narration.connectFailed) narration.connectFailed(result);
+        return result;
+    }
     const Reporting reporting(report_);
     IpmiClient* client = createClient();
     if (narration.clientCreated) narration.clientCreated();
@@ -127,6 +111,10 @@ int ClientSession::run(const std::function<int(IpmiClient&)>& read, ExceptionRes
 }
 
 int ClientSession::probe() {
+    if (settingsUnavailable()) {
+        refuseSettings();
+        return kConnectStatusFailed;
+    }
     const Reporting reporting(report_);
     IpmiClient* client = createClient();
     if (client == nullptr) return IpmiEventLog::EL_INTERNAL_FAIL;

@@ -1,29 +1,17 @@
 // One request's IPMI session, alike for every operation of the event log and the follower: an
-// IpmiClient is created with the connection's settings, connected (a refused connection gives
-// EL_AUTHTICATION_FAIL, another failure EL_CONNECTION_FAIL), used, disconnected and deleted; an
-// IpmiException is turned into the operation's result; what the session met is reported.
+// IpmiClient is created (with the connection's settings, where the framework offers a way to give
+// them), connected (a refused connection gives EL_AUTHTICATION_FAIL, another failure
+// EL_CONNECTION_FAIL), used, disconnected and deleted; an IpmiException is turned into the
+// operation's result; what the session met is reported, where the framework reports it.
 #pragma once
 
 #include <functional>
-#include <string>
 
 #include "IpmiClient.h"
 #include "IpmiConnectionSettings.h"
+#include "IpmiPlatformExtensions.h"
 
 namespace Tolmar {
-
-// What an IpmiClient is constructed from: a BMC on the LAN, or the local in-band interface.
-struct ClientTarget {
-    bool remote = false;
-    std::string ip;
-    std::string user;
-    std::string password;
-    std::string port;  // decimal text
-    unsigned long cipherSuite = 0;
-};
-
-// A completion code for a person: "C0h (node busy)".
-std::string completionCodeText(unsigned char code);
 
 class ClientSession {
 public:
@@ -49,7 +37,7 @@ public:
     int run(const std::function<int(IpmiClient&)>& read, ExceptionResults onException,
             const std::function<void()>& afterwards = {}, const Narration& narration = {});
     // Connects a client and leaves it connected, never deleted: the connection probe. Returns
-    // the client's connect status.
+    // the client's connect status (1, a failure, for settings that cannot be given).
     int probe();
 
     // What the last run or probe met; also kept in the calling thread's ConnectionScope.
@@ -59,6 +47,11 @@ public:
     static int connectFailureResult(int connectStatus);
 
 private:
+    // Whether the settings ask for something the framework offers no way to give. Such a
+    // connection is refused, with the reason in the report, rather than opened without them.
+    bool settingsUnavailable() const;
+    // That refusal: the reason reported, EL_CONNECTION_FAIL returned.
+    int refuseSettings();
     // A new client built with the settings, or null when it cannot be allocated.
     IpmiClient* createClient() const;
     // Starts the thread's call record; keeps it as the report when destroyed.

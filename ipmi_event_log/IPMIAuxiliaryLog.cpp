@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <string>
 
-#include "ByteReader.h"
 #include "HexText.h"
+#include "ipmi/ByteReader.h"
 
 namespace Tolmar {
 

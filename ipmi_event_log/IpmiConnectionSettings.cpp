@@ -2,9 +2,7 @@
 
 #include <string.h>
 
-#include "IpmiClientActivity.h"
-#include "IpmiClientSettings.h"
-#include "Log.h"
+#include "PlatformExtensions.h"
 
 namespace Tolmar {
 
@@ -33,12 +31,20 @@ void ConnectionScope::Record(const CallReport& report) {
 }
 
 ClientActivity GetClientActivity() {
-    const IpmiClientActivity activity = ipmiClientActivity();
-    return {activity.requests, activity.selEntries};
+    PlatformExtensions* extensions = offeredPlatformExtensions();
+    return extensions != nullptr ? extensions->Activity() : ClientActivity{};
 }
 
-std::vector<std::string> WorkaroundNames() { return ipmiWorkaroundNames(); }
+std::vector<std::string> WorkaroundNames() {
+    PlatformExtensions* extensions = offeredPlatformExtensions();
+    return extensions != nullptr ? extensions->WorkaroundNames() : std::vector<std::string>{};
+}
 
-void SetLogLevel(int level) { Log::SetMinLogLevel(level); }
+bool SetLogLevel(int level) {
+    PlatformExtensions* extensions = offeredPlatformExtensions();
+    if (extensions == nullptr) return false;
+    extensions->SetLogLevel(level);
+    return true;
+}
 
 }  // namespace Tolmar

@@ -7,10 +7,10 @@
 #include <ctime>
 #include <utility>
 
-#include "ByteReader.h"
 #include "IPMIAuxiliaryLog.h"
 #include "Log.h"
 #include "StringCch.h"
+#include "ipmi/ByteReader.h"
 #include "tables/EntityIdCodeTable.h"
 #include "tables/EventReadingTypeCodeOffsetTable.h"
 #include "tables/EventReadingTypeCodeTable.h"

@@ -7,6 +7,7 @@
 #include "IpmiSDROperations.h"
 #include "NewSelRecords.h"
 #include "RepositoryInfo.h"
+#include "ipmi/CompletionCode.h"
 
 namespace Tolmar {
 
@@ -40,7 +41,7 @@ std::string failureText(const PollResult& poll, const SelWalk& ending,
             if (poll.complete) return clearFailure;
             if (ending.end == SelWalk::End::Refused) {
                 return "the BMC answered Get SEL Entry with " +
-                       completionCodeText(ending.completionCode) + " after " + entries;
+                       ipmiCompletionCodeText(ending.completionCode) + " after " + entries;
             }
             return "BMC stopped answering after " + entries;
         case IpmiEventLog::EL_CONNECTION_FAIL:
@@ -61,7 +62,7 @@ std::string reservationFailureText(const CommandResponse& reserved) {
     if (reserved.completionCode == kCompletionOk)
         return "the SEL was not cleared: the BMC answered Reserve SEL without a reservation ID";
     std::string text = "the SEL was not cleared: the BMC answered Reserve SEL with " +
-                       completionCodeText(reserved.completionCode);
+                       ipmiCompletionCodeText(reserved.completionCode);
     if (reserved.completionCode == kInsufficientPrivilege)
         text += "; clearing the SEL needs the operator privilege level";
     return text;
@@ -135,7 +136,7 @@ PollResult IpmiEventFollowerImp::Poll(std::vector<TolmarAgentless::IPMIEVENT>* e
 void IpmiEventFollowerImp::readSelChanges(IpmiClient& client, FollowerState& state,
                                           std::vector<RawSelEntry>& records, PollResult& poll,
                                           SelWalk& ending) {
-    IpmiEventOperations events(client);
+    SelChain walks(client);
     RepositoryStamps selNow;
     SelSpace space;
     const bool stamped = RepositoryInfo(client).sel(selNow, space);
@@ -146,7 +147,7 @@ void IpmiEventFollowerImp::readSelChanges(IpmiClient& client, FollowerState& sta
     NewSelRecords read =
         stamped && selNow.records == 0
             ? NewSelRecords::empty(state.recent)
-            : NewSelRecords::read(events, state.recent, state.first,
+            : NewSelRecords::read(walks, state.recent, state.first,
                                   {stamped ? std::optional(selNow) : std::nullopt, state.sel});
     poll.complete = read.complete;
     poll.restarted = poll.restarted || read.restarted;
@@ -195,7 +196,7 @@ void IpmiEventFollowerImp::clearReadSel(IpmiClient& client, FollowerState& state
         }
         if (answer.completionCode != kReservationCancelled) {
             failure = "the SEL was not cleared: the BMC answered Clear SEL with " +
-                      completionCodeText(answer.completionCode);
+                      ipmiCompletionCodeText(answer.completionCode);
             return;
         }
     }

@@ -9,6 +9,7 @@
 #include "FollowerState.h"
 #include "IpmiEventFollower.h"
 #include "IpmiEventOperations.h"
+#include "SelChain.h"
 
 namespace Tolmar {
 

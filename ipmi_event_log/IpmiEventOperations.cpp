@@ -6,10 +6,10 @@
 #include <set>
 #include <utility>
 
-#include "ByteReader.h"
 #include "CommandExchange.h"
 #include "IpmiException.h"
 #include "Log.h"
+#include "ipmi/ByteReader.h"
 
 namespace Tolmar {
 
@@ -50,7 +50,6 @@ constexpr int kNoAlertPolicyYet = 1024;  // above any alert policy number byte
 
 constexpr unsigned long kFirstRecord = 0x0000;
 constexpr unsigned long kLastRecord = 0xFFFF;  // as a next record ID: the chain ends
-constexpr std::size_t kSelEntryResponseLength = 2 + sizeof(RawSelEntry);  // next ID + record
 constexpr unsigned char kInitiateErase = 0xAA;
 
 // Get SEL Entry: no reservation (a whole-record read needs none), offset 0, read everything.
@@ -58,10 +57,6 @@ std::vector<unsigned char> getSelEntryRequest(unsigned long recordId) {
     std::vector<unsigned char> data{0x00, 0x00, 0x00, 0x00, 0x00, 0xFF};
     IpmiEventOperations::WriteDWORD(&data[2], recordId);
     return data;
-}
-
-unsigned long nextRecordId(const std::vector<unsigned char>& getSelEntryResponse) {
-    return ByteReader(getSelEntryResponse).u16();
 }
 
 // A failed list read is logged with the completion code as one raw byte, not as a number.
@@ -111,8 +106,7 @@ bool IpmiEventOperations::reservationSEL(unsigned char& low, unsigned char& high
 }
 
 int IpmiEventOperations::getSelEntry(unsigned long recordId, RawSelEntry& entry) {
-    const CommandResponse response =
-        exchange(client_, kNetFnStorage, kGetSelEntry, getSelEntryRequest(recordId));
+    const CommandResponse response = exchangeGetSelEntry(recordId);
     // A success too short to hold a record is no better than a lost response.
     if (response.status != 0 || response.truncated(kSelEntryResponseLength)) {
         return IpmiEventLog::EL_INTERNAL_FAIL;
@@ -121,69 +115,41 @@ int IpmiEventOperations::getSelEntry(unsigned long recordId, RawSelEntry& entry)
     return response.resultCode();
 }
 
+CommandResponse IpmiEventOperations::exchangeGetSelEntry(unsigned long recordId) {
+    return exchange(client_, kNetFnStorage, kGetSelEntry, getSelEntryRequest(recordId));
+}
+
+unsigned long IpmiEventOperations::nextRecordId(
+    const std::vector<unsigned char>& getSelEntryResponse) {
+    return ByteReader(getSelEntryResponse).u16();
+}
+
 void IpmiEventOperations::getRawSelEntries(std::vector<RawSelEntry>& entries) {
-    walkSel(kFirstRecord, entries);
-}
-
-bool IpmiEventOperations::walkSel(unsigned long recordId, std::vector<RawSelEntry>& entries) {
-    return walkSel(recordId, entries, {}).end == SelWalk::End::ChainEnd;
-}
-
-SelWalk IpmiEventOperations::walkSel(
-    unsigned long recordId, std::vector<RawSelEntry>& entries,
-    const std::function<bool(const std::vector<RawSelEntry>&)>& goOn) {
-    SelWalk walk;
     try {
         // A BMC whose next-record chain comes back to an ID already requested would make the walk
         // loop forever; it ends there instead, as if the chain had. A chain that ends never
         // repeats an ID, so nothing changes for it.
         std::set<unsigned long> requested;
-        while (recordId != kLastRecord) {
+        for (unsigned long recordId = kFirstRecord; recordId != kLastRecord;) {
             if (!requested.insert(recordId).second) {
                 logRepeatedRecordId("getRawSelEntries", recordId, __LINE__);
-                break;
+                return;
             }
-            if (!fetchSelRecord(recordId, entries, recordId, walk)) return walk;
-            if (goOn && !goOn(entries)) {
-                walk.end = SelWalk::End::Stopped;
-                return walk;
+            const CommandResponse response = exchangeGetSelEntry(recordId);
+            if (!response.succeeded(kSelEntryResponseLength)) {
+                logListReadFailure("getRawSelEntries completionCode: ", response.completionCode,
+                                   __LINE__);
+                response.raise();
             }
+            recordId = nextRecordId(response.data);
+            RawSelEntry entry{};
+            entry.setValues(response.data);
+            entries.push_back(entry);
         }
     } catch (const IpmiException&) {
-        // The walk ends at its first failure; the records read so far stay in `entries`.
-        walk.end = SelWalk::End::Unanswered;
+        // The walk ends at its first failure, the BMC's empty SEL (CBh) among them; the records
+        // read so far stay in `entries`.
     }
-    return walk;
-}
-
-SelWalk IpmiEventOperations::readSelRecord(unsigned long recordId,
-                                           std::vector<RawSelEntry>& entries) {
-    SelWalk walk;
-    walk.end = SelWalk::End::Stopped;
-    unsigned long next = 0;
-    try {
-        fetchSelRecord(recordId, entries, next, walk);
-    } catch (const IpmiException&) {
-        walk.end = SelWalk::End::Unanswered;
-    }
-    return walk;
-}
-
-bool IpmiEventOperations::fetchSelRecord(unsigned long recordId, std::vector<RawSelEntry>& entries,
-                                         unsigned long& next, SelWalk& walk) {
-    const CommandResponse response =
-        exchange(client_, kNetFnStorage, kGetSelEntry, getSelEntryRequest(recordId));
-    if (!response.succeeded(kSelEntryResponseLength)) {
-        logListReadFailure("getRawSelEntries completionCode: ", response.completionCode, __LINE__);
-        walk.end = response.status == 0 ? SelWalk::End::Refused : SelWalk::End::Unanswered;
-        walk.completionCode = response.completionCode;
-        return false;
-    }
-    next = nextRecordId(response.data);
-    RawSelEntry entry{};
-    entry.setValues(response.data);
-    entries.push_back(entry);
-    return true;
 }
 
 int IpmiEventOperations::deleteSEL(unsigned long recordId) {

@@ -1,7 +1,6 @@
 // The SEL commands of the Storage network function, over one connected client.
 #pragma once
 
-#include <functional>
 #include <map>
 #include <vector>
 
@@ -15,18 +14,6 @@
 #include "RawSelEntry.h"
 
 namespace Tolmar {
-
-// How a walk along the SEL's next-record chain ended.
-struct SelWalk {
-    enum class End {
-        ChainEnd,    // next record FFFFh, or a chain that came back to an ID already read
-        Stopped,     // the caller's check stopped it
-        Refused,     // the BMC answered with `completionCode` (00h: an answer too short)
-        Unanswered,  // no answer, or no session to send in
-    };
-    End end = End::ChainEnd;
-    unsigned char completionCode = 0;
-};
 
 class IpmiEventOperations {
 public:
@@ -43,18 +30,15 @@ public:
     // filled from any response that arrived, whatever its completion code.
     int getSelEntry(unsigned long recordId, RawSelEntry& entry);
     // Walks the SEL from its first record along the next-record chain and appends every record.
-    // A failure ends the walk (and is logged); the records read before it stay.
+    // A failure is logged and thrown as IpmiException(completion code, 5), which ends the walk
+    // here; the records read before it stay, and the caller sees only the shorter list.
     void getRawSelEntries(std::vector<RawSelEntry>& entries);
-    // The same walk from the record `recordId` on (0x0000: the first). True when the chain ended
-    // (next record FFFFh); false when a failure ended the walk first.
-    bool walkSel(unsigned long recordId, std::vector<RawSelEntry>& entries);
-    // The same walk, which tells how it ended, and stops once `goOn` (asked after each record,
-    // with the records read so far) says no.
-    SelWalk walkSel(unsigned long recordId, std::vector<RawSelEntry>& entries,
-                    const std::function<bool(const std::vector<RawSelEntry>&)>& goOn);
-    // Get SEL Entry for the one record `recordId` (FFFFh: the SEL's last), appended to `entries`:
-    // Stopped when it came, or how the read failed, as for a walk.
-    SelWalk readSelRecord(unsigned long recordId, std::vector<RawSelEntry>& entries);
+    // One Get SEL Entry exchange for the whole record `recordId` (FFFFh: the SEL's last), as
+    // every SEL read sends it. A success holds kSelEntryResponseLength bytes or more.
+    CommandResponse exchangeGetSelEntry(unsigned long recordId);
+    static constexpr std::size_t kSelEntryResponseLength = 2 + sizeof(RawSelEntry);  // next ID
+    // The next record ID a Get SEL Entry answer carries in its first two bytes.
+    static unsigned long nextRecordId(const std::vector<unsigned char>& getSelEntryResponse);
     // Delete SEL Entry under a fresh reservation.
     int deleteSEL(unsigned long recordId);
     // Clear SEL under a fresh reservation: starts the erase and does not wait for it.
@@ -102,10 +86,6 @@ public:
                                    const std::vector<RawSDR>& sdr, std::map<int, int>& out);
 
 private:
-    // One Get SEL Entry: appends the record and sets `next` to its next-record ID; false, with the
-    // failure told in `walk`, when none came.
-    bool fetchSelRecord(unsigned long recordId, std::vector<RawSelEntry>& entries,
-                        unsigned long& next, SelWalk& walk);
     // Reads one PEF table: its size from `countParameter`, then entries 1 to that size from
     // `tableParameter`, appending those `keep` accepts.
     template <typename Entry, typename Keep>

@@ -5,9 +5,9 @@
 #include <optional>
 #include <set>
 
-#include "ByteReader.h"
 #include "CommandExchange.h"
 #include "FollowerState.h"
+#include "ipmi/ByteReader.h"
 
 namespace Tolmar {
 
@@ -125,17 +125,16 @@ bool absent(const SelWalk& walk) {
 // ID: their chain ends at the first deleted record. Get SEL Entry for FFFFh, the SEL's last record,
 // tells whether `walk`, which read `records`, ended early; if so, the IDs after its end are tried
 // upward (CBh: absent) up to the last record's, and the chain of each record found is read on.
-SelWalk readOnPastGaps(IpmiEventOperations& events, std::vector<RawSelEntry>& records,
-                       SelWalk walk) {
+SelWalk readOnPastGaps(SelChain& walks, std::vector<RawSelEntry>& records, SelWalk walk) {
     if (walk.end != SelWalk::End::ChainEnd || records.empty()) return walk;
     std::vector<RawSelEntry> last;
-    const SelWalk lastRead = events.readSelRecord(kLastRecord, last);
+    const SelWalk lastRead = walks.readRecord(kLastRecord, last);
     if (last.empty()) return lastRead;
     unsigned absentTried = 0;
     unsigned long id = records.back().id() + 1;
     while (!sameRecord(records.back(), last.front()) && id <= last.front().id()) {
         const std::size_t before = records.size();
-        walk = events.walkSel(id, records, {});
+        walk = walks.walk(id, records);
         const bool found = records.size() > before;
         if (found ? walk.end != SelWalk::End::ChainEnd : !absent(walk)) return walk;
         if (!found && ++absentTried > kMostAbsentIdsTried) return walk;
@@ -192,8 +191,7 @@ NewSelRecords NewSelRecords::empty(const std::vector<RawSelEntry>& recent) {
     return read;  // no first record
 }
 
-NewSelRecords NewSelRecords::read(IpmiEventOperations& events,
-                                  const std::vector<RawSelEntry>& recent,
+NewSelRecords NewSelRecords::read(SelChain& walks, const std::vector<RawSelEntry>& recent,
                                   const std::optional<RawSelEntry>& first,
                                   const SelInfoSeen& info) {
     NewSelRecords read;
@@ -202,13 +200,12 @@ NewSelRecords NewSelRecords::read(IpmiEventOperations& events,
     // gives first: the records after it are new.
     for (std::size_t i = recent.size(); i-- > 0;) {
         std::vector<RawSelEntry> chain;
-        SelWalk walk =
-            events.walkSel(recent[i].id(), chain, [&](const std::vector<RawSelEntry>& so) {
-                return so.size() > 1 || sameRecord(so.front(), recent[i]);
-            });
+        SelWalk walk = walks.walk(recent[i].id(), chain, [&](const std::vector<RawSelEntry>& so) {
+            return so.size() > 1 || sameRecord(so.front(), recent[i]);
+        });
         if (!chain.empty() && sameRecord(chain.front(), recent[i])) {
             if (mayEndEarlyFromRemembered(info, i + 1 == recent.size(), chain.size() - 1))
-                walk = readOnPastGaps(events, chain, walk);
+                walk = readOnPastGaps(walks, chain, walk);
             noteEnding(walk, false, read);
             const std::vector<RawSelEntry> kept(recent.begin(), recent.begin() + i + 1);
             read.records = withoutRepeats({chain.begin() + 1, chain.end()}, kept);
@@ -227,8 +224,8 @@ NewSelRecords NewSelRecords::read(IpmiEventOperations& events,
     }
     // None of them is left, or none was emitted yet: the SEL from its first record.
     std::vector<RawSelEntry> all;
-    SelWalk walk = events.walkSel(kFirstRecord, all, {});
-    if (mayEndEarlyFromFirst(info, all.size())) walk = readOnPastGaps(events, all, walk);
+    SelWalk walk = walks.walk(kFirstRecord, all);
+    if (mayEndEarlyFromFirst(info, all.size())) walk = readOnPastGaps(walks, all, walk);
     noteEnding(walk, all.empty(), read);
     all = withoutRepeats(all);
     read.restarted = !recent.empty();

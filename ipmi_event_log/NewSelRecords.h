@@ -16,9 +16,9 @@
 #include <optional>
 #include <vector>
 
-#include "IpmiEventOperations.h"
 #include "RawSelEntry.h"
 #include "RepositoryInfo.h"
+#include "SelChain.h"
 
 namespace Tolmar {
 
@@ -41,7 +41,7 @@ struct NewSelRecords {
 
     // What is new since `recent`, the last records emitted (oldest first), when `first` was the
     // SEL's first record.
-    static NewSelRecords read(IpmiEventOperations& events, const std::vector<RawSelEntry>& recent,
+    static NewSelRecords read(SelChain& walks, const std::vector<RawSelEntry>& recent,
                               const std::optional<RawSelEntry>& first,
                               const SelInfoSeen& info = {});
     // An empty SEL, as Get SEL Info's record count tells, after `recent` were emitted.

@@ -1,6 +1,6 @@
 #include "RawAlertPolicyTableEntry.h"
 
-#include "ByteReader.h"
+#include "ipmi/ByteReader.h"
 
 void RawAlertPolicyTableEntry::setValues(const std::vector<unsigned char>& response) {
     constexpr std::size_t entryStart = 2;  // after parameter revision and set selector

@@ -1,6 +1,6 @@
 #include "RawPETEntry.h"
 
-#include "ByteReader.h"
+#include "ipmi/ByteReader.h"
 
 void RawPETEntry::setValues(const std::vector<unsigned char>& response) {
     constexpr std::size_t entryStart = 2;  // after parameter revision and set selector

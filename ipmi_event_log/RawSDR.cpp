@@ -1,6 +1,6 @@
 #include "RawSDR.h"
 
-#include "ByteReader.h"
+#include "ipmi/ByteReader.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "ByteReader.h"
+#include "ipmi/ByteReader.h"
 
 void RawSelEntry::setValues(const std::vector<unsigned char>& response) {
     constexpr std::size_t recordStart = 2;  // after the next record ID

@@ -1,8 +1,8 @@
 #include "RepositoryInfo.h"
 
-#include "ByteReader.h"
 #include "CommandExchange.h"
 #include "IpmiException.h"
+#include "ipmi/ByteReader.h"
 
 namespace Tolmar {
 

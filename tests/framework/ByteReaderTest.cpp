@@ -1,6 +1,6 @@
 // The bounds-checked reader of message fields: numbers least significant byte first, and a read
 // past the end that reads nothing and fails every later read.
-#include "ByteReader.h"
+#include "ipmi/ByteReader.h"
 
 #include <gtest/gtest.h>
 

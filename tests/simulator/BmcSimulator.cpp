@@ -18,10 +18,10 @@
 #include <stdexcept>
 #include <thread>
 
-#include "ByteReader.h"
 #include "ChildProcess.h"
 #include "IpmiClient.h"
 #include "Loopback.h"
+#include "ipmi/ByteReader.h"
 
 namespace bmcsim {
 

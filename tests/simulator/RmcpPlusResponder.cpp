@@ -6,10 +6,10 @@
 #include <algorithm>
 #include <optional>
 
-#include "ByteReader.h"
 #include "CipherSuite.h"
 #include "Hmac.h"
 #include "RmcpPlusCodec.h"
+#include "ipmi/ByteReader.h"
 
 namespace bmcsim {
 

@@ -1,6 +1,8 @@
 // Reads the fields of a message in order, least significant byte first as IPMI sends numbers.
 // A read that runs past the end reads nothing and returns 0, and the reader stays failed from then
 // on: a parser reads every field, then asks ok() once.
+// Header-only and dependent on nothing but the standard library, so that the event log library and
+// the framework's client below it share it.
 #pragma once
 
 #include <algorithm>

@@ -1,8 +1,14 @@
-#include "IpmiCompletionCode.h"
+// IPMI completion codes by name, for messages a person reads. Header-only and dependent on nothing
+// but the standard library, so that the event log library and the framework's client below it
+// share it.
+#pragma once
 
 #include <iterator>
+#include <string>
 
-const char* ipmiCompletionCodeName(unsigned char code) {
+// "invalid command" for C1h, and so on through the generic codes of IPMI v2.0 table 5-2;
+// "command-specific" for 80h to BEh, whose meaning depends on the command; "unknown" otherwise.
+inline const char* ipmiCompletionCodeName(unsigned char code) {
     // IPMI v2.0 table 5-2, generic completion codes C0h to D6h.
     static const char* const generic[] = {
         "node busy",
@@ -34,4 +40,11 @@ const char* ipmiCompletionCodeName(unsigned char code) {
     if (code >= 0x80 && code <= 0xBE) return "command-specific";
     if (code >= 0xC0 && code - 0xC0u < std::size(generic)) return generic[code - 0xC0];
     return "unknown";
+}
+
+// The code and its name: "C0h (node busy)".
+inline std::string ipmiCompletionCodeText(unsigned char code) {
+    static const char digits[] = "0123456789ABCDEF";
+    return std::string{digits[code >> 4], digits[code & 0x0F]} + "h (" +
+           ipmiCompletionCodeName(code) + ")";
 }
