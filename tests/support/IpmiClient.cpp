@@ -3,7 +3,7 @@
 #include "IpmiClient.h"
 
 #include "ClientBench.h"
-#include "IpmiClientActivity.h"
+#include "RequestRecords.h"
 
 struct IpmiClient::Session {
     int number;
@@ -26,11 +26,10 @@ void IpmiClient::disconnect() { sim::ClientBench::instance().disconnect(session_
 int IpmiClient::sendCommand(const IpmiCommandRequest& request,
                             std::vector<unsigned char>& responseData,
                             unsigned char& completionCode) {
-    // Counted and recorded as the framework's client does, for what the library reports.
-    countIpmiRequest(request.netFn, request.command);
+    sim::recordRequestSent(request);
     const int status =
         sim::ClientBench::instance().send(session_->number, request, responseData, completionCode);
-    recordIpmiAnswer(request.netFn, request.command, status == 0, completionCode);
+    sim::recordRequestAnswered(request, status, completionCode);
     return status;
 }
 

@@ -45,6 +45,12 @@ TEST(ConnectionScopeTest, AnotherThreadKeepsItsOwn) {
     EXPECT_FALSE(elsewhere.has_value());
 }
 
+TEST(ConnectionScopeTest, OurFrameworkOffersTheAdditions) {
+    EXPECT_TRUE(Tolmar::GetClientActivity().available);
+    EXPECT_FALSE(Tolmar::WorkaroundNames().empty());
+    EXPECT_TRUE(Tolmar::SetLogLevel(1));
+}
+
 class ConnectionScopeReportTest : public sim::BmcTest {
 protected:
     void SetUp() override {
@@ -59,6 +65,7 @@ TEST_F(ConnectionScopeReportTest, TheScopeKeepsWhatTheLastCallMet) {
     std::vector<Tolmar::IPMISELENTRY> entries;
     ASSERT_EQ(log.GetAllIpmiSelEntry(entries), 0);
     EXPECT_EQ(entries.size(), 3u);
+    EXPECT_TRUE(scope.LastCall().available);
     EXPECT_EQ(scope.LastCall().selEntriesRead, 3u);
     EXPECT_EQ(scope.LastCall().requestsUnanswered, 0u);
     EXPECT_EQ(scope.LastCall().refusal, "");
