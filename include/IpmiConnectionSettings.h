@@ -18,6 +18,9 @@
  *
  * What the settings leave unset comes from the process's defaults: the TOLMAR_IPMI_* environment
  * variables (read, never written, by the library), else the built-in values given below.
+ *
+ * Settings, call reports and activity counts need a framework that offers them
+ * (IpmiPlatformExtensions.h); ours does. Elsewhere each says that it is not available.
  */
 #pragma once
 
