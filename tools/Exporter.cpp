@@ -162,13 +162,18 @@ int serve(const Options& options) {
             "ipmi-event-log exporter: see /metrics, and /ipmi?target=HOST&module=NAME\n",
             "text/plain");
     });
-    if (!server->bind_to_port(address.host, address.port)) {
+    // Port 0: one the system chooses, said below.
+    const int port = address.port == 0 ? server->bind_to_any_port(address.host)
+                     : server->bind_to_port(address.host, address.port) ? address.port
+                                                                        : -1;
+    if (port <= 0) {
         std::cerr << "ipmi-event-log: cannot listen on " << options.listen
                   << ": the address is not this machine's, or the port is taken\n";
         return 1;
     }
-    widenListenBacklog(address.port);
-    std::cerr << "ipmi-event-log: serving /metrics on " << options.listen << "\n";
+    widenListenBacklog(port);
+    std::cerr << "ipmi-event-log: serving /metrics on "
+              << options.listen.substr(0, options.listen.rfind(':') + 1) << port << "\n";
     // The polls and the reloads run on threads of their own; a signal ends them, and then the
     // server: a signal handler may not stop the server itself.
     std::thread poller([&] {

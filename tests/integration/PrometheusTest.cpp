@@ -12,6 +12,7 @@
 #include <memory>
 #include <set>
 #include <sstream>
+#include <utility>
 
 #include "BmcSimulator.h"
 #include "SampleServer.h"
@@ -38,12 +39,13 @@ std::string fileText(const std::string& path) {
     return text.str();
 }
 
-// A server of the test whose output is shown when the test has failed.
+// A server of the test, `program` started as ServerProcess takes `arguments`, whose output is
+// shown when the test has failed.
 class TestServer : public bmcsim::ServerProcess {
 public:
-    TestServer(const std::vector<std::string>& command, const std::string& address,
-               const std::string& outputFile)
-        : ServerProcess(command, address, outputFile), program_(command.front()) {}
+    template <typename... Arguments>
+    explicit TestServer(std::string program, Arguments&&... arguments)
+        : ServerProcess(std::forward<Arguments>(arguments)...), program_(std::move(program)) {}
     ~TestServer() {
         if (!::testing::Test::HasFailure()) return;
         const std::string text = output();
@@ -96,14 +98,15 @@ class Prometheus {
 public:
     Prometheus(const std::string& configuration, const bmcsim::ScratchDirectory& scratch)
         : scratch_(scratch),
-          address_(bmcsim::freeLoopbackTcpAddress()),
-          server_(command(configuration, address_, scratch), address_,
-                  scratch.file("prometheus.out")) {
+          server_(
+              PROMETHEUS,
+              [&](const std::string& address) { return command(configuration, address, scratch); },
+              scratch.file("prometheus.out")) {
         const bool ready = bmcsim::waitUntil(
             [&] {
                 return get("/-/ready", "--output /dev/null --write-out '%{http_code}'") == "200";
             },
-            seconds(20));
+            seconds(60));
         if (!ready) throw std::runtime_error("Prometheus is not ready:\n" + server_.output());
     }
 
@@ -156,14 +159,13 @@ private:
         return get("/api/v1/query", "--get --data-urlencode 'query=" + expression + "'");
     }
     std::string get(const std::string& path, const std::string& options = "") const {
-        return bmcsim::runShell(
-                   CURL " --silent --max-time 5 " + options + " 'http://" + address_ + path + "'",
-                   scratch_)
+        return bmcsim::runShell(CURL " --silent --max-time 5 " + options + " 'http://" +
+                                    server_.address() + path + "'",
+                                scratch_)
             .out;
     }
 
     const bmcsim::ScratchDirectory& scratch_;
-    std::string address_;
     TestServer server_;
 };
 
@@ -184,9 +186,9 @@ protected:
         }
     }
     std::unique_ptr<TestServer> startOurExporter(const std::string& name) const {
-        const std::string address = bmcsim::freeLoopbackTcpAddress();
-        return std::make_unique<TestServer>(bmcsim::ourExporterCommand(TOOL_PATH, address), address,
-                                            scratch.file(name + ".out"));
+        return std::make_unique<TestServer>(
+            TOOL_PATH, bmcsim::ourExporterCommand(TOOL_PATH, "127.0.0.1:0"),
+            scratch.file(name + ".out"), bmcsim::kServeSaysItsAddress);
     }
     // The events `ipmi-event-log list` reads from the BMC at `target`: all of them, and the
     // critical ones.
@@ -317,10 +319,13 @@ TEST_F(PrometheusTest, IpmiExporterCountsTheSameSelEntriesAndFreeSpaceAsOurs) {
     startBmcs(1);
     const auto ours = startOurExporter("serve");
     scratch.write("ipmi_exporter.yml", bmcsim::ipmiExporterConfiguration(bmcsim::kAdministrator));
-    const std::string address = bmcsim::freeLoopbackTcpAddress();
     const TestServer theirs(
-        bmcsim::ipmiExporterCommand(IPMI_EXPORTER, scratch.file("ipmi_exporter.yml"), address),
-        address, scratch.file("ipmi_exporter.out"));
+        IPMI_EXPORTER,
+        [&](const std::string& address) {
+            return bmcsim::ipmiExporterCommand(IPMI_EXPORTER, scratch.file("ipmi_exporter.yml"),
+                                               address);
+        },
+        scratch.file("ipmi_exporter.out"));
     // ipmi_exporter 1.6.1 names the count ipmi_sel_logs_count, though its documentation says
     // ipmi_sel_entries_count: ours gives both.
     const auto expectAlike = [&](const char* entries, const char* freeBytes) {

@@ -5,9 +5,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <climits>
-#include <cstdio>
-#include <fstream>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -30,16 +29,6 @@ std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
-// Whether something has bound 127.0.0.1:`port` for UDP, as /proc/net/udp lists the sockets.
-bool udpPortBound(unsigned short port) {
-    std::ifstream table("/proc/net/udp");
-    std::ostringstream text;
-    text << table.rdbuf();
-    char local[16];
-    std::snprintf(local, sizeof local, "0100007F:%04X ", port);
-    return text.str().find(local) != std::string::npos;
-}
-
 // rsyslogd with UDP and TCP inputs on free loopback ports, writing each message it receives to a
 // file as PRI|HOSTNAME|APP-NAME|PROCID|MSGID|STRUCTURED-DATA|MSG. Stopped by its PID when the
 // object goes.
@@ -55,23 +44,40 @@ public:
     std::string udpAddress() const { return "udp://127.0.0.1:" + std::to_string(udpPort_); }
     std::string tcpAddress() const { return "tcp://127.0.0.1:" + std::to_string(tcpPort_); }
 
-    // Returns once both inputs take messages; throws std::runtime_error when they do not within
-    // 10 s.
+    // Returns once both inputs take messages. The ports are those the tool is told: while
+    // another program holds one of them (a client's port, for a while), rsyslogd is started again
+    // on them. Throws std::runtime_error when it does not listen on both within a minute.
     void start() {
-        // -n: in the foreground; -C: no chdir to /; -i: a PID file of its own.
-        server_ = std::make_unique<bmcsim::ServerProcess>(
-            std::vector<std::string>{RSYSLOGD, "-n", "-C", "-f", scratch_.file("rsyslog.conf"),
-                                     "-i", scratch_.file("rsyslogd.pid")},
-            "127.0.0.1:" + std::to_string(tcpPort_), scratch_.file("rsyslogd.out"));
-        if (!bmcsim::waitUntil([&] { return udpPortBound(udpPort_); }, std::chrono::seconds(10)))
-            throw std::runtime_error("rsyslogd does not listen on UDP:\n" + server_->output());
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+        const auto udpListening = [&] {
+            return bmcsim::holdsLoopbackPort(server_->pid(), SOCK_DGRAM, udpPort_);
+        };
+        for (;;) {
+            server_.reset();
+            // -n: in the foreground; -C: no chdir to /; -i: a PID file of its own.
+            server_ = std::make_unique<bmcsim::ServerProcess>(
+                std::vector<std::string>{RSYSLOGD, "-n", "-C", "-f", scratch_.file("rsyslog.conf"),
+                                         "-i", scratch_.file("rsyslogd.pid")},
+                "127.0.0.1:" + std::to_string(tcpPort_), scratch_.file("rsyslogd.out"));
+            // It goes on without a UDP input whose port it cannot bind, and says so.
+            bmcsim::waitUntil(
+                [&] {
+                    return udpListening() ||
+                           server_->output().find("Could not create udp listener") !=
+                               std::string::npos;
+                },
+                std::chrono::minutes(1));
+            if (udpListening()) return;
+            if (std::chrono::steady_clock::now() >= deadline)
+                throw std::runtime_error("rsyslogd does not listen on UDP:\n" + server_->output());
+        }
     }
 
-    // The lines written once `count` are there (or 10 s have passed), and rsyslogd stopped: a
+    // The lines written once `count` are there (or a minute has passed), and rsyslogd stopped: a
     // message that came twice would be among them.
     std::vector<std::string> received(std::size_t count) {
         bmcsim::waitUntil([&] { return linesOf(scratch_.read("received.log")).size() >= count; },
-                          std::chrono::seconds(10));
+                          std::chrono::minutes(1));
         server_->stop();
         return linesOf(scratch_.read("received.log"));
     }
@@ -211,15 +217,16 @@ protected:
         EXPECT_EQ(critical, 12u);
     }
 
-    // Follows the BMC in two polls 2 s apart, sending to `address` of `server`, which starts
-    // only once the tool has said after its first poll that it cannot reach it.
+    // Follows the BMC in three polls 3 s apart, sending to `address` of `server`, which starts
+    // only once the tool has said after its first poll that it cannot reach it: up for the second
+    // poll or, on a busy machine, for the third.
     ToolRun followWithTheServerLate(LogServer& server, const std::string& address) {
         ToolRun run;
         std::thread follow(
-            [&] { run = tool("--polls 2 --interval 2 follow --syslog " + address); });
+            [&] { run = tool("--polls 3 --interval 3 follow --syslog " + address); });
         const bool said = bmcsim::waitUntil(
             [&] { return scratch.read("stderr").find("cannot send") != std::string::npos; },
-            std::chrono::seconds(10));
+            std::chrono::minutes(1));
         if (said) server.start();
         follow.join();
         EXPECT_TRUE(said);

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -13,14 +12,14 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <sstream>
 #include <thread>
 
-#include "ChildProcess.h"
 #include "LanFixture.h"
-#include "Loopback.h"
 #include "LossyLink.h"
+#include "ServerProcess.h"
 #include "ToolRun.h"
 
 namespace {
@@ -73,8 +72,9 @@ protected:
         const char* watched = onErrors ? "stderr" : "follow.out";
         std::atomic<bool> ended{false};
         std::thread adder([&] {
-            while (!ended && lines(scratch.read(watched)) < firstPollLines)
-                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            bmcsim::waitUntil(
+                [&] { return ended || lines(scratch.read(watched)) >= firstPollLines; },
+                std::chrono::seconds(60));
             bmc->addSelRecords(records);
         });
         ToolRun run = tool(arguments + " follow >" + scratch.file("follow.out"));
@@ -257,14 +257,14 @@ TEST_F(ToolOverLanTest, APasswordFileWithCrLfLinesIsRead) {
 }
 
 TEST_F(ToolOverLanTest, ThePasswordAndBmcKeyAreErasedFromTheProcessArguments) {
-    // A tool that waits 3 s for a BMC that does not answer: long enough to be looked at once it
-    // has started.
+    // A tool that waits a minute for a BMC that does not answer: long enough to be looked at once
+    // it has started; stopped then.
     bmc->stop();
     const std::string host = hostOf(*bmc);
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
-        setenv("TOLMAR_IPMI_SESSION_TIMEOUT_MS", "3000", 1);
+        setenv("TOLMAR_IPMI_SESSION_TIMEOUT_MS", "60000", 1);
         execl(TOOL_PATH, TOOL_PATH, "-H", host.c_str(), "-U", "admin", "-P", "Secret-Pass1", "-k",
               "Kg-Secret", "-y", "0x4b67", "status", static_cast<char*>(nullptr));
         _exit(127);
@@ -273,11 +273,18 @@ TEST_F(ToolOverLanTest, ThePasswordAndBmcKeyAreErasedFromTheProcessArguments) {
         std::ifstream in("/proc/" + std::to_string(child) + "/cmdline", std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     };
-    for (int attempt = 0; attempt < 100 && arguments().rfind(TOOL_PATH, 0) != 0; ++attempt)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    const std::string seen = arguments();
+    // The tool running, its secrets gone from its arguments.
+    std::string seen;
+    bmcsim::waitUntil(
+        [&] {
+            seen = arguments();
+            return seen.rfind(TOOL_PATH, 0) == 0 && seen.find("Secret") == std::string::npos &&
+                   seen.find("4b67") == std::string::npos;
+        },
+        std::chrono::seconds(30));
+    kill(child, SIGTERM);
     waitpid(child, nullptr, 0);
+    EXPECT_EQ(seen.rfind(TOOL_PATH, 0), 0u) << seen;
     for (const char* option : {"-P", "-k", "-y"})
         EXPECT_NE(seen.find(option + std::string("\0\0", 2)), std::string::npos) << seen;
     EXPECT_EQ(seen.find("Secret"), std::string::npos);
@@ -543,26 +550,29 @@ std::string sample(const std::string& metrics, const std::string& name) {
 }
 
 TEST_F(ToolOverLanTest, ServeAnswersMetricsThatAgreeWithTheSimulatorsEvents) {
-    const unsigned short port = bmcsim::freeLoopbackPort(SOCK_STREAM);
-    const std::string listen = "127.0.0.1:" + std::to_string(port);
     bmcsim::ScopedEnvironment password{"IPMI_PASSWORD", bmcsim::kAdministrator.password};
-    const pid_t server =
-        bmcsim::startChild({TOOL_PATH, "-H", hostOf(*bmc), "-U", bmcsim::kAdministrator.name, "-E",
-                            "--interval", "1", "--listen", listen, "serve"},
-                           scratch.file("serve.out"), "the project's tool");
-    const auto scrape = [&] {
-        return shell(CURL " --silent --show-error --max-time 5 http://" + listen + "/metrics").out;
+    bmcsim::ServerProcess server({TOOL_PATH, "-H", hostOf(*bmc), "-U", bmcsim::kAdministrator.name,
+                                  "-E", "--interval", "1", "--listen", "127.0.0.1:0", "serve"},
+                                 scratch.file("serve.out"), bmcsim::kServeSaysItsAddress);
+    const std::string host = "{host=\"" + hostOf(*bmc) + "\"";
+    const std::string critical = "ipmi_event_log_events_total" + host + ",severity=\"critical\"}";
+    // /metrics once `series` is there and `done` holds for it.
+    const auto metricsOnce = [&](const std::function<bool(const std::string&)>& done) {
+        std::string metrics;
+        bmcsim::waitUntil(
+            [&] {
+                metrics = shell(CURL " --silent --show-error --max-time 10 http://" +
+                                server.address() + "/metrics")
+                              .out;
+                return !sample(metrics, critical).empty() && done(sample(metrics, critical));
+            },
+            std::chrono::seconds(60));
+        return metrics;
     };
-    // Ready once the first poll has been made.
-    std::string metrics;
-    for (int attempt = 0; attempt < 100 && sample(metrics, "ipmi_event_log_polls_total").empty();
-         ++attempt) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        metrics = scrape();
-    }
+    // Ready once the first poll has set the host's series.
+    std::string metrics = metricsOnce([](const std::string&) { return true; });
     // What list says of the same BMC: events by severity, the newest critical one's time.
     const std::string listed = tool("--format csv list").out;
-    const std::string host = "{host=\"" + hostOf(*bmc) + "\"";
     EXPECT_EQ(sample(metrics, "ipmi_event_log_up" + host + "}"), "1") << metrics;
     EXPECT_EQ(sample(metrics, "ipmi_event_log_incomplete" + host + "}"), "0");
     for (const char* severity : {"info", "warning", "critical"}) {
@@ -582,22 +592,17 @@ TEST_F(ToolOverLanTest, ServeAnswersMetricsThatAgreeWithTheSimulatorsEvents) {
         sample(metrics, "ipmi_event_log_newest_critical_event_timestamp_seconds" + host + "}"),
         "1426179494");
 
-    // A critical event added is counted at the next poll.
-    const std::string before =
-        sample(metrics, "ipmi_event_log_events_total" + host + ",severity=\"critical\"}");
+    // A critical event added is counted at a later poll, with the SEL's new size.
+    const std::string after = std::to_string(std::stoul(sample(metrics, critical)) + 1);
     bmc->addSelRecords({bmcsim::sampleEventLog()[21]});
-    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
-    metrics = scrape();
-    EXPECT_EQ(sample(metrics, "ipmi_event_log_events_total" + host + ",severity=\"critical\"}"),
-              std::to_string(std::stoul(before) + 1));
+    metrics = metricsOnce([&](const std::string& value) { return value == after; });
+    EXPECT_EQ(sample(metrics, critical), after) << metrics;
     EXPECT_EQ(sample(metrics, "ipmi_event_log_sel_entries" + host + "}"), "36");
     EXPECT_EQ(sample(metrics, "ipmi_event_log_sel_free_bytes" + host + "}"), "63984");
 
-    kill(server, SIGTERM);
-    int status = -1;
-    waitpid(server, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << scratch.read("serve.out");
-    EXPECT_EQ(scratch.read("serve.out"), "ipmi-event-log: serving /metrics on " + listen + "\n");
+    EXPECT_EQ(server.stop(), 0) << server.output();
+    EXPECT_EQ(server.output(), "ipmi-event-log: serving /metrics on " + server.address() + "\n");
+    EXPECT_NE(server.address(), "127.0.0.1:0");
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -35,19 +34,15 @@ using namespace std::chrono_literals;
 
 constexpr auto kStartTimeout = 30s;  // a SEL of 65,000 stored records takes about 7 s
 constexpr auto kStopTimeout = 3s;
-constexpr int kStartAttempts = 3;
+constexpr int kStartAttempts = 5;               // each on other ports
+constexpr auto kRestartTimeout = 60s;           // a guard: the port is free again long before
 constexpr unsigned char kStorage = 0x0A;        // the network function of SEL commands
 constexpr const char* kBmcName = "tolmar_bmc";  // also names its directory in the state directory
 
-// Whether something has bound the port: ipmi_sim opens its LAN port only after every command of
-// its emulation file succeeded.
-bool portInUse(unsigned short port) {
-    const int fd = bindLoopback(SOCK_DGRAM, port);
-    if (fd >= 0) {
-        close(fd);
-        return false;
-    }
-    return errno == EADDRINUSE;
+// What ipmi_sim says when another socket has its LAN port or its VM port. It shares a port with
+// sockets that allow it (SO_REUSEADDR), as it does itself, and with no other.
+bool saysAddressInUse(const std::string& output) {
+    return output.find("Address already in use") != std::string::npos;
 }
 
 std::string lanConfiguration(unsigned short port, unsigned short vmPort,
@@ -140,19 +135,24 @@ BmcSimulator::BmcSimulator(const std::string& emulation,
                            std::size_t selCapacity)
     : interfaces_(interfaces) {
     directory_.write("auxiliary.log", auxiliaryLogFile(auxiliaryLog));
-    for (int attempt = 0; attempt < kStartAttempts; ++attempt) {
-        if (!start(emulation, sel, selCapacity)) continue;
-        try {
-            if (!sel.empty()) deleteSelRecord(static_cast<std::uint16_t>(sel.size() + 1));
-        } catch (...) {
-            stop();
-            throw;
-        }
-        return;
+    // Another program may take a port between its choice and ipmi_sim's start: ipmi_sim is then
+    // started again on other ports.
+    bool started = false;
+    for (int attempt = 0; attempt < kStartAttempts && !started; ++attempt) {
+        started = start(emulation, sel, selCapacity);
+        if (!started && !saysAddressInUse(output())) break;
     }
-    const std::string log = output();
-    stop();
-    throw std::runtime_error("ipmi_sim did not open its LAN port; its output:\n" + log);
+    if (!started) {
+        const std::string log = output();
+        stop();
+        throw std::runtime_error("ipmi_sim did not open its LAN port; its output:\n" + log);
+    }
+    try {
+        if (!sel.empty()) deleteSelRecord(static_cast<std::uint16_t>(sel.size() + 1));
+    } catch (...) {
+        stop();
+        throw;
+    }
 }
 
 bool BmcSimulator::start(const std::string& emulation, const std::vector<SelRecord>& sel,
@@ -175,13 +175,16 @@ bool BmcSimulator::launch() {
     pid_ = startChild({IPMI_SIM, "-c", directory_.file("lan.conf"), "-f",
                        directory_.file("bmc.emu"), "-s", directory_.file("state"), "-n"},
                       directory_.file("ipmi_sim.log"), "Debian package openipmi");
+    // Up once its LAN port is its own, which it opens only after every command of its emulation
+    // file succeeded. The port is looked for in /proc: a probe that bound it would keep ipmi_sim
+    // from binding it meanwhile.
     const auto deadline = std::chrono::steady_clock::now() + kStartTimeout;
     while (std::chrono::steady_clock::now() < deadline) {
         if (waitpid(pid_, nullptr, WNOHANG) == pid_) {
             pid_ = -1;
             return false;
         }
-        if (portInUse(port_)) return true;
+        if (holdsLoopbackPort(pid_, SOCK_DGRAM, port_)) return true;
         std::this_thread::sleep_for(20ms);
     }
     stop();
@@ -193,8 +196,14 @@ void BmcSimulator::restart(const std::string& emulation) {
     // ipmi_sim would add the new records to those it kept.
     std::filesystem::remove(directory_.file(storedDirectory() + "/sdr.20.main"));
     directory_.write("bmc.emu", emulationFile(emulation, selCapacity_, false));
-    if (!launch())
-        throw std::runtime_error("ipmi_sim did not start again; its output:\n" + output());
+    // The old process is gone, its sockets with it; a program that took the port since holds it
+    // only for a while (a client's port), so the same port is tried again until it is free.
+    const auto deadline = std::chrono::steady_clock::now() + kRestartTimeout;
+    while (!launch()) {
+        if (!saysAddressInUse(output()) || std::chrono::steady_clock::now() >= deadline)
+            throw std::runtime_error("ipmi_sim did not start again; its output:\n" + output());
+        std::this_thread::sleep_for(50ms);
+    }
 }
 
 void BmcSimulator::stop() {

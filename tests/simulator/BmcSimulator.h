@@ -64,8 +64,8 @@ public:
     // Stops the simulator now (SIGTERM, then SIGKILL); harmless when already stopped.
     void stop();
     // Stops the simulator and starts it again on the same ports with the SEL it kept and the SDR
-    // repository `emulation` loads, as a BMC comes back from a firmware update. Throws
-    // std::runtime_error when it does not come up.
+    // repository `emulation` loads, as a BMC comes back from a firmware update; again while
+    // another program holds a port meanwhile. Throws std::runtime_error when it does not come up.
     void restart(const std::string& emulation);
 
 private:

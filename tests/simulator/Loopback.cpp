@@ -4,7 +4,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <sstream>
 #include <stdexcept>
+#include <string>
 
 namespace bmcsim {
 
@@ -49,6 +55,34 @@ unsigned short freeLoopbackPort(int type) {
     const unsigned short port = boundPort(fd);
     close(fd);
     return port;
+}
+
+bool holdsLoopbackPort(pid_t pid, int type, unsigned short port) {
+    // The sockets of that address, as the kernel lists them: "sl local remote st queues timer
+    // retransmits uid timeout inode ...", addresses in hexadecimal; 0A is TCP's LISTEN state.
+    char local[16];
+    std::snprintf(local, sizeof local, "0100007F:%04X", port);
+    std::ifstream table(type == SOCK_STREAM ? "/proc/net/tcp" : "/proc/net/udp");
+    std::set<std::string> sockets;
+    std::string line;
+    std::getline(table, line);  // the header
+    while (std::getline(table, line)) {
+        std::istringstream fields(line);
+        std::string slot, address, remote, state, queues, timer, retransmits, uid, timeout, inode;
+        fields >> slot >> address >> remote >> state >> queues >> timer >> retransmits >> uid >>
+            timeout >> inode;
+        if (address == local && (type != SOCK_STREAM || state == "0A"))
+            sockets.insert("socket:[" + inode + "]");
+    }
+    // Whether one of them is among the process's descriptors; none when it is gone.
+    std::error_code gone;
+    for (const auto& entry :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd", gone)) {
+        std::error_code closed;
+        if (sockets.count(std::filesystem::read_symlink(entry.path(), closed).string()) != 0)
+            return true;
+    }
+    return false;
 }
 
 }  // namespace bmcsim

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <netinet/in.h>
+#include <sys/types.h>
 
 namespace bmcsim {
 
@@ -13,6 +14,11 @@ int bindLoopback(int type, unsigned short port, int family = AF_INET);
 // The port a bound socket of either family has.
 unsigned short boundPort(int fd);
 // A port of 127.0.0.1 free for `type` when asked; throws std::runtime_error when there is none.
+// Another program may take it before the one it is meant for binds it: a program started on it
+// must be started again when it says that the address is in use.
 unsigned short freeLoopbackPort(int type);
+// Whether process `pid` has a socket of `type` bound to 127.0.0.1:`port`, listening for
+// SOCK_STREAM; found in /proc without touching the port.
+bool holdsLoopbackPort(pid_t pid, int type, unsigned short port);
 
 }  // namespace bmcsim

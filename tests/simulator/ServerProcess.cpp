@@ -5,6 +5,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -45,15 +48,6 @@ std::string freeLoopbackTcpAddress() {
     return "127.0.0.1:" + std::to_string(freeLoopbackPort(SOCK_STREAM));
 }
 
-bool acceptsConnections(const std::string& address) {
-    const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0) return false;
-    const sockaddr_in peer = loopbackAddress(portOf(address));
-    const bool connected = connect(fd, reinterpret_cast<const sockaddr*>(&peer), sizeof peer) == 0;
-    close(fd);
-    return connected;
-}
-
 bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
     const auto deadline = Clock::now() + limit;
     for (;;) {
@@ -63,20 +57,93 @@ bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
     }
 }
 
+const SaysItsAddress kServeSaysItsAddress{"ipmi-event-log: serving /metrics on "};
+
 ServerProcess::ServerProcess(const std::vector<std::string>& command, std::string address,
                              std::string outputFile, std::chrono::milliseconds limit)
     : address_(std::move(address)), outputFile_(std::move(outputFile)) {
-    pid_ = startChild(command, outputFile_, "see the package that installs " + command.front());
-    bool exited = false;
+    const auto deadline = Clock::now() + limit;
+    Start start = Start::AddressInUse;
+    while (start == Start::AddressInUse && Clock::now() < deadline)
+        start = launch(command, deadline);
+    if (start != Start::Listening) fail(command);
+}
+
+ServerProcess::ServerProcess(
+    const std::function<std::vector<std::string>(const std::string& address)>& command,
+    std::string outputFile, std::chrono::milliseconds limit)
+    : outputFile_(std::move(outputFile)) {
+    const auto deadline = Clock::now() + limit;
+    std::vector<std::string> started;
+    Start start = Start::AddressInUse;
+    while (start == Start::AddressInUse && Clock::now() < deadline) {
+        address_ = freeLoopbackTcpAddress();
+        started = command(address_);
+        start = launch(started, deadline);
+    }
+    if (start != Start::Listening) fail(started);
+}
+
+ServerProcess::ServerProcess(const std::vector<std::string>& command, std::string outputFile,
+                             const SaysItsAddress& says, std::chrono::milliseconds limit)
+    : outputFile_(std::move(outputFile)) {
+    begin(command);
     int status = 0;
     const bool settled = waitUntil(
-        [&] { return (exited = ended(pid_, status)) || acceptsConnections(address_); }, limit);
-    if (exited) pid_ = -1;
-    if (!settled || exited) {
+        [&] {
+            const std::string text = output();
+            const std::size_t lead = text.find(says.lead);
+            const std::size_t end = text.find('\n', lead);
+            if (lead != std::string::npos && end != std::string::npos) {
+                address_ = text.substr(lead + says.lead.size(), end - lead - says.lead.size());
+                return true;
+            }
+            return ended(pid_, status);
+        },
+        limit);
+    if (address_.empty()) {
+        if (settled) pid_ = -1;  // it ended, and was waited for
         stop();
-        throw std::runtime_error(command.front() + " does not listen at " + address_ + ":\n" +
-                                 output());
+        fail(command);
     }
+}
+
+void ServerProcess::begin(const std::vector<std::string>& command) {
+    // The child truncates the file only once it runs: what an earlier run said must not be read
+    // as its own meanwhile.
+    std::error_code absent;
+    std::filesystem::remove(outputFile_, absent);
+    pid_ = startChild(command, outputFile_, "see the package that installs " + command.front());
+}
+
+ServerProcess::Start ServerProcess::launch(const std::vector<std::string>& command,
+                                           Clock::time_point deadline) {
+    begin(command);
+    Start start = Start::Failed;
+    int status = 0;
+    waitUntil(
+        [&] {
+            const bool exited = ended(pid_, status);
+            if (exited) pid_ = -1;
+            std::string text = output();
+            std::transform(text.begin(), text.end(), text.begin(),
+                           [](unsigned char c) { return std::tolower(c); });
+            if (text.find("address already in use") != std::string::npos) {
+                start = Start::AddressInUse;
+                return true;
+            }
+            if (!exited && holdsLoopbackPort(pid_, SOCK_STREAM, portOf(address_)))
+                start = Start::Listening;
+            return exited || start == Start::Listening;
+        },
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()));
+    if (start != Start::Listening) stop();
+    return start;
+}
+
+void ServerProcess::fail(const std::vector<std::string>& command) const {
+    throw std::runtime_error(command.front() + " does not listen at " +
+                             (address_.empty() ? "any address" : address_) + ":\n" + output());
 }
 
 std::string ServerProcess::output() const {

@@ -1,6 +1,6 @@
-// HTTP servers a test or a benchmark starts on a free loopback port (Prometheus, our exporter, the
-// community's ipmi_exporter): each with its output in a file of its own, stopped by its PID when
-// the object goes, and dead with the process that started it if that process dies first.
+// Servers a test or a benchmark starts on a loopback port (Prometheus, our exporter, the
+// community's ipmi_exporter, rsyslogd): each with its output in a file of its own, stopped by its
+// PID when the object goes, and dead with the process that started it if that process dies first.
 #pragma once
 
 #include <sys/types.h>
@@ -20,21 +20,38 @@ std::string targetOf(const BmcSimulator& bmc);
 // it is not there.
 std::string seriesValue(const std::string& metrics, const std::string& series);
 
-// "127.0.0.1:PORT", the port free for TCP when asked.
+// "127.0.0.1:PORT", the port free for TCP when asked (see freeLoopbackPort).
 std::string freeLoopbackTcpAddress();
-// Whether something accepts TCP connections at `address` ("127.0.0.1:PORT").
-bool acceptsConnections(const std::string& address);
 // Asks `condition` every 50 ms until it holds or `limit` has passed; whether it held.
 bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit);
+
+// A server that binds a port of its own choosing and says which on a line of its output: `lead`,
+// then "ADDRESS:PORT".
+struct SaysItsAddress {
+    std::string lead;
+};
+// What `ipmi-event-log serve --listen 127.0.0.1:0` says.
+extern const SaysItsAddress kServeSaysItsAddress;
 
 class ServerProcess {
 public:
     // Starts `command` (the program's path first), which is to listen at `address`, with its
-    // output in `outputFile`, and returns once it accepts connections there. Throws
-    // std::runtime_error, with its output, when it has not within `limit`.
+    // output in `outputFile`, and returns once it listens there. While it says that the address
+    // is in use, it is started again. Throws std::runtime_error, with its output, when it does not
+    // listen within `limit`.
     ServerProcess(const std::vector<std::string>& command, std::string address,
                   std::string outputFile,
-                  std::chrono::milliseconds limit = std::chrono::seconds(10));
+                  std::chrono::milliseconds limit = std::chrono::seconds(30));
+    // Starts the command `command` makes for an address, at a free loopback port, and again at
+    // another while it says that the address is in use; as above otherwise.
+    ServerProcess(
+        const std::function<std::vector<std::string>(const std::string& address)>& command,
+        std::string outputFile, std::chrono::milliseconds limit = std::chrono::seconds(30));
+    // Starts `command`, which listens where it says as `says` describes, and returns once it has
+    // said it. Throws std::runtime_error, with its output, when it has not within `limit`.
+    ServerProcess(const std::vector<std::string>& command, std::string outputFile,
+                  const SaysItsAddress& says,
+                  std::chrono::milliseconds limit = std::chrono::seconds(30));
     ~ServerProcess() { stop(); }
     ServerProcess(const ServerProcess&) = delete;
     ServerProcess& operator=(const ServerProcess&) = delete;
@@ -48,15 +65,24 @@ public:
     int stop();
 
 private:
+    enum class Start { Listening, AddressInUse, Failed };
+    // Starts `command` with its output in a file of its own.
+    void begin(const std::vector<std::string>& command);
+    // Starts `command` once and waits, until `deadline`, for it to listen at address_; stopped
+    // unless it does.
+    Start launch(const std::vector<std::string>& command,
+                 std::chrono::steady_clock::time_point deadline);
+    [[noreturn]] void fail(const std::vector<std::string>& command) const;
+
     std::string address_;
     std::string outputFile_;
     pid_t pid_ = -1;
 };
 
-// `ipmi-event-log serve` at `address`, /ipmi's module default being the simulator's administrator,
-// whose password it takes from IPMI_PASSWORD (-E): the environment must have it when the server
-// starts. No -H: what it polls is the targets scraped; the local BMC, which it polls in the
-// background without -H, once an hour.
+// `ipmi-event-log serve` at `address` (port 0: one it chooses and says), /ipmi's module default
+// being the simulator's administrator, whose password it takes from IPMI_PASSWORD (-E): the
+// environment must have it when the server starts. No -H: what it polls is the targets scraped; the
+// local BMC, which it polls in the background without -H, once an hour.
 std::vector<std::string> ourExporterCommand(const std::string& tool, const std::string& address);
 
 // The community's ipmi_exporter at `address`, with `configurationFile`, its FreeIPMI from
