@@ -29,13 +29,16 @@ GuestMachine::GuestMachine(unsigned short vmPort, const std::string& commands,
 
 GuestMachine::~GuestMachine() { stop(); }
 
-bool GuestMachine::waitForLine(const std::string& line, std::chrono::seconds timeout) {
+bool GuestMachine::waitForTransactions(const std::string& name, unsigned long count,
+                                       std::chrono::seconds timeout) {
+    const std::string prefix = "@@transactions " + name + " ";
     const Clock::time_point deadline = Clock::now() + timeout;
     while (Clock::now() < deadline) {
-        const std::string results = directory_.read("results");
-        if (results.find("\n" + line + "\n") != std::string::npos ||
-            results.rfind(line + "\n", 0) == 0) {
-            return true;
+        // "@@transactions NAME N" lines, N growing; the last line may be cut short.
+        std::istringstream lines(directory_.read("results"));
+        for (std::string line; std::getline(lines, line) && !lines.eof();) {
+            if (line.rfind(prefix, 0) == 0 && std::stoul(line.substr(prefix.size())) >= count)
+                return true;
         }
         if (pid_ < 0 || waitpid(pid_, nullptr, WNOHANG) == pid_) {
             pid_ = -1;

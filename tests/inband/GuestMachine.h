@@ -32,9 +32,10 @@ public:
     GuestMachine(const GuestMachine&) = delete;
     GuestMachine& operator=(const GuestMachine&) = delete;
 
-    // Whether the guest reported `line` (as "@@start NAME" when a command starts) within
-    // `timeout`; false when the guest ended first.
-    bool waitForLine(const std::string& line, std::chrono::seconds timeout);
+    // Whether the command `name` completed at least `count` transactions with the BMC while it
+    // ran, as the guest reports them, within `timeout`; false when the guest ended first.
+    bool waitForTransactions(const std::string& name, unsigned long count,
+                             std::chrono::seconds timeout);
     // Waits up to `timeout` for the guest to power off, then stops it. True when it powered off
     // by itself after running every command.
     bool finish(std::chrono::seconds timeout);

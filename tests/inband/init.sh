@@ -24,19 +24,36 @@ while [ ! -e /dev/ipmi0 ] && [ "$waited" -lt 200 ]; do
 done
 echo "@@log /dev/ipmi0 $([ -e /dev/ipmi0 ] && echo present || echo missing) after $waited tenths" >&3
 
+# The KCS interface's count of completed transactions (requests answered), kept by ipmi_si.
+transactions=$(find /sys/devices -name complete_transactions | head -n 1)
+echo "@@log transactions counted in ${transactions:-nothing}" >&3
+
 uptime() { cut -d ' ' -f 1 /proc/uptime; }
 echo "@@log booted in $(uptime) s" >&3
 
-# run NAME COMMAND [ARGS...]: "@@start NAME" as it starts, then "@@result NAME STATUS OUT ERR"
-# followed by OUT bytes of output and ERR bytes of error output, and "@@log NAME took S s".
+# run NAME COMMAND [ARGS...]: "@@start NAME" as it starts, "@@transactions NAME N" every 20 ms while
+# it runs (N transactions completed since it started), then "@@result NAME STATUS OUT ERR" followed
+# by OUT bytes of output and ERR bytes of error output, and "@@log NAME took S s".
 run() {
     name=$1
     shift
     echo "@@start $name" >&3
     started=$(uptime)
-    "$@" >/tmp/out 2>/tmp/err
-    status=$?
-    ended=$(uptime)
+    read -r before <"$transactions"
+    # The command's end is marked by a file: its status and when it ended.
+    rm -f /tmp/ended
+    (
+        "$@" >/tmp/out 2>/tmp/err
+        status=$?
+        echo "$status $(uptime)" >/tmp/ended
+    ) &
+    while [ ! -e /tmp/ended ]; do
+        read -r now <"$transactions"
+        echo "@@transactions $name $((now - before))" >&3
+        sleep 0.02
+    done
+    wait
+    read -r status ended </tmp/ended
     echo "@@result $name $status $(($(wc -c </tmp/out))) $(($(wc -c </tmp/err)))" >&3
     cat /tmp/out /tmp/err >&3
     # A new line first: the output may not end with one.

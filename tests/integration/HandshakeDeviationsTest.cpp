@@ -4,6 +4,7 @@
 // call's record names what the client met.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,11 @@ const std::string kIpmi20Unreported =
     "IPMI v2.0 not reported by Get Channel Authentication Capabilities (recognised)";
 const std::string kAnswersFromAnotherPort = "answers from another UDP port (recognised)";
 
+// Ample for a whole handshake on a loaded machine; each BMC below that never answers costs it
+// once. Unanswered datagrams are sent again after 100 ms.
+constexpr std::chrono::milliseconds kSessionTimeout(3000);
+constexpr std::chrono::milliseconds kRetransmissionTimeout(100);
+
 // How a connection to the crafted BMC went.
 struct Outcome {
     int status = -1;      // connect()'s
@@ -51,8 +57,8 @@ protected:
         IpmiClientSettings settings;
         settings.privilegeLevel = 4;
         settings.allowCipherSuiteZero = true;
-        settings.sessionTimeout = std::chrono::milliseconds(600);
-        settings.retransmissionTimeout = std::chrono::milliseconds(100);
+        settings.sessionTimeout = kSessionTimeout;
+        settings.retransmissionTimeout = kRetransmissionTimeout;
         settings.workarounds = workarounds;
         const IpmiClientSettingsScope scope(settings);
         IpmiClient client(behaviour.ipv6 ? "::1" : "127.0.0.1", behaviour.user, behaviour.password,
@@ -226,8 +232,8 @@ TEST_F(HandshakeDeviationsTest, SessionSequenceNumbersSteppingByTwoAreTaken) {
     CraftedBmc bmc(behaviour);
     IpmiClientSettings settings;
     settings.privilegeLevel = 4;
-    settings.sessionTimeout = std::chrono::milliseconds(600);
-    settings.retransmissionTimeout = std::chrono::milliseconds(100);
+    settings.sessionTimeout = kSessionTimeout;
+    settings.retransmissionTimeout = kRetransmissionTimeout;
     const IpmiClientSettingsScope scope(settings);
     IpmiClient client("127.0.0.1", behaviour.user, behaviour.password, std::to_string(bmc.port()),
                       17);

@@ -67,6 +67,12 @@ void LossyLink::afterClientDatagrams(unsigned long count, std::function<void()> 
     action_ = std::move(action);
 }
 
+void LossyLink::catchUp() {
+    std::unique_lock<std::mutex> lock(catchUpMutex_);
+    const unsigned long asked = ++catchUpsAsked_;
+    caughtUp_.wait(lock, [&] { return catchUpsDone_ >= asked; });
+}
+
 std::vector<double> LossyLink::takeClientTurnarounds() {
     std::lock_guard<std::mutex> lock(turnaroundsMutex_);
     return std::exchange(turnarounds_, {});
@@ -81,6 +87,13 @@ void LossyLink::run(const LinkFaults& faults) {
     bool answered = false;  // a datagram went to the client since its last one came in
     std::chrono::steady_clock::time_point answeredAt;
     while (!stopping_) {
+        // A datagram on loopback is queued by the time its sender returns: when none is waiting
+        // at this poll, the link has taken every one sent before the catch-ups asked so far.
+        unsigned long catchUpsAsked = 0;
+        {
+            std::lock_guard<std::mutex> lock(catchUpMutex_);
+            catchUpsAsked = catchUpsAsked_;
+        }
         pollfd fds[2] = {{clientSide_, POLLIN, 0}, {bmcSide_, POLLIN, 0}};
         // Wake for the next datagram due, to the microsecond, or after a millisecond at most.
         auto wait = std::chrono::nanoseconds(1ms);
@@ -90,6 +103,11 @@ void LossyLink::run(const LinkFaults& faults) {
         }
         const timespec timeout{0, static_cast<long>(wait.count())};
         ppoll(fds, 2, &timeout, nullptr);
+        if (!(fds[0].revents & POLLIN)) {
+            std::lock_guard<std::mutex> lock(catchUpMutex_);
+            catchUpsDone_ = catchUpsAsked;
+            caughtUp_.notify_all();
+        }
         unsigned char buffer[2048];
         if (fds[0].revents & POLLIN) {
             socklen_t length = sizeof client;
@@ -132,6 +150,7 @@ void LossyLink::run(const LinkFaults& faults) {
             } else if (knowClient) {
                 sendto(clientSide_, p.bytes.data(), p.bytes.size(), 0,
                        reinterpret_cast<const sockaddr*>(&client), sizeof client);
+                if (const auto type = rmcpPlusPayloadType(p.bytes)) ++passedToClient_[*type];
                 answered = true;
                 answeredAt = std::chrono::steady_clock::now();
             }

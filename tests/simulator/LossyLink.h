@@ -3,8 +3,10 @@
 // port(); datagrams in both directions are dropped with the given probability and delayed.
 #pragma once
 
+#include <array>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <functional>
 #include <mutex>
 #include <optional>
@@ -42,6 +44,14 @@ public:
     void afterClientDatagrams(unsigned long count, std::function<void()> action);
     unsigned long clientDatagrams() const { return clientDatagrams_; }
     unsigned long dropped() const { return dropped_; }
+    // Returns once the link has taken in, and counted, every datagram the client sent it before
+    // the call: the link works on a thread of its own.
+    void catchUp();
+    // Datagrams of RMCP+ payload type `payloadType` (see rmcpPlusPayloadType) passed on to the
+    // client.
+    unsigned long passedToClient(unsigned char payloadType) const {
+        return passedToClient_[payloadType & 0x3F];
+    }
     // The client's own time for each exchange since the last call, in seconds: from an answer
     // leaving the link towards the client to the client's next datagram arriving. Its processing
     // of the answer, the next request, and the loopback hops both ways.
@@ -56,6 +66,11 @@ private:
     std::atomic<bool> stopping_{false};
     std::atomic<unsigned long> clientDatagrams_{0};
     std::atomic<unsigned long> dropped_{0};
+    std::array<std::atomic<unsigned long>, 64> passedToClient_{};
+    std::mutex catchUpMutex_;
+    std::condition_variable caughtUp_;
+    unsigned long catchUpsAsked_ = 0;
+    unsigned long catchUpsDone_ = 0;
     unsigned long actionAt_ = 0;
     std::function<void()> action_;
     std::mutex turnaroundsMutex_;
