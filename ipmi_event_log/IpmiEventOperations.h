@@ -36,7 +36,8 @@ public:
     // One Get SEL Entry exchange for the whole record `recordId` (FFFFh: the SEL's last), as
     // every SEL read sends it. A success holds kSelEntryResponseLength bytes or more.
     CommandResponse exchangeGetSelEntry(unsigned long recordId);
-    static constexpr std::size_t kSelEntryResponseLength = 2 + sizeof(RawSelEntry);  // next ID
+    // The next record ID, then the record.
+    static constexpr std::size_t kSelEntryResponseLength = 2 + sizeof(RawSelEntry);
     // The next record ID a Get SEL Entry answer carries in its first two bytes.
     static unsigned long nextRecordId(const std::vector<unsigned char>& getSelEntryResponse);
     // Delete SEL Entry under a fresh reservation.
