@@ -10,7 +10,7 @@ install(TARGETS ipmi_event_log tolmar_framework
     EXPORT IpmiEventLogTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
 install(FILES include/IpmiEventLog.h include/IpmiEventFollower.h include/IpmiConnectionSettings.h
-              include/IpmiPlatformExtensions.h
+              include/IpmiPlatformExtensions.h include/IpmiSelDecoding.h
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ipmi_event_log COMPONENT development)
 install(FILES framework/include/IpmiClient.h framework/include/IpmiClientActivity.h
               framework/include/IpmiClientSettings.h framework/include/IpmiException.h
