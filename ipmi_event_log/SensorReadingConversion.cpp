@@ -9,8 +9,8 @@ namespace Tolmar {
 namespace {
 
 // Full sensor record (IPMI v2.0 table 43-1), offsets from the record's first byte.
-constexpr std::size_t kUnitsOffset = 20;  // sensor units 1, base unit, modifier unit
-constexpr std::size_t kLinearizationOffset = 23;
+// Sensor units 1, base unit, modifier unit, then linearization (23), M, B, accuracy, exponents.
+constexpr std::size_t kUnitsOffset = 20;
 constexpr std::uint8_t kLinearizationMask = 0x7F;
 constexpr unsigned kAnalogFormatShift = 6;
 constexpr std::uint8_t kNoAnalogReading = 3;

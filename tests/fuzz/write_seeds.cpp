@@ -1,7 +1,8 @@
 // Writes the fuzzers' seed corpora from the sample server's records:
 // and the answers of a BMC over RMCP+:
 //   write_seeds DIR  ->  DIR/event_log, DIR/event_builder, DIR/auxiliary_log, DIR/rmcp_plus_codec,
-//                        DIR/follower_state, DIR/scrape_request, DIR/sdr_record_reads
+//                        DIR/follower_state, DIR/scrape_request, DIR/sdr_record_reads,
+//                        DIR/sel_decoder
 #include <sys/stat.h>
 
 #include <cstdio>
@@ -99,7 +100,7 @@ int main(int argc, char** argv) {
     const std::string dir = argv[1];
     for (const char* name :
          {"", "/event_log", "/event_builder", "/auxiliary_log", "/rmcp_plus_codec",
-          "/follower_state", "/scrape_request", "/sdr_record_reads"}) {
+          "/follower_state", "/scrape_request", "/sdr_record_reads", "/sel_decoder"}) {
         mkdir((dir + name).c_str(), 0755);
     }
     write(dir + "/event_log/sample", eventLogTranscript());
@@ -122,6 +123,20 @@ int main(int argc, char** argv) {
         seed.push_back(0x09);
         for (const char c : std::string("0A 1B FF ")) seed.push_back(static_cast<unsigned char>(c));
         write(dir + "/event_builder/record" + std::to_string(i), seed);
+    }
+
+    // Each event with the sample's SDR repository: the count, each record after its length.
+    const auto repository = bmcsim::sampleSdrRepository();
+    for (std::size_t i = 0; i < sel.size(); ++i) {
+        Bytes seed{static_cast<unsigned char>(std::min<std::size_t>(repository.size(), 8))};
+        for (std::size_t r = 0; r < repository.size() && r < 8; ++r) {
+            seed.push_back(
+                static_cast<unsigned char>(std::min<std::size_t>(repository[r].size(), 255)));
+            seed.insert(seed.end(), repository[r].begin(),
+                        repository[r].begin() + std::min<std::size_t>(repository[r].size(), 255));
+        }
+        seed.insert(seed.end(), sel[i].begin(), sel[i].end());
+        write(dir + "/sel_decoder/record" + std::to_string(i), seed);
     }
 
     std::size_t n = 0;
