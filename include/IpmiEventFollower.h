@@ -77,6 +77,15 @@ public:
     /// A poll that takes every record there is as emitted, without decoding it: the next poll
     /// brings only what is added after it (a first start without the backlog).
     PollResult SkipToEnd();
+    /// A poll that appends to @p entries the SEL records added since the last poll as the BMC
+    /// gave them, in SEL order, without decoding them: nothing but the SEL is read, and the SEL is
+    /// never cleared.
+    PollResult PollRaw(std::vector<IPMISELENTRY>& entries);
+    /// Whether the last poll read the SEL to its end, or found it empty or unchanged. False before
+    /// the first poll, after a poll that opened no session or was not complete, and after one that
+    /// met an erase in progress (81h), which the next poll looks at again: a poll that read records
+    /// before the erase answered ended before the SEL's end, although it is complete.
+    bool ReadToEnd() const;
     /// From now on, a Poll that finds the SEL at least @p percent full (1 to 100; 0, the default,
     /// never) clears it, once every record in it has been read: under a reservation taken before
     /// the last read, so that a record the BMC adds meanwhile cancels the clear, is read, and the

@@ -37,6 +37,12 @@ PollResult IpmiEventFollower::Poll(std::vector<TolmarAgentless::IPMIEVENT>& even
 
 PollResult IpmiEventFollower::SkipToEnd() { return imp_->Poll(nullptr); }
 
+PollResult IpmiEventFollower::PollRaw(std::vector<IPMISELENTRY>& entries) {
+    return imp_->Poll(nullptr, &entries);
+}
+
+bool IpmiEventFollower::ReadToEnd() const { return imp_->readToEnd(); }
+
 void IpmiEventFollower::ClearWhenFull(unsigned percent) { imp_->clearWhenFull(percent); }
 
 void IpmiEventFollower::SetSettings(const ConnectionSettings& settings) {

@@ -39,6 +39,13 @@ std::string failureText(const PollResult& poll, const SelWalk& ending,
     switch (poll.result) {
         case IpmiEventLog::EL_SUCCESS:
             if (poll.complete) return clearFailure;
+            // Completion code 00h with fewer bytes than a record, which the client counted as
+            // an entry read.
+            if (ending.end == SelWalk::End::Refused && ending.completionCode == kCompletionOk) {
+                const unsigned long read = call.selEntriesRead - (call.selEntriesRead > 0);
+                return "the BMC answered Get SEL Entry short after " + std::to_string(read) +
+                       " SEL entries";
+            }
             if (ending.end == SelWalk::End::Refused) {
                 return "the BMC answered Get SEL Entry with " +
                        ipmiCompletionCodeText(ending.completionCode) + " after " + entries;
@@ -92,8 +99,10 @@ IpmiEventFollowerImp::IpmiEventFollowerImp(const TolmarConnection::ConnectionInf
     state_.bmc = bmcOf(info);
 }
 
-PollResult IpmiEventFollowerImp::Poll(std::vector<TolmarAgentless::IPMIEVENT>* events) {
+PollResult IpmiEventFollowerImp::Poll(std::vector<TolmarAgentless::IPMIEVENT>* events,
+                                      std::vector<IPMISELENTRY>* entries) {
     PollResult poll;
+    readToEnd_ = false;
     // The state moves on only when the session opened; the reads keep what they got before a
     // failure, as the whole log's do.
     FollowerState next = state_;
@@ -124,6 +133,12 @@ PollResult IpmiEventFollowerImp::Poll(std::vector<TolmarAgentless::IPMIEVENT>* e
     if (poll.result != IpmiEventLog::EL_SUCCESS) return poll;
     state_ = std::move(next);
     poll.entriesRead = data.sel.size();
+    // An erase in progress ends a walk as a complete one, to be looked at again.
+    readToEnd_ = poll.complete && !(ending.end == SelWalk::End::Refused &&
+                                    ending.completionCode == kCompletionCommandSpecific81);
+    if (entries != nullptr) {
+        for (const RawSelEntry& record : data.sel) entries->push_back(record.toIpmiSelEntry());
+    }
     if (!decoding) return poll;
     try {
         data.appendDecodedEvents(*events);

@@ -18,8 +18,11 @@ public:
     IpmiEventFollowerImp(const TolmarConnection::ConnectionInfo& info,
                          const ConnectionSettings& settings);
 
-    // One poll; its new records' events are appended to `events`, or, without, not decoded.
-    PollResult Poll(std::vector<TolmarAgentless::IPMIEVENT>* events);
+    // One poll; its new records' events are appended to `events`, or, without, not decoded; the
+    // records themselves to `entries`, when given.
+    PollResult Poll(std::vector<TolmarAgentless::IPMIEVENT>* events,
+                    std::vector<IPMISELENTRY>* entries = nullptr);
+    bool readToEnd() const { return readToEnd_; }
     void clearWhenFull(unsigned percent) { clearAtPercent_ = percent; }
     void setSettings(const ConnectionSettings& settings) { settings_ = settings; }
     bool saveState(const std::string& path, std::string& error) const;
@@ -52,6 +55,7 @@ private:
     ConnectionSettings settings_;
     FollowerState state_;
     unsigned clearAtPercent_ = 0;  // 0: never
+    bool readToEnd_ = false;       // the last poll read the SEL to its end
 };
 
 }  // namespace Tolmar

@@ -183,6 +183,7 @@ int serve(const Options& options) {
                 for (std::size_t i = 0; i < hosts.size(); ++i)
                     recordPoll(metrics, hosts[i], results[i]);
                 metrics.recordFleetPoll();
+                return true;
             });
         }
     });

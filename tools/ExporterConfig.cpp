@@ -1,10 +1,12 @@
 #include "ExporterConfig.h"
 
+#include "BoundedFile.h"
 #include "Options.h"
+#include "Printable.h"
 
 #include <IpmiConnectionSettings.h>
+#include <arpa/inet.h>
 #include <fnmatch.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <cctype>
@@ -36,6 +38,10 @@ constexpr std::size_t kMaxUserBytes = 16;
 constexpr std::size_t kMaxPasswordBytes = 20;
 constexpr std::size_t kMaxBmcKeyBytes = 20;
 constexpr unsigned long kMaxTimeoutMs = 3600000;
+constexpr unsigned long kMaxTargets = 1000000;
+constexpr unsigned long kMaxForgetAfterSeconds = 30UL * 24 * 3600;
+// A host name has at most 253 bytes, a port and its colon 6, brackets 2.
+constexpr std::size_t kLongestTarget = 261;
 
 bool contains(const std::vector<std::string>& list, const std::string& text) {
     return std::find(list.begin(), list.end(), text) != list.end();
@@ -57,6 +63,7 @@ public:
     ModuleReader(const YamlFile& file, const YamlEntry& module, std::vector<std::string>& warnings)
         : file_(file), warnings_(warnings), keys_(file.entries(module, kModuleKeys)) {
         module_.name = module.key.Scalar();
+        moduleEntry_ = module;
     }
 
     ExporterModule read() {
@@ -75,7 +82,14 @@ public:
         if (const YamlEntry* port = find("port")) {
             module_.port = static_cast<unsigned short>(file_.number(*port, 1, 65535, "a UDP port"));
         }
-        if (const YamlEntry* hosts = find("hosts")) readHosts(*hosts);
+        if (const YamlEntry* hosts = find("hosts")) {
+            readHosts(*hosts);
+        } else {
+            throw file_.error(moduleEntry_,
+                              "has no hosts: name the targets it may scrape (hosts: "
+                              "[\"bmc-*.example\"]), or say hosts: any to let it scrape any "
+                              "target a scrape names");
+        }
         if (const YamlEntry* collectors = find("collectors")) checkCollectors(*collectors);
         warnOfUnused();
         return module_;
@@ -113,17 +127,23 @@ private:
         return std::nullopt;
     }
 
+    // A regular file of at most 1 MiB; others being able to read it is warned of.
     std::string firstLineOfSecretFile(const YamlEntry& entry, std::size_t maxBytes) const {
         const std::string path = file_.pathBeside(file_.text(entry));
-        std::string line;
+        FileContents contents;
         try {
-            line = firstLineOf(path);
-        } catch (const std::runtime_error& e) {
-            throw file_.error(entry, "cannot read " + path + ": " + e.what());
+            contents = readBoundedFile(path);
+        } catch (const FileError& e) {
+            throw file_.error(entry, std::string("cannot read ") + e.what());
         }
+        const std::string line = firstLine(contents.text);
         if (line.size() > maxBytes) {
             throw file_.error(
                 entry, "the first line of " + path + " " + lengthComplaint(line.size(), maxBytes));
+        }
+        if (othersMayRead(contents.mode)) {
+            warnings_.push_back(file_.message(
+                entry, "others can read " + path + " and the secret in it; chmod o-r " + path));
         }
         return line;
     }
@@ -138,7 +158,7 @@ private:
     // LAN_2_0 is what we speak; the module of another driver loads, but refuses its scrapes.
     void readDriver(const YamlEntry& entry) {
         const std::string driver = upperCase(file_.text(entry));
-        const std::string named = "module " + module_.name + ": driver " + driver;
+        const std::string named = "module " + printable(module_.name) + ": driver " + driver;
         if (contains(kLan20Drivers, driver)) return;
         if (driver == "LAN") {
             module_.refusal = named + " (IPMI 1.5) is not supported; use LAN_2_0";
@@ -153,15 +173,23 @@ private:
         }
     }
 
+    // A list of patterns, or "any".
     void readHosts(const YamlEntry& entry) {
+        if (entry.value.IsScalar()) {
+            if (file_.text(entry) != "any") {
+                throw file_.error(
+                    entry, quoted(file_.text(entry)) + " is neither a list of patterns nor any");
+            }
+            module_.anyHost = true;
+            return;
+        }
         for (const YamlEntry& element : file_.elements(entry)) {
             std::string pattern = file_.text(element);
             if (pattern.empty()) throw file_.error(element, "an empty pattern matches no target");
             module_.hosts.push_back(std::move(pattern));
         }
         if (module_.hosts.empty()) {
-            throw file_.error(entry,
-                              "an empty list allows no target; leave hosts out to allow any");
+            throw file_.error(entry, "an empty list allows no target; say hosts: any to allow any");
         }
     }
 
@@ -211,15 +239,15 @@ private:
     }
 
     const YamlFile& file_;
+    YamlEntry moduleEntry_;  // the module's own entry, named when it has no hosts
     std::vector<std::string>& warnings_;
     const std::vector<YamlEntry> keys_;
     ExporterModule module_;
     bool holdsSecrets_ = false;
 };
 
-bool othersCanRead(const std::string& path) {
-    struct stat status {};
-    return ::stat(path.c_str(), &status) == 0 && (status.st_mode & S_IROTH) != 0;
+[[noreturn]] void badTarget(const std::string& target, const std::string& why) {
+    throw TargetError("target " + quoted(target) + ": " + why);
 }
 
 unsigned short targetPort(const std::string& target, const std::string& text) {
@@ -228,27 +256,102 @@ unsigned short targetPort(const std::string& target, const std::string& text) {
             return std::isdigit(static_cast<unsigned char>(c));
         });
     const unsigned long port = decimal ? std::stoul(text) : 0;
-    if (port < 1 || port > 65535) {
-        throw TargetError("target " + quoted(target) + ": " + quoted(text) +
-                          " is not a port from 1 to 65535");
-    }
+    if (port < 1 || port > 65535)
+        badTarget(target, quoted(text) + " is not a port from 1 to 65535");
     return static_cast<unsigned short>(port);
+}
+
+// What no target may hold, wherever it is: checked on the whole text, so that nothing after a NUL
+// or a line break escapes the checks of its parts.
+void checkWholeTarget(const std::string& target) {
+    if (target.size() > kLongestTarget) {
+        throw TargetError("the target is " + std::to_string(target.size()) +
+                          " bytes long; HOST[:PORT] has at most " + std::to_string(kLongestTarget));
+    }
+    for (const char c : target) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7F) badTarget(target, "holds a control character");
+        if (byte >= 0x80) {
+            badTarget(target, "holds a byte beyond ASCII; give an international name as xn--");
+        }
+    }
+    if (target.find('@') != std::string::npos)
+        badTarget(target, "a user (USER@) has no place in a target: the module gives it");
+    if (target.find("://") != std::string::npos) badTarget(target, "is a URL; give HOST[:PORT]");
+    if (target.find_first_of("/?#\\") != std::string::npos)
+        badTarget(target, "a path has no place in a target; give HOST[:PORT]");
+    if (target.find('%') != std::string::npos) {
+        badTarget(target,
+                  "holds \"%\", a percent encoding that is not one (%zz) or was encoded twice");
+    }
+}
+
+std::string lowerCase(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+// An IPv6 address as inet_ntop writes it, or nothing.
+std::optional<std::string> ipv6Address(const std::string& text) {
+    unsigned char address[16];
+    char written[INET6_ADDRSTRLEN];
+    if (::inet_pton(AF_INET6, text.c_str(), address) != 1 ||
+        !::inet_ntop(AF_INET6, address, written, sizeof written)) {
+        return std::nullopt;
+    }
+    return std::string(written);
+}
+
+bool isHostLabel(const std::string& label) {
+    return !label.empty() && label.size() <= 63 && label.front() != '-' && label.back() != '-' &&
+           std::all_of(label.begin(), label.end(), [](char c) {
+               return std::isalnum(static_cast<unsigned char>(c)) || c == '-' || c == '_';
+           });
+}
+
+// A host name (RFC 1123, and "_" that some sites use), or an IPv4 address in dotted decimal; in
+// lower case, an address as inet_ntop writes it.
+std::string checkedHost(const std::string& target, const std::string& host) {
+    const bool numeric = std::all_of(host.begin(), host.end(), [](char c) {
+        return std::isdigit(static_cast<unsigned char>(c)) || c == '.';
+    });
+    if (numeric) {
+        unsigned char address[4];
+        char written[INET_ADDRSTRLEN];
+        if (::inet_pton(AF_INET, host.c_str(), address) != 1 ||
+            !::inet_ntop(AF_INET, address, written, sizeof written)) {
+            badTarget(target, quoted(host) + " is not an IPv4 address");
+        }
+        return written;
+    }
+    // An absolute name may end with a dot.
+    const std::string name =
+        !host.empty() && host.back() == '.' ? host.substr(0, host.size() - 1) : host;
+    bool valid = !name.empty() && name.size() <= 253;
+    for (std::size_t start = 0; valid && start <= name.size();) {
+        const std::size_t dot = std::min(name.find('.', start), name.size());
+        valid = isHostLabel(name.substr(start, dot - start));
+        start = dot + 1;
+    }
+    if (!valid) {
+        badTarget(target, quoted(host) +
+                              " is not a host name: labels of letters, digits, \"-\" and \"_\", "
+                              "1 to 63 bytes each, between dots");
+    }
+    return lowerCase(host);
 }
 
 ScrapeTarget bracketedTarget(const std::string& target) {
     const auto close = target.find(']');
-    if (close == std::string::npos) {
-        throw TargetError("target " + quoted(target) + ": no \"]\" after the IPv6 address");
-    }
-    ScrapeTarget split{target.substr(1, close - 1), std::nullopt};
-    if (split.host.empty()) {
-        throw TargetError("target " + quoted(target) + ": no address between \"[\" and \"]\"");
-    }
+    if (close == std::string::npos) badTarget(target, "no \"]\" after the IPv6 address");
+    const std::string inside = target.substr(1, close - 1);
+    if (inside.empty()) badTarget(target, "no address between \"[\" and \"]\"");
+    const std::optional<std::string> address = ipv6Address(inside);
+    if (!address) badTarget(target, quoted(inside) + " is not an IPv6 address");
+    ScrapeTarget split{*address, std::nullopt};
     const std::string rest = target.substr(close + 1);
     if (rest.empty()) return split;
-    if (rest.front() != ':') {
-        throw TargetError("target " + quoted(target) + ": only \":PORT\" may follow \"]\"");
-    }
+    if (rest.front() != ':') badTarget(target, "only \":PORT\" may follow \"]\"");
     split.port = targetPort(target, rest.substr(1));
     return split;
 }
@@ -256,17 +359,40 @@ ScrapeTarget bracketedTarget(const std::string& target) {
 }  // namespace
 
 bool ExporterModule::allows(const std::string& targetHost) const {
-    if (hosts.empty()) return true;
+    if (anyHost) return true;
+    // fnmatch(3) reads up to a NUL: a host that holds one is matched by nothing.
+    if (targetHost.find('\0') != std::string::npos) return false;
     return std::any_of(hosts.begin(), hosts.end(), [&targetHost](const std::string& pattern) {
         return ::fnmatch(pattern.c_str(), targetHost.c_str(), FNM_CASEFOLD) == 0;
     });
 }
 
+namespace {
+
+TargetLimits readTargetLimits(const YamlFile& file, const YamlEntry& entry) {
+    TargetLimits limits;
+    const std::vector<YamlEntry> keys = file.entries(entry, {"limit", "forget_after"});
+    if (const YamlEntry* limit = findEntry(keys, "limit")) {
+        limits.limit = file.number(*limit, 1, kMaxTargets, "a number of targets");
+    }
+    if (const YamlEntry* forget = findEntry(keys, "forget_after")) {
+        limits.forgetAfter = std::chrono::seconds(
+            file.number(*forget, 1, kMaxForgetAfterSeconds, "a number of seconds"));
+    }
+    return limits;
+}
+
+}  // namespace
+
 ExporterConfig loadExporterConfig(const std::string& path) {
     const YamlFile file(path);
     ExporterConfig config;
     bool holdsSecrets = false;
-    for (const YamlEntry& top : file.entries(file.root(), {"modules"})) {
+    for (const YamlEntry& top : file.entries(file.root(), {"modules", "targets"})) {
+        if (top.key.Scalar() == "targets") {
+            config.targets = readTargetLimits(file, top);
+            continue;
+        }
         for (const YamlEntry& module : file.anyEntries(top)) {
             ModuleReader reader(file, module, config.warnings);
             ExporterModule read = reader.read();
@@ -274,9 +400,10 @@ ExporterConfig loadExporterConfig(const std::string& path) {
             config.modules.emplace(read.name, std::move(read));
         }
     }
-    if (holdsSecrets && othersCanRead(path)) {
-        config.warnings.push_back(path + ": others can read this file and the passwords in it; " +
-                                  "chmod o-r " + path + ", or move them to pass_file and " +
+    if (holdsSecrets && othersMayRead(file.mode())) {
+        const std::string named = printable(path);
+        config.warnings.push_back(named + ": others can read this file and the passwords in it; " +
+                                  "chmod o-r " + named + ", or move them to pass_file and " +
                                   "bmc_key_file");
     }
     return config;
@@ -284,14 +411,29 @@ ExporterConfig loadExporterConfig(const std::string& path) {
 
 ScrapeTarget parseScrapeTarget(const std::string& target) {
     if (target.empty()) throw TargetError("the target is empty");
+    checkWholeTarget(target);
     if (target.front() == '[') return bracketedTarget(target);
     const auto colon = target.find(':');
     // A bare IPv6 address has more than one colon, and no port.
-    if (colon == std::string::npos || target.find(':', colon + 1) != std::string::npos) {
-        return {target, std::nullopt};
+    if (colon != std::string::npos && target.find(':', colon + 1) != std::string::npos) {
+        const std::optional<std::string> address = ipv6Address(target);
+        if (!address) {
+            badTarget(target,
+                      "is not an IPv6 address; a port follows an IPv6 address in "
+                      "brackets: [ADDRESS]:PORT");
+        }
+        return {*address, std::nullopt};
     }
-    if (colon == 0) throw TargetError("target " + quoted(target) + ": no host before the port");
-    return {target.substr(0, colon), targetPort(target, target.substr(colon + 1))};
+    if (colon == std::string::npos) return {checkedHost(target, target), std::nullopt};
+    if (colon == 0) badTarget(target, "no host before the port");
+    const std::string host = checkedHost(target, target.substr(0, colon));
+    return {host, targetPort(target, target.substr(colon + 1))};
+}
+
+std::string canonicalTarget(const ScrapeTarget& target, unsigned short modulePort) {
+    const bool ipv6 = target.host.find(':') != std::string::npos;
+    if (!target.port || *target.port == modulePort) return target.host;
+    return (ipv6 ? "[" + target.host + "]" : target.host) + ":" + std::to_string(*target.port);
 }
 
 }  // namespace tool

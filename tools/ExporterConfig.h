@@ -5,6 +5,8 @@
 
 #include "YamlFile.h"
 
+#include <chrono>
+#include <cstddef>
 #include <map>
 #include <optional>
 #include <stdexcept>
@@ -23,7 +25,10 @@ struct ExporterModule {
     std::vector<std::string> workarounds;       // workaround_flags the library takes
     std::optional<std::string> bmcKey;          // K_g, as text
     unsigned short port = 623;
-    std::vector<std::string> hosts;  // glob patterns of the targets' hosts; empty: any target
+    // Shell patterns of the targets' hosts the module may reach, matched against the whole host
+    // ignoring case; the file must give them, or `hosts: any`.
+    std::vector<std::string> hosts;
+    bool anyHost = false;  // `hosts: any`: every target
     // Why a scrape with this module is refused (a driver we do not speak); empty: it is not.
     std::string refusal;
 
@@ -31,8 +36,16 @@ struct ExporterModule {
     bool allows(const std::string& targetHost) const;
 };
 
+// How many targets /ipmi's scrapes may have followed at once, and how long one that is no longer
+// scraped is kept: `targets: {limit: N, forget_after: SECONDS}`.
+struct TargetLimits {
+    std::size_t limit = 1000;
+    std::chrono::seconds forgetAfter{3600};
+};
+
 struct ExporterConfig {
     std::map<std::string, ExporterModule> modules;
+    TargetLimits targets;
     // What the file has that is accepted but not used, or unsafe: a line each, naming the file.
     std::vector<std::string> warnings;
 };
@@ -43,7 +56,7 @@ ExporterConfig loadExporterConfig(const std::string& path);
 // A scrape's target=: "HOST", "HOST:PORT", "[IPv6]:PORT", "[IPv6]" or a bare IPv6 address. A
 // port given here is used instead of the module's.
 struct ScrapeTarget {
-    std::string host;
+    std::string host;  // a host name in lower case, or an IPv4 or IPv6 address as inet_ntop has it
     std::optional<unsigned short> port;
 };
 
@@ -52,6 +65,13 @@ struct TargetError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// Checks the whole target before splitting it: a host name (letters, digits, "-", "_"), an IPv4
+// address, or an IPv6 one, and a port from 1 to 65535; no user, path, control character or
+// percent sign. Throws TargetError, whose text shows the target with such bytes escaped.
 ScrapeTarget parseScrapeTarget(const std::string& target);
+
+// One spelling for each BMC, so that "BMC1", "bmc1" and "bmc1:623" (the module's port) are one
+// target: the host as parsed, and the port only when it is not `modulePort`.
+std::string canonicalTarget(const ScrapeTarget& target, unsigned short modulePort);
 
 }  // namespace tool

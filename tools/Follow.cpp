@@ -86,6 +86,7 @@ int follow(const Options& options, Style style) {
         }
         std::cout.flush();
         std::cerr << said << std::flush;
+        return std::cout.good();
     });
     if (syslog) std::cerr << syslog->finish() << std::flush;
     return status;

@@ -1,8 +1,12 @@
 #include "HostRequests.h"
 
+#include <fcntl.h>
+#include <ipmi/CompletionCode.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <iostream>
 
@@ -204,6 +208,45 @@ std::string saveStateOf(const Tolmar::IpmiEventFollower& follower, const std::st
     return follower.SaveState(path, error) ? "" : name + ": the state was not saved: " + error;
 }
 
+std::string stateLockFile(const std::string& path, bool directory) {
+    return directory ? path + "/ipmi-event-log.lock" : path + ".lock";
+}
+
+bool lockState(const std::string& lockFile, const std::string& state, std::string& message) {
+    message.clear();
+    // Kept open until the process ends: closing it would release the lock.
+    const int fd = open(lockFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0) {
+        message = state + " is not locked against other processes: " + lockFile + ": " +
+                  std::strerror(errno);
+        return true;
+    }
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        const int error = errno;
+        if (error != EWOULDBLOCK) {
+            close(fd);
+            message = state + " is not locked against other processes: " + lockFile + ": " +
+                      std::strerror(error);
+            return true;
+        }
+        // The holder writes its process ID once it has the lock; it may not have yet.
+        char text[32] = {};
+        const ssize_t n = pread(fd, text, sizeof text - 1, 0);
+        close(fd);
+        std::string holder(text, n > 0 ? static_cast<std::size_t>(n) : 0);
+        holder.erase(std::remove(holder.begin(), holder.end(), '\n'), holder.end());
+        message = state + " is in use by another ipmi-event-log" +
+                  (holder.empty() ? std::string() : " (process " + holder + ")") +
+                  ": one process at a time may keep a state";
+        return false;
+    }
+    const std::string pid = std::to_string(getpid()) + "\n";
+    if (ftruncate(fd, 0) != 0 || pwrite(fd, pid.data(), pid.size(), 0) < 0) {
+        // The lock holds without its process ID, which only names the holder.
+    }
+    return true;
+}
+
 Tolmar::IpmiEventFollower followerOf(const Options& options, const std::string& host) {
     Tolmar::IpmiEventFollower follower(connection(options, host), settings(options));
     follower.ClearWhenFull(options.clearWhenFull);
@@ -245,19 +288,41 @@ std::string statePathFor(const Options& options, const std::string& host) {
     return stateFileIn(options.statePath, host.empty() ? "local" : host);
 }
 
-// list --state: the events added since the run that saved the state.
+// list --state: the events added since the run that saved the state. The state is saved only once
+// they are written out (see main), so that a run that ends before shows them again.
 void listNewEvents(const Options& options, const std::string& host, HostResult& out) {
-    Tolmar::IpmiEventFollower follower = followerOf(options, host);
+    auto follower = std::make_shared<Tolmar::IpmiEventFollower>(followerOf(options, host));
     const std::string path = statePathFor(options, host);
-    out.warning = loadStateOf(follower, path, hostName(host));
-    pollFollower(follower, host, options, out);
+    out.warning = loadStateOf(*follower, path, hostName(host));
+    pollFollower(*follower, host, options, out);
     if (out.result == IpmiEventLog::EL_SUCCESS) {
-        const std::string unsaved = saveStateOf(follower, path, hostName(host));
-        if (!unsaved.empty()) out.warning = unsaved;
+        out.follower = std::move(follower);
+        out.statePath = path;
     }
 }
 
 }  // namespace
+
+void readWholeSel(const Options& options, const std::string& host, HostResult& out,
+                  std::vector<IPMIEVENT>* events, std::vector<Tolmar::IPMISELENTRY>* entries) {
+    // No state and no clearing: the first poll reads the SEL from its first record.
+    Tolmar::IpmiEventFollower follower(connection(options, host), settings(options));
+    const Tolmar::PollResult poll =
+        events != nullptr ? follower.Poll(*events) : follower.PollRaw(*entries);
+    out.result = poll.result;
+    out.call = poll.call;
+    if (poll.result != IpmiEventLog::EL_SUCCESS) return;
+    if (!poll.complete) {
+        out.incomplete = true;
+        out.incompleteReason = poll.failure;
+    } else if (!follower.ReadToEnd() && poll.entriesRead != 0) {
+        // An erase begun after the first records were read: the rest were not.
+        out.incomplete = true;
+        out.incompleteReason = "the BMC answered Get SEL Entry with " +
+                               ipmiCompletionCodeText(0x81) + " after " +
+                               std::to_string(poll.call.selEntriesRead) + " SEL entries";
+    }
+}
 
 std::string sessionText(const Tolmar::SessionReport& session, const Options& options) {
     if (!session.cipherSuite) return "";
@@ -279,15 +344,15 @@ HostResult run(const Options& options, const std::string& host) {
         listNewEvents(options, host, out);
     } else if (command == "list" || command == "show") {
         std::vector<IPMIEVENT> events;
-        out.result = log.GetAllIpmiEventLog(events);
+        readWholeSel(options, host, out, &events);
         if (command == "show") {
             // The whole event, source and auxiliary log included, of the record asked for.
             const unsigned long id = parseRecordId(options.arguments.at(0));
             events.erase(std::remove_if(events.begin(), events.end(),
                                         [id](const IPMIEVENT& e) { return e.recordId != id; }),
                          events.end());
-            if (out.result == IpmiEventLog::EL_SUCCESS && events.empty() &&
-                scope.LastCall().requestsUnanswered == 0) {
+            // A record not read before the read ended may be there still.
+            if (out.result == IpmiEventLog::EL_SUCCESS && events.empty() && !out.incomplete) {
                 out.result = IpmiEventLog::EL_NOT_FOUND;
             }
             if (events.size() > 1) events.erase(events.begin(), events.end() - 1);
@@ -295,7 +360,7 @@ HostResult run(const Options& options, const std::string& host) {
         addEvents(out, host, std::move(events), options);
     } else if (command == "raw") {
         std::vector<Tolmar::IPMISELENTRY> entries;
-        out.result = log.GetAllIpmiSelEntry(entries);
+        readWholeSel(options, host, out, nullptr, &entries);
         for (const auto& entry : entries) out.entries.push_back({host, entry});
     } else if (command == "get") {
         Tolmar::IPMISELENTRY entry{};
@@ -327,12 +392,10 @@ HostResult run(const Options& options, const std::string& host) {
         out.note = hostName(host) + ": connected\n";
         if (options.verbose) out.note += sessionText(scope.LastCall().session, options);
     }
-    // A poll's report came with it; the deletes kept the worst.
-    const bool reported = command == "delete" || (command == "list" && !options.statePath.empty());
-    if (!reported) out.call = scope.LastCall();
+    // A poll's report came with it (the reads of the SEL are polls); the deletes kept the worst.
     const bool read = command == "list" || command == "show" || command == "raw";
-    out.incomplete = read && out.result == IpmiEventLog::EL_SUCCESS &&
-                     (out.incomplete || out.call.requestsUnanswered > 0);
+    if (command != "delete" && !read) out.call = scope.LastCall();
+    out.incomplete = read && out.result == IpmiEventLog::EL_SUCCESS && out.incomplete;
     for (EventRow& row : out.events) row.complete = !out.incomplete;
     for (EntryRow& row : out.entries) row.complete = !out.incomplete;
     return out;

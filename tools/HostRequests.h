@@ -5,6 +5,7 @@
 #include <IpmiEventFollower.h>
 #include <IpmiEventLog.h>
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -36,6 +37,10 @@ struct HostResult {
     std::string note;     // printed on success (status, changes)
     std::string warning;  // said on standard error, however the request went
     double seconds = 0;   // how long a poll of the host took (follow, serve)
+    // list --state: the follower whose state is saved in `statePath` once the events it brought
+    // are written out, never before.
+    std::shared_ptr<Tolmar::IpmiEventFollower> follower;
+    std::string statePath;
 };
 
 // Exit statuses: 0 success, 2 a command line that cannot be followed, 3 a read that ended early
@@ -77,6 +82,14 @@ std::string loadStateOf(Tolmar::IpmiEventFollower& follower, const std::string& 
 std::string saveStateOf(const Tolmar::IpmiEventFollower& follower, const std::string& path,
                         const std::string& name);
 
+// The file whose lock keeps a state to one process: PATH.lock beside a state file, or
+// ipmi-event-log.lock in a state directory.
+std::string stateLockFile(const std::string& path, bool directory);
+// Takes the lock of `lockFile` for the rest of the process (the system releases it when the
+// process ends, however it ends). False when another process holds it, with `message` the refusal
+// naming `state`; true otherwise, with `message` a warning when no lock could be made there.
+bool lockState(const std::string& lockFile, const std::string& state, std::string& message);
+
 // A follower of `host` as the command line asks.
 Tolmar::IpmiEventFollower followerOf(const Options& options, const std::string& host);
 // What a follower's poll found the SEL's records went through (cleared; cleared by the poll, or
@@ -88,6 +101,16 @@ std::string selChangeText(const std::string& host, const HostResult& result);
 // shown, and none is decoded.
 void pollFollower(Tolmar::IpmiEventFollower& follower, const std::string& host,
                   const Options& options, HostResult& out, bool skipping = false);
+
+// list, show and raw: the whole SEL of `host` through a follower without state, whose first poll
+// decodes exactly as IpmiEventLog::GetAllIpmiEventLog does, into `events`, or with `entries`, the
+// records as they were read. Unlike that call, it tells a read that ended before the SEL's end
+// (refused, cut short, unanswered, or an erase begun part way) from a short SEL: `out` is then
+// incomplete, with the reason. An empty SEL, or one being erased from its first record, is a
+// complete read of nothing.
+void readWholeSel(const Options& options, const std::string& host, HostResult& out,
+                  std::vector<Tolmar::TolmarAgentless::IPMIEVENT>* events,
+                  std::vector<Tolmar::IPMISELENTRY>* entries = nullptr);
 
 // Runs the command line's request on one host.
 HostResult run(const Options& options, const std::string& host);

@@ -12,7 +12,9 @@
 #include <iostream>
 #include <map>
 
+#include "BoundedFile.h"
 #include "HexBytes.h"
+#include "Printable.h"
 #include "SyslogMessage.h"
 #include "WordLists.h"
 
@@ -124,11 +126,24 @@ Format parseFormat(const std::string& text) {
     return found->second;
 }
 
+// A configuration file's name: an empty one would read as no file given at all.
+std::string fileName(const std::string& option, const std::string& name) {
+    if (name.empty()) throw UsageError(option + ": the file name is empty");
+    return name;
+}
+
+// -f's file: a regular file of at most 1 MiB, its first line the password. Others being able to
+// read it is warned of, as it is for the exporter's configuration.
 std::string passwordFromFile(const std::string& path) {
     try {
-        return firstLineOf(path);
-    } catch (const std::runtime_error&) {
-        throw UsageError("cannot read a password from " + path);
+        const FileContents contents = readBoundedFile(path);
+        if (othersMayRead(contents.mode)) {
+            std::cerr << "ipmi-event-log: warning: " + othersCanReadPassword(path) + "\n"
+                      << std::flush;
+        }
+        return firstLine(contents.text);
+    } catch (const FileError& e) {
+        throw UsageError(std::string("cannot read a password from ") + e.what());
     }
 }
 
@@ -203,14 +218,9 @@ std::optional<std::string> privilegeName(std::string text) {
     return text;
 }
 
-std::string firstLineOf(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::string line;
-    if (!in || (!std::getline(in, line) && !in.eof()))
-        throw std::runtime_error(std::strerror(errno));
-    // A file written on Windows ends its lines with CR LF.
-    if (!line.empty() && line.back() == '\r') line.pop_back();
-    return line;
+std::string othersCanReadPassword(const std::string& path) {
+    const std::string named = printable(path);
+    return named + ": others can read this file and the password in it; chmod o-r " + named;
 }
 
 std::vector<std::string> expandHosts(const std::string& list) {
@@ -354,9 +364,9 @@ Options parseOptions(const std::vector<std::string>& args) {
         } else if (arg == "--listen") {
             options.listen = value(i);
         } else if (arg == "--config") {
-            options.configPath = value(i);
+            options.configPath = fileName(arg, value(i));
         } else if (arg == "--web-config") {
-            options.webConfigPath = value(i);
+            options.webConfigPath = fileName(arg, value(i));
         } else if (arg == "--state-dir") {
             options.stateDirectory = value(i);
         } else if (arg == "--new-only") {

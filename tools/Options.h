@@ -82,9 +82,8 @@ void addWorkarounds(const std::string& text, std::vector<std::string>& workaroun
 // (ADMINISTRATOR, OPERATOR, USER, in any case); none for another name.
 std::optional<std::string> privilegeName(std::string text);
 
-// The first line of the file at `path`, without its LF or CR LF ending. Throws
-// std::runtime_error with the system's reason when the file cannot be read.
-std::string firstLineOf(const std::string& path);
+// The warning that others can read the password file at `path`.
+std::string othersCanReadPassword(const std::string& path);
 
 // "80,90,100": percentages from 1 to 100, in rising order once each; "off": none.
 std::vector<unsigned> parsePercentages(const std::string& text, const std::string& what);

@@ -57,7 +57,7 @@ void reloadWhenAsked(const std::function<void()>& reload) {
 }
 
 void pollHosts(const Options& options,
-               const std::function<void(std::vector<HostResult>& results)>& report) {
+               const std::function<bool(std::vector<HostResult>& results)>& report) {
     catchStopSignals();
     const std::vector<std::string> hosts = hostsOf(options);
     std::vector<Tolmar::IpmiEventFollower> followers;
@@ -79,12 +79,16 @@ void pollHosts(const Options& options,
         fanOut(hosts.size(), options.fanout, [&](std::size_t i) {
             results[i] = pollHost(followers[i], filters, hosts[i], skipping[i]);
             if (results[i].skipped) skipping[i] = false;
-            if (!options.stateDirectory.empty() &&
-                results[i].result == Tolmar::IpmiEventLog::EL_SUCCESS)
-                results[i].warning = saveStateOf(followers[i], statePath(i), hostName(hosts[i]));
         });
-        for (const HostResult& result : results) sayWarning(result.warning);
-        report(results);
+        std::vector<bool> polled(hosts.size());
+        for (std::size_t i = 0; i < hosts.size(); ++i)
+            polled[i] = results[i].result == Tolmar::IpmiEventLog::EL_SUCCESS;
+        // The states move on only once the events they say were read are out.
+        const bool delivered = report(results);
+        for (std::size_t i = 0; delivered && !options.stateDirectory.empty() && i < hosts.size();
+             ++i) {
+            if (polled[i]) sayWarning(saveStateOf(followers[i], statePath(i), hostName(hosts[i])));
+        }
         filters.last = 0;  // --last picks among the events there were at the start
         if (options.polls != 0 && poll >= options.polls) break;
         waitUntil(due);

@@ -17,8 +17,10 @@ void reloadWhenAsked(const std::function<void()>& reload);
 
 // Polls until told to stop; hands each poll's results, in the hosts' order, to `report`. A
 // result's events are filtered as for list, --last applying to the first poll only; its
-// `seconds` say how long the host's poll took.
+// `seconds` say how long the host's poll took. With --state-dir, the hosts' states are saved after
+// `report` returned true, saying that the events are written out: a run stopped at any moment
+// shows again, at worst, events it showed, and misses none.
 void pollHosts(const Options& options,
-               const std::function<void(std::vector<HostResult>& results)>& report);
+               const std::function<bool(std::vector<HostResult>& results)>& report);
 
 }  // namespace tool

@@ -1,13 +1,17 @@
 #include "ScrapeModules.h"
 
+#include "Printable.h"
+
 namespace tool {
 
 namespace {
 
-// How `options` reach `target`: at the port the target names, else at theirs.
+// How `options` reach `target`: at the port the target names, else at theirs. The target is
+// followed under its one spelling.
 TargetConnection targetConnection(Options options, const ScrapeTarget& target) {
-    options.port = target.port.value_or(options.port);
     TargetConnection connection;
+    connection.target = canonicalTarget(target, options.port);
+    options.port = target.port.value_or(options.port);
     connection.info = tool::connection(options, target.host);
     connection.settings = settings(options);
     connection.clearWhenFull = options.clearWhenFull;
@@ -23,7 +27,8 @@ std::shared_ptr<const ExporterConfig> readConfig(const std::string& path) {
 
 std::string moduleNames(const ExporterConfig& config) {
     std::string names;
-    for (const auto& module : config.modules) names += (names.empty() ? "" : ", ") + module.first;
+    for (const auto& module : config.modules)
+        names += (names.empty() ? "" : ", ") + printable(module.first);
     return names;
 }
 
@@ -67,8 +72,8 @@ bool ScrapeModules::resolve(const TargetKey& key, TargetConnection& connection,
     if (!config) return resolveCommandLine(key, target, connection, reason);
     const auto found = config->modules.find(key.module);
     if (found == config->modules.end()) {
-        reason =
-            "unknown module \"" + key.module + "\"; the configuration has " + moduleNames(*config);
+        reason = "unknown module " + quoted(key.module) + "; the configuration has " +
+                 moduleNames(*config);
         return false;
     }
     const ExporterModule& module = found->second;
@@ -77,8 +82,8 @@ bool ScrapeModules::resolve(const TargetKey& key, TargetConnection& connection,
         return false;
     }
     if (!module.allows(target.host)) {
-        reason = "target \"" + key.target + "\" is not among the hosts of module \"" + module.name +
-                 "\"";
+        reason = "target " + quoted(key.target) + " is not among the hosts of module " +
+                 quoted(module.name);
         return false;
     }
     // The module's user, password and settings in place of the command line's.
@@ -93,13 +98,15 @@ bool ScrapeModules::resolve(const TargetKey& key, TargetConnection& connection,
     connection = targetConnection(moduleOptions, target);
     if (module.timeoutMs)
         connection.settings.sessionTimeout = std::chrono::milliseconds(*module.timeoutMs);
+    connection.limits = config->targets;
     return true;
 }
 
 bool ScrapeModules::resolveCommandLine(const TargetKey& key, const ScrapeTarget& target,
                                        TargetConnection& connection, std::string& reason) const {
     if (key.module != "default") {
-        reason = "unknown module \"" + key.module + "\": without --config there is only default";
+        reason =
+            "unknown module " + quoted(key.module) + ": without --config there is only default";
         return false;
     }
     connection = targetConnection(options_, target);

@@ -49,7 +49,9 @@ void recordPoll(FleetMetrics& metrics, const std::string& host, const HostResult
 struct TargetScrapes::Target {
     explicit Target(const std::string& name) : metrics({name}, false) {}
 
-    std::mutex mutex;  // guards all but `follower` and `info`, which only the poll under way uses
+    std::mutex mutex;  // guards all but `follower` and `info`, which only the poll under way uses,
+                       // and `lastScraped`, which TargetScrapes::mutex_ guards
+    Clock::time_point lastScraped = Clock::now();
     std::optional<std::shared_future<void>> polling;  // the poll under way
     std::thread poller;                               // its thread, or the last one's
     std::optional<Tolmar::IpmiEventFollower> follower;
@@ -67,14 +69,43 @@ TargetScrapes::~TargetScrapes() { polls_.shutdown(); }
 
 std::size_t TargetScrapes::size() const {
     std::lock_guard<std::mutex> lock(mutex_);
-    return targets_.size();
+    const auto since = Clock::now() - forgetAfter_;
+    return static_cast<std::size_t>(
+        std::count_if(targets_.begin(), targets_.end(),
+                      [since](const auto& entry) { return entry.second->lastScraped >= since; }));
 }
 
-std::shared_ptr<TargetScrapes::Target> TargetScrapes::targetOf(const TargetKey& key) {
+void TargetScrapes::forgetUnscraped(Clock::time_point now) {
+    for (auto entry = targets_.begin(); entry != targets_.end();) {
+        const std::shared_ptr<Target>& target = entry->second;
+        bool idle = target->lastScraped < now - forgetAfter_;
+        if (idle) {
+            std::lock_guard<std::mutex> lock(target->mutex);
+            idle = !target->polling;
+        }
+        entry = idle ? targets_.erase(entry) : std::next(entry);
+    }
+}
+
+std::shared_ptr<TargetScrapes::Target> TargetScrapes::targetOf(const TargetKey& key,
+                                                               const TargetLimits& limits) {
+    const auto now = Clock::now();
     std::lock_guard<std::mutex> lock(mutex_);
-    std::shared_ptr<Target>& target = targets_[key];
-    if (!target) target = std::make_shared<Target>(key.target);
-    return target;
+    forgetAfter_ = limits.forgetAfter;
+    forgetUnscraped(now);
+    auto found = targets_.find(key);
+    if (found == targets_.end()) {
+        if (targets_.size() >= limits.limit) {
+            throw ServiceUnavailable(
+                "too many targets: the exporter follows " + std::to_string(targets_.size()) +
+                ", as many as targets.limit allows; a target not scraped for " +
+                std::to_string(limits.forgetAfter.count()) +
+                " s (targets.forget_after) is forgotten");
+        }
+        found = targets_.emplace(key, std::make_shared<Target>(key.target)).first;
+    }
+    found->second->lastScraped = now;
+    return found->second;
 }
 
 std::string TargetScrapes::statePath(const TargetKey& key) const {
@@ -84,15 +115,17 @@ std::string TargetScrapes::statePath(const TargetKey& key) const {
 std::string TargetScrapes::scrape(const TargetKey& key, const TargetConnection& connection,
                                   std::chrono::milliseconds limit) {
     const auto started = Clock::now();
-    const std::shared_ptr<Target> target = targetOf(key);
+    const TargetKey followed{connection.target.empty() ? key.target : connection.target,
+                             key.module};
+    const std::shared_ptr<Target> target = targetOf(followed, connection.limits);
     std::shared_future<void> poll;
     {
         std::lock_guard<std::mutex> lock(target->mutex);
         if (!target->polling) {
             auto done = std::make_shared<std::promise<void>>();
             target->polling = done->get_future().share();
-            polls_.enqueue([this, target, key, connection, limit, done] {
-                this->poll(*target, key, connection, limit);
+            polls_.enqueue([this, target, followed, connection, limit, done] {
+                this->poll(*target, followed, connection, limit);
                 {
                     std::lock_guard<std::mutex> lock(target->mutex);
                     target->polling.reset();
@@ -129,13 +162,16 @@ void TargetScrapes::poll(Target& target, const TargetKey& key, const TargetConne
     HostResult result;
     pollFollower(*target.follower, key.target, Options{}, result);
     result.seconds = secondsSince(started);
+    {
+        std::lock_guard<std::mutex> lock(target.mutex);
+        recordPoll(target.metrics, key.target, result);
+        target.metrics.recordFleetPoll();
+        target.up = result.result == Tolmar::IpmiEventLog::EL_SUCCESS;
+        target.sel = result.sel;
+    }
+    // Saved once the poll's events are counted, as follow saves once they are printed.
     if (!stateDirectory_.empty() && result.result == Tolmar::IpmiEventLog::EL_SUCCESS)
         sayWarning(saveStateOf(*target.follower, statePath(key), name));
-    std::lock_guard<std::mutex> lock(target.mutex);
-    recordPoll(target.metrics, key.target, result);
-    target.metrics.recordFleetPoll();
-    target.up = result.result == Tolmar::IpmiEventLog::EL_SUCCESS;
-    target.sel = result.sel;
 }
 
 }  // namespace tool

@@ -1,6 +1,8 @@
 // The targets of the multi-target exporter (/ipmi?target=HOST&module=NAME, as Prometheus scrapes
 // the community's ipmi_exporter): a follower for each target and module, made at its first scrape
-// and kept, so that a scrape reads only what is new. Scrapes of one target that come while its
+// and kept while it is scraped, so that a scrape reads only what is new. A target not scraped for
+// the configuration's targets.forget_after is forgotten, and no more than its targets.limit are
+// followed at once. Scrapes of one target that come while its
 // poll is under way share that poll. With a state directory, each follower's state is kept there
 // after each poll and taken up again when the exporter starts.
 #pragma once
@@ -14,13 +16,15 @@
 #include <mutex>
 #include <string>
 
+#include "ExporterConfig.h"
 #include "HostRequests.h"
 #include "Metrics.h"
+#include "WebServer.h"
 
 namespace tool {
 
 struct TargetKey {
-    std::string target;  // HOST[:PORT], as the scrape named it
+    std::string target;  // HOST[:PORT], as the scrape named it; or its canonical spelling
     std::string module;
     bool operator<(const TargetKey& other) const {
         return std::tie(target, module) < std::tie(other.target, other.module);
@@ -29,9 +33,11 @@ struct TargetKey {
 
 // How a module reaches a target.
 struct TargetConnection {
+    std::string target;  // the target's canonical spelling (canonicalTarget); empty: as named
     Tolmar::TolmarConnection::ConnectionInfo info;
     Tolmar::ConnectionSettings settings;
     unsigned clearWhenFull = 0;
+    TargetLimits limits;  // how many targets may be followed, and for how long unscraped
 };
 
 // Records one poll of `host` and the events it brought.
@@ -43,17 +49,21 @@ public:
     explicit TargetScrapes(std::string stateDirectory);
     ~TargetScrapes();
 
-    // One scrape of `key` through `connection`, answered within `limit`: the target's metrics, ours
-    // and those of ipmi_exporter's names, in Prometheus' text format. A poll that takes longer is
-    // left to finish for the next scrape, and this one answers ipmi_up 0.
+    // One scrape of `key` (followed under connection.target, its canonical spelling) through
+    // `connection`, answered within `limit`: the target's metrics, ours and those of
+    // ipmi_exporter's names, in Prometheus' text format. A poll that takes longer is left to
+    // finish for the next scrape, and this one answers ipmi_up 0. Throws ServiceUnavailable when
+    // the target is new and connection.limits.limit targets are followed already.
     std::string scrape(const TargetKey& key, const TargetConnection& connection,
                        std::chrono::milliseconds limit);
-    // How many targets are followed.
+    // How many targets are followed, not counting those due to be forgotten.
     std::size_t size() const;
 
 private:
     struct Target;
-    std::shared_ptr<Target> targetOf(const TargetKey& key);
+    std::shared_ptr<Target> targetOf(const TargetKey& key, const TargetLimits& limits);
+    // Drops the targets not scraped for `forgetAfter` whose poll has ended; `mutex_` held.
+    void forgetUnscraped(std::chrono::steady_clock::time_point now);
     void poll(Target& target, const TargetKey& key, const TargetConnection& connection,
               std::chrono::milliseconds limit) const;
     std::string statePath(const TargetKey& key) const;
@@ -61,6 +71,7 @@ private:
     std::string stateDirectory_;
     mutable std::mutex mutex_;
     std::map<TargetKey, std::shared_ptr<Target>> targets_;
+    std::chrono::seconds forgetAfter_{TargetLimits().forgetAfter};  // the last scrape's
     httplib::ThreadPool polls_;  // the threads the polls run on, made once
 };
 

@@ -10,6 +10,8 @@
 #include <memory>
 #include <optional>
 
+#include "Printable.h"
+
 namespace tool {
 
 namespace {
@@ -182,6 +184,23 @@ void requireBasicAuth(httplib::Server& server, const std::map<std::string, std::
         });
 }
 
+// A handler's exceptions: ServiceUnavailable says why the request cannot be served now; any other
+// is answered 500 without its text, which is for no client.
+void answerExceptions(httplib::Server& server) {
+    server.set_exception_handler(
+        [](const httplib::Request&, httplib::Response& response, std::exception_ptr thrown) {
+            try {
+                std::rethrow_exception(thrown);
+            } catch (const ServiceUnavailable& e) {
+                response.status = 503;
+                response.set_content(printable(e.what()) + "\n", "text/plain; charset=utf-8");
+            } catch (...) {
+                response.status = 500;
+                response.set_content("Internal Server Error\n", "text/plain");
+            }
+        });
+}
+
 }  // namespace
 
 std::optional<BasicCredentials> basicCredentials(const std::string& authorization) {
@@ -223,8 +242,10 @@ bool BasicAuth::verify(const std::string& user, const std::string& password) {
 }
 
 std::unique_ptr<httplib::Server> makeHttpServer(const WebConfig* config) {
-    if (!config) return std::make_unique<httplib::Server>();
-    auto server = config->tls ? makeTlsServer(*config->tls) : std::make_unique<httplib::Server>();
+    auto server =
+        config && config->tls ? makeTlsServer(*config->tls) : std::make_unique<httplib::Server>();
+    answerExceptions(*server);
+    if (!config) return server;
     if (!config->headers.empty()) {
         server->set_default_headers(
             httplib::Headers(config->headers.begin(), config->headers.end()));

@@ -11,6 +11,7 @@
 #include <mutex>
 #include <optional>
 #include <set>
+#include <stdexcept>
 #include <string>
 
 namespace tool {
@@ -43,10 +44,16 @@ private:
     std::set<std::string> verified_;
 };
 
+// Thrown by a handler for a request that cannot be served now: answered 503 with its text.
+struct ServiceUnavailable : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
 // A server that speaks HTTPS when `config` has tls_server_config, else HTTP; when it has users,
 // every request first passes their check (a pre-routing handler: keep it), or is answered 401
 // with `WWW-Authenticate: Basic realm="ipmi-event-log"`. `config` may be null: plain HTTP for
-// all. Throws ConfigError when a certificate or key cannot be used, naming the file.
+// all. A handler's ServiceUnavailable is answered 503 with its text, another exception 500.
+// Throws ConfigError when a certificate or key cannot be used, naming the file.
 std::unique_ptr<httplib::Server> makeHttpServer(const WebConfig* config);
 
 }  // namespace tool

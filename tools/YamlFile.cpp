@@ -1,23 +1,22 @@
 #include "YamlFile.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <set>
-#include <sstream>
+
+#include "BoundedFile.h"
+#include "Printable.h"
 
 namespace tool {
 
 namespace {
 
-std::string readWhole(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in) throw ConfigError("cannot read " + path + ": " + std::strerror(errno));
-    std::ostringstream text;
-    text << in.rdbuf();
-    if (in.bad()) throw ConfigError("cannot read " + path + ": " + std::strerror(errno));
-    return text.str();
+// A regular file of at most 1 MiB: a directory, a FIFO or a device is refused, not read.
+FileContents readWhole(const std::string& path) {
+    try {
+        return readBoundedFile(path);
+    } catch (const FileError& e) {
+        throw ConfigError(std::string("cannot read ") + e.what());
+    }
 }
 
 // yaml-cpp counts lines from 0, and has none (-1) for nodes it made itself.
@@ -43,7 +42,7 @@ bool isDecimal(const std::string& text) {
 
 }  // namespace
 
-std::string quoted(const std::string& text) { return "\"" + text + "\""; }
+std::string quoted(const std::string& text) { return "\"" + printable(text) + "\""; }
 
 const YamlEntry* findEntry(const std::vector<YamlEntry>& entries, const std::string& key) {
     const auto found = std::find_if(entries.begin(), entries.end(), [&key](const YamlEntry& entry) {
@@ -53,12 +52,13 @@ const YamlEntry* findEntry(const std::vector<YamlEntry>& entries, const std::str
 }
 
 YamlFile::YamlFile(std::string path) : path_(std::move(path)) {
-    const std::string text = readWhole(path_);
+    const FileContents contents = readWhole(path_);
+    mode_ = contents.mode;
     try {
-        document_ = YAML::Load(text);
+        document_ = YAML::Load(contents.text);
     } catch (const YAML::ParserException& e) {
-        throw ConfigError(path_ + ":" + std::to_string(e.mark.line + 1) +
-                          ": not valid YAML: " + e.msg);
+        throw ConfigError(printable(path_ + ":" + std::to_string(e.mark.line + 1) +
+                                    ": not valid YAML: " + e.msg));
     }
 }
 
@@ -150,7 +150,8 @@ std::string YamlFile::message(const YamlEntry& entry, const std::string& text) c
     std::string said = path_;
     if (line > 0) said += ":" + std::to_string(line);
     if (!entry.path.empty()) said += ": " + entry.path;
-    return said + ": " + text;
+    // The file's keys and values may hold any byte: none reaches a log raw.
+    return printable(said + ": " + text);
 }
 
 ConfigError YamlFile::error(const YamlEntry& entry, const std::string& text) const {

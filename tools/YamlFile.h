@@ -3,6 +3,7 @@
 // the key, as in `ipmi.yml:7: modules.default.timeout: "ten" is not a number of milliseconds`.
 #pragma once
 
+#include <sys/types.h>
 #include <yaml-cpp/yaml.h>
 
 #include <stdexcept>
@@ -26,10 +27,13 @@ struct YamlEntry {
 
 class YamlFile {
 public:
-    // Reads and parses `path`; throws ConfigError when it cannot be read or is not YAML.
+    // Reads and parses `path`, a regular file of at most 1 MiB; throws ConfigError when it is
+    // not one, cannot be read or is not YAML.
     explicit YamlFile(std::string path);
 
     const std::string& path() const { return path_; }
+    // The file's permission bits, as it was read.
+    mode_t mode() const { return mode_; }
     // The whole file, as the value of an entry without a key.
     YamlEntry root() const;
 
@@ -54,7 +58,8 @@ public:
     // `name` as it is when absolute, else taken from the directory the file is in.
     std::string pathBeside(const std::string& name) const;
 
-    // "FILE:LINE: PATH: TEXT", for errors and warnings alike.
+    // "FILE:LINE: PATH: TEXT", for errors and warnings alike; bytes outside printable ASCII
+    // escaped.
     std::string message(const YamlEntry& entry, const std::string& text) const;
     ConfigError error(const YamlEntry& entry, const std::string& text) const;
 
@@ -63,13 +68,14 @@ private:
                                           const std::vector<std::string>* known) const;
 
     std::string path_;
+    mode_t mode_ = 0;
     YAML::Node document_;
 };
 
 // The entry of `key` among a mapping's entries, or null.
 const YamlEntry* findEntry(const std::vector<YamlEntry>& entries, const std::string& key);
 
-// `text` in double quotes, as values are shown in messages.
+// `text` in double quotes, as values are shown in messages; bytes outside printable ASCII escaped.
 std::string quoted(const std::string& text);
 
 }  // namespace tool

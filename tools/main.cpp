@@ -37,6 +37,8 @@ using tool::HostResult;
 using tool::Options;
 
 constexpr int kUsageStatus = 2;
+// The state file or directory asked for is kept by another process.
+constexpr int kStateInUseStatus = 1;
 
 void checkArguments(const Options& options) {
     static const std::vector<std::pair<std::string, std::size_t>> counts = {
@@ -180,6 +182,19 @@ int main(int argc, char** argv) {
         Tolmar::SetLogLevel(0);
     }
 
+    // One process at a time keeps a state file or directory: two would save each other's
+    // positions over their own.
+    const bool stateFile = options.command == "list" && !options.statePath.empty();
+    if (stateFile || !options.stateDirectory.empty()) {
+        const std::string& state = stateFile ? options.statePath : options.stateDirectory;
+        const bool directory = !stateFile || options.hosts.size() > 1;
+        std::string message;
+        if (!tool::lockState(tool::stateLockFile(state, directory), state, message)) {
+            std::cerr << "ipmi-event-log: " << message << "\n";
+            return kStateInUseStatus;
+        }
+        tool::sayWarning(message);
+    }
     if (options.command == "follow") return tool::follow(options, outputStyle(options));
     if (options.command == "serve") return tool::serve(options);
     std::vector<HostResult> results = runAll(options);
@@ -219,6 +234,18 @@ int main(int argc, char** argv) {
         tool::writeEntries(std::cout, entries, style);
     }
     std::cout.flush();
+    // list --state: each state is saved only now that what its poll brought is written out, so
+    // that a run that ends sooner, however it ends, shows those events again rather than never.
+    for (std::size_t i = 0; i < results.size(); ++i) {
+        HostResult& r = results[i];
+        if (!r.follower) continue;
+        const std::string unsaved =
+            std::cout.good()
+                ? tool::saveStateOf(*r.follower, r.statePath, tool::hostName(hosts[i]))
+                : tool::hostName(hosts[i]) +
+                      ": the state was not saved: standard output could not be written";
+        if (!unsaved.empty()) warnings.insert(unsaved);
+    }
     for (const std::string& warning : warnings)
         std::cerr << "ipmi-event-log: warning: " << warning << "\n";
     std::cerr << problems;

@@ -125,6 +125,110 @@ TEST_F(ExporterTest, ScrapesThatCannotBeMadeAreAnsweredWith400AndTheReason) {
               "target \"bmc:99999\": \"99999\" is not a port from 1 to 65535\n 400");
 }
 
+// The target's check comes before anything else: a NUL, a line break or a bad percent encoding
+// is answered 400 with the reason, the bytes escaped, and nothing of it reaches standard error.
+TEST_F(ExporterTest, TargetsAreCheckedWholeAndNeverShownRaw) {
+    const std::string port = targetOf(*bmc).substr(targetOf(*bmc).rfind(':') + 1);
+    scratch.write("ipmi.yml", std::string("modules:\n  default:\n    user: \"") +
+                                  bmcsim::kAdministrator.name + "\"\n    pass: \"" +
+                                  bmcsim::kAdministrator.password +
+                                  "\"\n    hosts: [\"127.0.0.1\"]\n");
+    ASSERT_EQ(chmod(scratch.file("ipmi.yml").c_str(), 0600), 0);
+    Exporter exporter({"--config", scratch.file("ipmi.yml")}, scratch);
+    const auto answer = [&](const std::string& target) {
+        return exporter.get("/ipmi?target=" + target, "--write-out ' %{http_code}'").out;
+    };
+    EXPECT_EQ(answer("127.0.0.1%00evil:" + port),
+              "target \"127.0.0.1\\x00evil:" + port + "\": holds a control character\n 400");
+    EXPECT_EQ(answer("127.0.0.1%0D%0AX-Evil:%201"),
+              "target \"127.0.0.1\\x0D\\x0AX-Evil: 1\": holds a control character\n 400");
+    EXPECT_EQ(answer("127.0.0.1%zz"),
+              "target \"127.0.0.1%zz\": holds \"%\", a percent encoding "
+              "that is not one (%zz) or was encoded twice\n 400");
+    EXPECT_EQ(answer("admin@127.0.0.1"),
+              "target \"admin@127.0.0.1\": a user (USER@) has no place "
+              "in a target: the module gives it\n 400");
+    EXPECT_EQ(answer("127.0.0.1/x"),
+              "target \"127.0.0.1/x\": a path has no place in a target; "
+              "give HOST[:PORT]\n 400");
+    EXPECT_EQ(answer("127.0.0.1&module=%1B%5B2J"),
+              "unknown module \"\\x1B[2J\"; the configuration has default\n 400");
+    // The hosts list sees the whole target, and a target whose host it allows is scraped.
+    EXPECT_EQ(
+        answer("127.0.0.2:" + port),
+        "target \"127.0.0.2:" + port + "\" is not among the hosts of module \"default\"\n 400");
+    EXPECT_EQ(seriesValue(exporter.get("/ipmi?target=127.0.0.1:" + port).out,
+                          "ipmi_up{collector=\"sel\"}"),
+              "1");
+    EXPECT_EQ(exporter.stop(), 0);
+    const std::string said = scratch.read("serve.out");
+    EXPECT_EQ(said.find_first_of(std::string("\r\0\x1b", 3)), std::string::npos) << said;
+    EXPECT_EQ(said.find("evil"), std::string::npos) << said;
+}
+
+// What the configuration bounds: the targets followed at once (503 beyond), and how long a target
+// no scrape names is kept. Spellings of one BMC are one target.
+TEST_F(ExporterTest, TargetsAreBoundedAndForgottenWhenNoLongerScraped) {
+    const std::string port = targetOf(*bmc).substr(targetOf(*bmc).rfind(':') + 1);
+    const auto write = [&](const std::string& limits) {
+        scratch.write("ipmi.yml", std::string("modules:\n  default:\n    user: \"") +
+                                      bmcsim::kAdministrator.name + "\"\n    pass: \"" +
+                                      bmcsim::kAdministrator.password + "\"\n    port: " + port +
+                                      "\n    hosts: any\n" + limits);
+        ASSERT_EQ(chmod(scratch.file("ipmi.yml").c_str(), 0600), 0);
+    };
+    write("targets:\n  limit: 1\n");
+    {
+        Exporter exporter({"--config", scratch.file("ipmi.yml")}, scratch);
+        const auto answer = [&](const std::string& target) {
+            return exporter.get("/ipmi?target=" + target, "--write-out ' %{http_code}'").out;
+        };
+        EXPECT_EQ(seriesValue(answer("127.0.0.1"), "ipmi_up{collector=\"sel\"}"), "1");
+        EXPECT_EQ(seriesValue(answer("127.0.0.1:" + port), "ipmi_up{collector=\"sel\"}"), "1");
+        EXPECT_EQ(seriesValue(exporter.get("/metrics").out, "ipmi_event_log_targets"), "1");
+        EXPECT_EQ(answer("localhost:" + port),
+                  "too many targets: the exporter follows 1, as many as targets.limit allows; a "
+                  "target not scraped for 3600 s (targets.forget_after) is forgotten\n 503");
+        EXPECT_EQ(exporter.stop(), 0);
+    }
+    write("targets:\n  forget_after: 1\n");
+    Exporter exporter({"--config", scratch.file("ipmi.yml")}, scratch);
+    EXPECT_EQ(seriesValue(exporter.get("/ipmi?target=127.0.0.1").out, "ipmi_up{collector=\"sel\"}"),
+              "1");
+    EXPECT_TRUE(bmcsim::waitUntil(
+        [&] { return seriesValue(exporter.get("/metrics").out, "ipmi_event_log_targets") == "0"; },
+        std::chrono::seconds(60)));
+    // Scraped again, it is followed anew.
+    EXPECT_EQ(seriesValue(exporter.get("/ipmi?target=127.0.0.1").out, "ipmi_up{collector=\"sel\"}"),
+              "1");
+    EXPECT_EQ(exporter.stop(), 0);
+}
+
+// A configuration that is not a regular file stops serve with status 2, naming it: a directory
+// would otherwise read as empty, a FIFO block, /dev/zero never end.
+TEST_F(ExporterTest, ConfigurationsThatAreNotRegularFilesStopIt) {
+    ASSERT_EQ(mkdir(scratch.file("directory").c_str(), 0700), 0);
+    ASSERT_EQ(mkfifo(scratch.file("fifo").c_str(), 0600), 0);
+    ASSERT_EQ(symlink("/dev/zero", scratch.file("zero").c_str()), 0);
+    for (const std::string option : {"--config", "--web-config"}) {
+        for (const std::string name : {"directory", "fifo", "zero"}) {
+            const bmcsim::ToolRun run =
+                bmcsim::runShell(std::string(TOOL_PATH) + " --listen 127.0.0.1:0 " + option + " " +
+                                     scratch.file(name) + " serve",
+                                 scratch);
+            EXPECT_EQ(run.status, 2) << option << " " << name;
+            EXPECT_EQ(run.err, "ipmi-event-log: cannot read " + scratch.file(name) +
+                                   ": not a regular file\n");
+        }
+    }
+    const bmcsim::ToolRun empty = bmcsim::runShell(
+        std::string(TOOL_PATH) + " --listen 127.0.0.1:0 --config '' serve", scratch);
+    EXPECT_EQ(empty.status, 2);
+    EXPECT_EQ(empty.err,
+              "ipmi-event-log: --config: the file name is empty\n"
+              "(ipmi-event-log --help for the usage)\n");
+}
+
 // A configuration in ipmi_exporter's format: `defaultUser` for the module default, which may
 // reach 127.0.0.1 only, at the operator privilege level; a module of IPMI 1.5; a module for other
 // hosts.
@@ -143,6 +247,7 @@ std::string configuration(const bmcsim::LanUser& defaultUser) {
            "    user: a\n"
            "    pass: b\n"
            "    driver: LAN\n"
+           "    hosts: any\n"
            "  rack7:\n"
            "    user: a\n"
            "    pass: b\n"
@@ -183,8 +288,8 @@ TEST_F(ExporterTest, AConfigurationsModulesAreUsedAndReadAgainWithoutLosingAFoll
     EXPECT_EQ(seriesValue(exporter.get(path + "default").out, "ipmi_up{collector=\"sel\"}"), "1");
 
     // Other credentials by SIGHUP: the same follower goes on, counting nothing twice.
-    scratch.write("ipmi.yml",
-                  configuration(bmcsim::kViewer) + "  more:\n    user: a\n    pass: b\n");
+    scratch.write("ipmi.yml", configuration(bmcsim::kViewer) +
+                                  "  more:\n    user: a\n    pass: b\n    hosts: any\n");
     exporter.signal(SIGHUP);
     const std::string reloaded =
         "unknown module \"other\"; the configuration has default, more, old, rack7\n 400";

@@ -110,8 +110,23 @@ protected:
     ExporterConfigTest() : ConfigFileTest("ipmi.yml") {}
 };
 
-TEST_F(ExporterConfigTest, DebiansExampleLoadsUnchanged) {
-    const tool::ExporterConfig config = load(kDebianExample, 0644);
+// Debian's example with `hosts: any` under each module's name.
+std::string withAnyHosts(std::string text) {
+    for (const std::string module : {"default", "dcmi", "thatspecialhost", "advanced"}) {
+        const std::string line = "        " + module + ":\n";
+        text.replace(text.find(line), line.size(), line + "                hosts: any\n");
+    }
+    return text;
+}
+
+// A module scrapes only the targets its hosts allow: ipmi_exporter's, which have no hosts, are
+// refused until they say which they may scrape, or that any may be.
+TEST_F(ExporterConfigTest, DebiansExampleLoadsWithHostsAdded) {
+    EXPECT_EQ(errorOf(kDebianExample),
+              path(":9: modules.default: has no hosts: name the targets it may scrape (hosts: "
+                   "[\"bmc-*.example\"]), or say hosts: any to let it scrape any target a scrape "
+                   "names"));
+    const tool::ExporterConfig config = load(withAnyHosts(kDebianExample), 0644);
     ASSERT_EQ(config.modules.size(), 4u);
 
     const tool::ExporterModule& standard = config.modules.at("default");
@@ -124,6 +139,7 @@ TEST_F(ExporterConfigTest, DebiansExampleLoadsUnchanged) {
     EXPECT_EQ(standard.cipherSuite, std::nullopt);
     EXPECT_EQ(standard.bmcKey, std::nullopt);
     EXPECT_EQ(standard.refusal, "");
+    EXPECT_TRUE(standard.anyHost);
     EXPECT_TRUE(standard.allows("any.host.example"));
 
     const tool::ExporterModule& dcmi = config.modules.at("dcmi");
@@ -139,13 +155,13 @@ TEST_F(ExporterConfigTest, DebiansExampleLoadsUnchanged) {
               "module advanced: driver LAN (IPMI 1.5) is not supported; use LAN_2_0");
 
     EXPECT_EQ(config.warnings,
-              (Lines{path(":32: modules.default.exclude_sensor_ids: is not used by ipmi-event-log"),
-                     path(":62: modules.thatspecialhost.workaround_flags[0]: \"discretereading\" "
+              (Lines{path(":33: modules.default.exclude_sensor_ids: is not used by ipmi-event-log"),
+                     path(":65: modules.thatspecialhost.workaround_flags[0]: \"discretereading\" "
                           "is not used by ipmi-event-log"),
-                     path(":65: modules.thatspecialhost.custom_args: is not used by "
+                     path(":68: modules.thatspecialhost.custom_args: is not used by "
                           "ipmi-event-log"),
-                     path(":80: modules.advanced.collector_cmd: is not used by ipmi-event-log"),
-                     path(":83: modules.advanced.custom_args: is not used by ipmi-event-log"),
+                     path(":84: modules.advanced.collector_cmd: is not used by ipmi-event-log"),
+                     path(":87: modules.advanced.custom_args: is not used by ipmi-event-log"),
                      path(": others can read this file and the passwords in it; chmod o-r ") +
                          path(", or move them to pass_file and bmc_key_file")}));
 }
@@ -154,6 +170,8 @@ TEST_F(ExporterConfigTest, OurOwnKeysBesideIpmiExportersOnes) {
     // The password file is found beside the configuration, and its CR LF is not the password's.
     scratch.write("rack7.pass", "s3cret\r\nsecond line\n");
     scratch.write("rack7.key", "kg-of-rack7\n");
+    ASSERT_EQ(::chmod(scratch.file("rack7.pass").c_str(), 0640), 0);
+    ASSERT_EQ(::chmod(scratch.file("rack7.key").c_str(), 0600), 0);
     const tool::ExporterConfig config = load(
         "modules:\n"
         "  rack7:\n"
@@ -170,8 +188,10 @@ TEST_F(ExporterConfigTest, OurOwnKeysBesideIpmiExportersOnes) {
         "  keyed:\n"
         "    bmc_key: \"01234567890123456789\"\n"
         "    privilege: Operator\n"
+        "    hosts: any\n"
         "  local:\n"
-        "    driver: KCS\n");
+        "    driver: KCS\n"
+        "    hosts: [localhost]\n");
     EXPECT_EQ(config.warnings, Lines{});
 
     const tool::ExporterModule& rack7 = config.modules.at("rack7");
@@ -187,6 +207,9 @@ TEST_F(ExporterConfigTest, OurOwnKeysBesideIpmiExportersOnes) {
     EXPECT_TRUE(rack7.allows("10.7.0.5"));
     EXPECT_FALSE(rack7.allows("10.7.0.50"));
     EXPECT_FALSE(rack7.allows("bmc-r8-01.example"));
+    // The whole host is matched: nothing after a NUL hides from the patterns.
+    EXPECT_FALSE(rack7.allows(std::string("10.7.0.5\0evil", 13)));
+    EXPECT_FALSE(rack7.anyHost);
 
     const tool::ExporterModule& keyed = config.modules.at("keyed");
     EXPECT_EQ(keyed.bmcKey, "01234567890123456789");
@@ -210,6 +233,7 @@ TEST_F(ExporterConfigTest, ThePackagesExampleLoadsWithItsPasswordFile) {
     text << shipped.rdbuf();
     ASSERT_FALSE(text.str().empty());
     scratch.write("default.pass", "monitor-password\n");
+    ASSERT_EQ(::chmod(scratch.file("default.pass").c_str(), 0640), 0);
     const tool::ExporterConfig config = load(text.str(), 0640);
     EXPECT_EQ(config.warnings, Lines{});
     ASSERT_EQ(config.modules.size(), 1u);
@@ -234,17 +258,40 @@ TEST_F(ExporterConfigTest, PasswordsOthersCanReadAreWarnedOf) {
                                     ": others can read this file and the passwords in it; "
                                     "chmod o-r ") +
                                 path(", or move them to pass_file and bmc_key_file");
-    EXPECT_EQ(load("modules: {a: {pass: pw}}\n", 0644).warnings, Lines{warning});
-    EXPECT_EQ(load("modules: {a: {bmc_key: kg}}\n", 0604).warnings, Lines{warning});
-    EXPECT_EQ(load("modules: {a: {pass: pw}}\n", 0640).warnings, Lines{});
+    EXPECT_EQ(load("modules: {a: {pass: pw, hosts: any}}\n", 0644).warnings, Lines{warning});
+    EXPECT_EQ(load("modules: {a: {bmc_key: kg, hosts: any}}\n", 0604).warnings, Lines{warning});
+    EXPECT_EQ(load("modules: {a: {pass: pw, hosts: any}}\n", 0640).warnings, Lines{});
     // Nothing secret in it: nothing to hide.
     scratch.write("pw", "pw\n");
-    EXPECT_EQ(load("modules: {a: {pass_file: pw}}\n", 0644).warnings, Lines{});
-    EXPECT_EQ(load("modules: {a: {pass: \"\"}}\n", 0644).warnings, Lines{});
+    ASSERT_EQ(::chmod(scratch.file("pw").c_str(), 0640), 0);
+    EXPECT_EQ(load("modules: {a: {pass_file: pw, hosts: any}}\n", 0644).warnings, Lines{});
+    EXPECT_EQ(load("modules: {a: {pass: \"\", hosts: any}}\n", 0644).warnings, Lines{});
+}
+
+// A password file others can read draws the same warning as the configuration holding one.
+TEST_F(ExporterConfigTest, PasswordFilesOthersCanReadAreWarnedOf) {
+    scratch.write("pw", "pw\n");
+    scratch.write("kg", "kg\n");
+    ASSERT_EQ(::chmod(scratch.file("pw").c_str(), 0644), 0);
+    ASSERT_EQ(::chmod(scratch.file("kg").c_str(), 0604), 0);
+    EXPECT_EQ(
+        load("modules:\n  a:\n    pass_file: pw\n    bmc_key_file: kg\n    hosts: any\n", 0640)
+            .warnings,
+        (Lines{path(":3: modules.a.pass_file: others can read ") + scratch.file("pw") +
+                   " and the secret in it; chmod o-r " + scratch.file("pw"),
+               path(":4: modules.a.bmc_key_file: others can read ") + scratch.file("kg") +
+                   " and the secret in it; chmod o-r " + scratch.file("kg")}));
+    ASSERT_EQ(::chmod(scratch.file("pw").c_str(), 0640), 0);
+    ASSERT_EQ(::chmod(scratch.file("kg").c_str(), 0600), 0);
+    EXPECT_EQ(
+        load("modules:\n  a:\n    pass_file: pw\n    bmc_key_file: kg\n    hosts: any\n", 0640)
+            .warnings,
+        Lines{});
 }
 
 TEST_F(ExporterConfigTest, MistakesAreNamedByFileLineAndKey) {
     const std::string module = "modules:\n  default:\n    user: u\n";
+    const std::string anyHost = "    hosts: any\n";
     EXPECT_EQ(errorOf(module + "    timeout: ten\n"),
               path(":4: modules.default.timeout: \"ten\" is not a number of milliseconds"));
     EXPECT_EQ(errorOf(module + "    timeout: 0\n"),
@@ -265,14 +312,34 @@ TEST_F(ExporterConfigTest, MistakesAreNamedByFileLineAndKey) {
     EXPECT_EQ(errorOf(module + "    driver: IPMB\n"),
               path(":4: modules.default.driver: \"IPMB\" is not LAN_2_0, LAN, KCS, SSIF, "
                    "OPENIPMI, SUNBMC or INTELDCMI"));
-    EXPECT_EQ(errorOf(module + "    collectors:\n    - ipmi\n    - temperature\n"),
-              path(":6: modules.default.collectors[1]: \"temperature\" is not bmc, bmc-watchdog, "
+    EXPECT_EQ(errorOf(module + anyHost + "    collectors:\n    - ipmi\n    - temperature\n"),
+              path(":7: modules.default.collectors[1]: \"temperature\" is not bmc, bmc-watchdog, "
                    "ipmi, chassis, dcmi, sel, sel-events or sm-lan-mode"));
     EXPECT_EQ(errorOf(module + "    hosts: []\n"),
-              path(":4: modules.default.hosts: an empty list allows no target; leave hosts out to "
+              path(":4: modules.default.hosts: an empty list allows no target; say hosts: any to "
                    "allow any"));
     EXPECT_EQ(errorOf(module + "    hosts: bmc*\n"),
+              path(":4: modules.default.hosts: \"bmc*\" is neither a list of patterns nor any"));
+    EXPECT_EQ(errorOf(module + "    hosts: {a: b}\n"),
               path(":4: modules.default.hosts: is not a list"));
+    // Control characters in the file are never shown raw.
+    EXPECT_EQ(errorOf(module + "    privilege: \"\\x01\\r\\n\"\n"),
+              path(":4: modules.default.privilege: \"\\x01\\x0D\\x0A\" is not admin, operator or "
+                   "user"));
+    EXPECT_EQ(errorOf("modules:\n  \"a\\x1b[2J\":\n    timeout: x\n"),
+              path(":3: modules.a\\x1B[2J.timeout: \"x\" is not a number of milliseconds"));
+    EXPECT_EQ(errorOf(module + "    timeout: \"1\\r\\n2\"\n"),
+              path(":4: modules.default.timeout: \"1\\x0D\\x0A2\" is not a number of "
+                   "milliseconds"));
+    EXPECT_EQ(errorOf(module + anyHost + "targets:\n  limit: 0\n"),
+              path(":6: targets.limit: 0 is out of range: a number of targets from 1 to 1000000"));
+    EXPECT_EQ(errorOf(module + anyHost + "targets:\n  forget_after: soon\n"),
+              path(":6: targets.forget_after: \"soon\" is not a number of seconds"));
+    EXPECT_EQ(errorOf(module + anyHost + "targets:\n  most: 5\n"),
+              path(":6: targets.most: unknown key"));
+    EXPECT_EQ(errorOf(module), path(":2: modules.default: has no hosts: name the targets it may "
+                                    "scrape (hosts: [\"bmc-*.example\"]), or say hosts: any to "
+                                    "let it scrape any target a scrape names"));
     EXPECT_EQ(errorOf(module + "    hosts: [\"\"]\n"),
               path(":4: modules.default.hosts[0]: an empty pattern matches no target"));
     EXPECT_EQ(errorOf("modules:\n  default:\n    user: {name: u}\n"),
@@ -283,6 +350,16 @@ TEST_F(ExporterConfigTest, MistakesAreNamedByFileLineAndKey) {
               path(":1: modules: is not a mapping of keys to values"));
     EXPECT_EQ(errorOf("- modules\n"), path(":1: the file is not a mapping of keys to values"));
     EXPECT_EQ(errorOf("module:\n  default: {}\n"), path(":1: module: unknown key"));
+}
+
+TEST_F(ExporterConfigTest, TargetLimitsAreReadAndHaveDefaults) {
+    const std::string module = "modules:\n  default:\n    hosts: any\n";
+    const tool::ExporterConfig defaults = load(module);
+    EXPECT_EQ(defaults.targets.limit, 1000u);
+    EXPECT_EQ(defaults.targets.forgetAfter, std::chrono::seconds(3600));
+    const tool::ExporterConfig set = load(module + "targets:\n  limit: 5\n  forget_after: 60\n");
+    EXPECT_EQ(set.targets.limit, 5u);
+    EXPECT_EQ(set.targets.forgetAfter, std::chrono::seconds(60));
 }
 
 TEST_F(ExporterConfigTest, CredentialsIpmiHasNoRoomForAreRefused) {
@@ -356,11 +433,73 @@ TEST(ScrapeTarget, BadTargetsSayWhy) {
     EXPECT_EQ(split("[fd00::7]:x"), "target \"[fd00::7]:x\": \"x\" is not a port from 1 to 65535");
 }
 
+// The whole target is checked before it is split, and the reason shows no byte raw.
+TEST(ScrapeTarget, WholeTargetsAreCheckedAndShownEscaped) {
+    EXPECT_EQ(split(std::string("127.0.0.1\0evil:623", 18)),
+              "target \"127.0.0.1\\x00evil:623\": holds a control character");
+    EXPECT_EQ(split("bmc1\r\nX-Injected: 1"),
+              "target \"bmc1\\x0D\\x0AX-Injected: 1\": holds a control character");
+    EXPECT_EQ(split("bmc1\x7f"), "target \"bmc1\\x7F\": holds a control character");
+    EXPECT_EQ(split("b\xc3\xa9mc"),
+              "target \"b\\xC3\\xA9mc\": holds a byte beyond ASCII; give an international name "
+              "as xn--");
+    EXPECT_EQ(
+        split("admin@bmc1"),
+        "target \"admin@bmc1\": a user (USER@) has no place in a target: the module gives it");
+    EXPECT_EQ(split("http://bmc1"), "target \"http://bmc1\": is a URL; give HOST[:PORT]");
+    EXPECT_EQ(split("bmc1/metrics"),
+              "target \"bmc1/metrics\": a path has no place in a target; give HOST[:PORT]");
+    EXPECT_EQ(split("bmc1%zz"),
+              "target \"bmc1%zz\": holds \"%\", a percent encoding that is not "
+              "one (%zz) or was encoded twice");
+    EXPECT_EQ(split("bmc 1"),
+              "target \"bmc 1\": \"bmc 1\" is not a host name: labels of letters, "
+              "digits, \"-\" and \"_\", 1 to 63 bytes each, between dots");
+    EXPECT_EQ(split("bmc..example:623"),
+              "target \"bmc..example:623\": \"bmc..example\" is not a host name: labels of "
+              "letters, digits, \"-\" and \"_\", 1 to 63 bytes each, between dots");
+    EXPECT_EQ(split("-bmc"),
+              "target \"-bmc\": \"-bmc\" is not a host name: labels of letters, "
+              "digits, \"-\" and \"_\", 1 to 63 bytes each, between dots");
+    EXPECT_EQ(split(std::string(64, 'a')),
+              "target \"" + std::string(64, 'a') + "\": \"" + std::string(64, 'a') +
+                  "\" is not a host name: labels of letters, digits, \"-\" and \"_\", 1 to 63 "
+                  "bytes each, between dots");
+    EXPECT_EQ(split(std::string(300, 'a')),
+              "the target is 300 bytes long; HOST[:PORT] has at most 261");
+    EXPECT_EQ(split("999.1.1.1"), "target \"999.1.1.1\": \"999.1.1.1\" is not an IPv4 address");
+    EXPECT_EQ(split("[fd00::zz]:623"),
+              "target \"[fd00::zz]:623\": \"fd00::zz\" is not an IPv6 address");
+    EXPECT_EQ(split("[10.0.0.7]"), "target \"[10.0.0.7]\": \"10.0.0.7\" is not an IPv6 address");
+    EXPECT_EQ(split("fd00::7:x:623"),
+              "target \"fd00::7:x:623\": is not an IPv6 address; a port follows an IPv6 address "
+              "in brackets: [ADDRESS]:PORT");
+    // What is valid is spelt one way: names in lower case, addresses as inet_ntop writes them.
+    EXPECT_EQ(split("BMC1.Example."), "bmc1.example.");
+    EXPECT_EQ(split("bmc_1-a:623"), "bmc_1-a port 623");
+    EXPECT_EQ(split("[FD00:0:0::7]:623"), "fd00::7 port 623");
+    EXPECT_EQ(split("FD00:0::7"), "fd00::7");
+}
+
+std::string canonical(const std::string& target, unsigned short modulePort) {
+    return tool::canonicalTarget(tool::parseScrapeTarget(target), modulePort);
+}
+
+TEST(ScrapeTarget, EachBmcHasOneSpelling) {
+    EXPECT_EQ(canonical("BMC1", 623), "bmc1");
+    EXPECT_EQ(canonical("bmc1:623", 623), "bmc1");
+    EXPECT_EQ(canonical("bmc1:6230", 623), "bmc1:6230");
+    EXPECT_EQ(canonical("[fd00:0::7]:623", 623), "fd00::7");
+    EXPECT_EQ(canonical("[fd00::7]:6230", 623), "[fd00::7]:6230");
+    EXPECT_EQ(canonical("10.0.0.7:6230", 6230), "10.0.0.7");
+}
+
 TEST_F(ExporterConfigTest, WorkaroundFlagsTheLibraryTakesGoToTheSessionsAndAutoIsASuite) {
     const std::string known = Tolmar::WorkaroundNames().front();
     const tool::ExporterConfig config = load(
         "modules:\n"
         "  quirky:\n"
+        "    hosts: any\n"
         "    cipher_suite: auto\n"
         "    workaround_flags:\n"
         "    - discretereading\n"
@@ -373,7 +512,7 @@ TEST_F(ExporterConfigTest, WorkaroundFlagsTheLibraryTakesGoToTheSessionsAndAutoI
     EXPECT_EQ(quirky.cipherSuite, Tolmar::ConnectionSettings::AutoCipherSuite);
     EXPECT_EQ(quirky.workarounds, Lines{known});
     EXPECT_EQ(config.warnings,
-              Lines{path(":5: modules.quirky.workaround_flags[0]: \"discretereading\" is not used "
+              Lines{path(":6: modules.quirky.workaround_flags[0]: \"discretereading\" is not used "
                          "by ipmi-event-log")});
 }
 
