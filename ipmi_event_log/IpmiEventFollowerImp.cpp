@@ -30,22 +30,18 @@ constexpr unsigned char kInsufficientPrivilege = 0xD4;
 // Clears tried in one poll while records keep arriving.
 constexpr int kClearAttempts = 3;
 
-// What failed in a poll, in words; empty when nothing did. `ending` tells how the SEL's read ended;
-// `clearFailure` why a complete read's clear failed.
-std::string failureText(const PollResult& poll, const SelWalk& ending,
+// What failed in a poll, in words; empty when nothing did. `ending` tells how the SEL's read ended,
+// after `recordsRead` records; `clearFailure` why a complete read's clear failed.
+std::string failureText(const PollResult& poll, const SelWalk& ending, unsigned long recordsRead,
                         const std::string& clearFailure) {
     const CallReport& call = poll.call;
-    const std::string entries = std::to_string(call.selEntriesRead) + " SEL entries";
+    const std::string entries = std::to_string(recordsRead) + " SEL entries";
     switch (poll.result) {
         case IpmiEventLog::EL_SUCCESS:
             if (poll.complete) return clearFailure;
-            // Completion code 00h with fewer bytes than a record, which the client counted as
-            // an entry read.
-            if (ending.end == SelWalk::End::Refused && ending.completionCode == kCompletionOk) {
-                const unsigned long read = call.selEntriesRead - (call.selEntriesRead > 0);
-                return "the BMC answered Get SEL Entry short after " + std::to_string(read) +
-                       " SEL entries";
-            }
+            // Completion code 00h with fewer bytes than a record.
+            if (ending.end == SelWalk::End::Refused && ending.completionCode == kCompletionOk)
+                return "the BMC answered Get SEL Entry short after " + entries;
             if (ending.end == SelWalk::End::Refused) {
                 return "the BMC answered Get SEL Entry with " +
                        ipmiCompletionCodeText(ending.completionCode) + " after " + entries;
@@ -108,28 +104,31 @@ PollResult IpmiEventFollowerImp::Poll(std::vector<TolmarAgentless::IPMIEVENT>* e
     FollowerState next = state_;
     EventLogData data;
     SelWalk ending;
+    unsigned long recordsRead = 0;
     std::string clearFailure;
     const bool decoding = events != nullptr;
     const auto read = [&](IpmiClient& client) {
+        SelChain walks(client);
         try {
-            readSelChanges(client, next, data.sel, poll, ending);
+            readSelChanges(client, walks, next, data.sel, poll, ending);
             // Records only skipped were never shown: they are not cleared away.
             if (decoding && poll.complete && clearAtPercent_ != 0 &&
                 poll.sel.FullTo(clearAtPercent_))
-                clearReadSel(client, next, data.sel, poll, ending, clearFailure);
+                clearReadSel(client, walks, next, data.sel, poll, ending, clearFailure);
             if (decoding && !data.sel.empty())
                 readRenderingData(client, next, data, poll.restarted);
         } catch (const IpmiException&) {
             poll.complete = false;
             ending.end = SelWalk::End::Unanswered;
         }
+        recordsRead = walks.recordsRead();
         return static_cast<int>(IpmiEventLog::EL_SUCCESS);
     };
     ClientSession session(target_, settings_);
     // As for the whole log: 6 for an IpmiException while connecting.
     poll.result = session.run(read, {IpmiEventLog::EL_INTERNAL_FAIL, IpmiEventLog::EL_SUCCESS});
     poll.call = session.report();
-    poll.failure = failureText(poll, ending, clearFailure);
+    poll.failure = failureText(poll, ending, recordsRead, clearFailure);
     if (poll.result != IpmiEventLog::EL_SUCCESS) return poll;
     state_ = std::move(next);
     poll.entriesRead = data.sel.size();
@@ -148,10 +147,9 @@ PollResult IpmiEventFollowerImp::Poll(std::vector<TolmarAgentless::IPMIEVENT>* e
     return poll;
 }
 
-void IpmiEventFollowerImp::readSelChanges(IpmiClient& client, FollowerState& state,
+void IpmiEventFollowerImp::readSelChanges(IpmiClient& client, SelChain& walks, FollowerState& state,
                                           std::vector<RawSelEntry>& records, PollResult& poll,
                                           SelWalk& ending) {
-    SelChain walks(client);
     RepositoryStamps selNow;
     SelSpace space;
     const bool stamped = RepositoryInfo(client).sel(selNow, space);
@@ -177,7 +175,7 @@ void IpmiEventFollowerImp::readSelChanges(IpmiClient& client, FollowerState& sta
     if (stamped && read.settled) state.sel = selNow;
 }
 
-void IpmiEventFollowerImp::clearReadSel(IpmiClient& client, FollowerState& state,
+void IpmiEventFollowerImp::clearReadSel(IpmiClient& client, SelChain& walks, FollowerState& state,
                                         std::vector<RawSelEntry>& records, PollResult& poll,
                                         SelWalk& ending, std::string& failure) {
     IpmiEventOperations events(client);
@@ -189,7 +187,7 @@ void IpmiEventFollowerImp::clearReadSel(IpmiClient& client, FollowerState& state
             failure = reservationFailureText(reserved);
             return;
         }
-        readSelChanges(client, state, records, poll, ending);
+        readSelChanges(client, walks, state, records, poll, ending);
         if (!poll.complete) return;
         const CommandResponse answer = events.clearSel(reserved.data[0], reserved.data[1]);
         if (answer.status != 0) answer.raise();

@@ -31,14 +31,14 @@ public:
     bool loadStateText(const std::string& text, std::string& error);
 
 private:
-    // Reads, in the open session, the SEL records added since `state` into `records`, and moves
-    // `state` on; notes in `poll` how the read went and how full the SEL is, in `ending` how the
-    // SEL's read ended.
-    static void readSelChanges(IpmiClient& client, FollowerState& state,
+    // Reads, in the open session, with `walks`, the SEL records added since `state` into
+    // `records`, and moves `state` on; notes in `poll` how the read went and how full the SEL is,
+    // in `ending` how the SEL's read ended.
+    static void readSelChanges(IpmiClient& client, SelChain& walks, FollowerState& state,
                                std::vector<RawSelEntry>& records, PollResult& poll,
                                SelWalk& ending);
     // Clears the SEL once every record in it is in `records`; says in `failure` why it could not.
-    static void clearReadSel(IpmiClient& client, FollowerState& state,
+    static void clearReadSel(IpmiClient& client, SelChain& walks, FollowerState& state,
                              std::vector<RawSelEntry>& records, PollResult& poll, SelWalk& ending,
                              std::string& failure);
     // What the records read are rendered with, into `data`.

@@ -62,6 +62,7 @@ bool SelChain::fetch(unsigned long recordId, std::vector<RawSelEntry>& entries, 
     RawSelEntry entry{};
     entry.setValues(response.data);
     entries.push_back(entry);
+    ++recordsRead_;
     return true;
 }
 

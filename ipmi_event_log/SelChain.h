@@ -36,6 +36,8 @@ public:
     // Get SEL Entry for the one record `recordId` (FFFFh: the SEL's last), appended to `entries`:
     // Stopped when it came, or how the read failed, as for a walk.
     SelWalk readRecord(unsigned long recordId, std::vector<RawSelEntry>& entries);
+    // The records this chain's walks and reads have brought so far.
+    unsigned long recordsRead() const { return recordsRead_; }
 
 private:
     // One Get SEL Entry: appends the record and sets `next` to its next-record ID; false, with the
@@ -44,6 +46,7 @@ private:
                SelWalk& walk);
 
     IpmiEventOperations events_;
+    unsigned long recordsRead_ = 0;
 };
 
 }  // namespace Tolmar

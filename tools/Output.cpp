@@ -7,6 +7,7 @@
 
 #include "HexBytes.h"
 #include "Journal.h"
+#include "Printable.h"
 
 namespace tool {
 
@@ -112,19 +113,14 @@ const char* severityWord(int severity) {
 }
 
 std::string displayText(const std::string& text) {
-    std::string out;
-    for (unsigned char c : text) {
-        if (c == '\\') {
-            out += "\\\\";
-        } else if (c < 0x20 || c > 0x7E) {
-            char escaped[5];
-            std::snprintf(escaped, sizeof escaped, "\\x%02X", c);
-            out += escaped;
-        } else {
-            out += static_cast<char>(c);
-        }
+    // Backslashes doubled first, so that the escapes printable() writes cannot be forged.
+    std::string doubled;
+    doubled.reserve(text.size());
+    for (const char c : text) {
+        if (c == '\\') doubled += c;
+        doubled += c;
     }
-    return out;
+    return printable(doubled);
 }
 
 std::string jsonString(const std::string& text) {

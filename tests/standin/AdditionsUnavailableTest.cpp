@@ -85,4 +85,16 @@ TEST_F(AdditionsUnavailableTest, AFollowerReadsWithoutSettingsAndRefusesThoseItC
     EXPECT_EQ(events.size(), 3u);
 }
 
+TEST_F(AdditionsUnavailableTest, AFollowersFailureCountsTheRecordsItReadItself) {
+    // Get SEL Info, the first record, then the second refused.
+    bench.injectFault(3, sim::Fault::completion(0xC0));
+    std::vector<Tolmar::TolmarAgentless::IPMIEVENT> events;
+    Tolmar::IpmiEventFollower follower(sim::lanConnection());
+    const Tolmar::PollResult poll = follower.Poll(events);
+    EXPECT_FALSE(poll.complete);
+    EXPECT_EQ(poll.failure,
+              "the BMC answered Get SEL Entry with C0h (node busy) after 1 SEL entries");
+    EXPECT_EQ(events.size(), 1u);
+}
+
 }  // namespace
