@@ -6,6 +6,7 @@
 #include <freeipmi/freeipmi.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <iterator>
@@ -214,6 +215,12 @@ void traceAnswer(const std::string& target, unsigned char netFn, unsigned char c
         << ") data [" << hexText(answer.data() + 1, answer.size() - 1) << "]";
 }
 
+std::string secondsText(std::chrono::milliseconds duration) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f s", static_cast<double>(duration.count()) / 1000.0);
+    return text;
+}
+
 bool isPortText(const std::string& port) {
     if (port.empty() || port.size() > 5) return false;
     for (char c : port) {
@@ -237,8 +244,9 @@ struct IpmiClient::Session {
     std::unique_ptr<RmcpPlusSession> rmcpPlus;  // an open LAN session, or null
     ipmi_ctx_t context = nullptr;               // an open in-band interface, or null
     std::string inbandUnanswered = {};  // why a request of `context` went unanswered, once one did
-    SdrRecordReads sdrReads = {};       // SDR records read whole from BMCs that answer short
-    IpmiSessionFacts facts = {};        // what opening the LAN session learnt of the BMC
+    std::chrono::milliseconds inbandTimeout{0};  // how long an answer of `context` may take
+    SdrRecordReads sdrReads = {};  // SDR records read whole from BMCs that answer short
+    IpmiSessionFacts facts = {};   // what opening the LAN session learnt of the BMC
 
     bool choosesCipherSuite() const { return cipherSuite == kChooseCipherSuite; }
 
@@ -280,6 +288,10 @@ struct IpmiClient::Session {
     bool exchange(unsigned char netFn, unsigned char command, const Bytes& data, Bytes& answer);
     // The same without the trace, by the open transport.
     bool transfer(unsigned char netFn, unsigned char command, const Bytes& data, Bytes& answer);
+    // Why an in-band answer with `completionCode`, which took `took`, was made up in place of
+    // one the BMC did not give; empty for the BMC's own answer.
+    std::string madeUpInbandAnswer(unsigned char completionCode,
+                                   std::chrono::milliseconds took) const;
     std::string lastFailure() const;
     void close();
     ~Session() {
@@ -525,7 +537,10 @@ int IpmiClient::Session::openInband() {
     ipmi_driver_type_t driver = IPMI_DEVICE_UNKNOWN;
     const int found = ipmi_ctx_find_inband(context, &driver, 0, 0, 0, nullptr,
                                            IPMI_WORKAROUND_FLAGS_DEFAULT, IPMI_FLAGS_DEFAULT);
-    if (found == 1) return kConnected;
+    if (found == 1) {
+        inbandTimeout = effectiveSettings(settings).sessionTimeout;
+        return kConnected;
+    }
     const std::string reason =
         found == 0 ? "none was found" : std::string(ipmi_ctx_errormsg(context));
     ipmi_ctx_destroy(context);
@@ -576,6 +591,7 @@ bool IpmiClient::Session::transfer(unsigned char netFn, unsigned char command, c
     raw.insert(raw.end(), data.begin(), data.end());
     unsigned char response[kInbandResponseCapacity];
     constexpr unsigned char lun = 0;
+    const auto sent = std::chrono::steady_clock::now();
     const int length = ipmi_cmd_raw(context, lun, netFn, raw.data(),
                                     static_cast<unsigned>(raw.size()), response, sizeof response);
     if (length < 2) {
@@ -583,19 +599,33 @@ bool IpmiClient::Session::transfer(unsigned char netFn, unsigned char command, c
             inbandUnanswered = ipmi_ctx_errormsg(context);
         return false;
     }
-    // A BMC that stopped answering shows in band as an answer made up on its behalf: C3h from
-    // the kernel's message handler when its time-out passed, D2h from QEMU's external BMC device
-    // while its BMC is disconnected. Neither comes from the BMC.
-    const unsigned char completionCode = response[1];
-    if (completionCode == kTimedOut || completionCode == kNotReady) {
-        char code[8];
-        std::snprintf(code, sizeof code, "%02Xh", unsigned{completionCode});
-        inbandUnanswered = "no answer from the BMC (completion code " + std::string(code) + ", " +
-                           ipmiCompletionCodeName(completionCode) + ")";
-        return false;
-    }
+    const auto took = std::chrono::duration_cast<std::chrono::milliseconds>(
+        std::chrono::steady_clock::now() - sent);
+    inbandUnanswered = madeUpInbandAnswer(response[1], took);
+    if (!inbandUnanswered.empty()) return false;
     answer.assign(response + 1, response + length);
     return true;
+}
+
+std::string IpmiClient::Session::madeUpInbandAnswer(unsigned char completionCode,
+                                                    std::chrono::milliseconds took) const {
+    // Answers made up on behalf of a BMC that stopped answering: C3h from QEMU's external BMC
+    // device when its BMC let 4 s pass, D2h from the same device while its BMC is disconnected.
+    if (completionCode == kTimedOut || completionCode == kNotReady) {
+        return "no answer from the BMC (completion code " + ipmiCompletionCodeText(completionCode) +
+               " made up in its place)";
+    }
+    // Linux's KCS driver gives up on an interface whose BMC stopped moving only after its own
+    // time-outs (5 s per wait, retried ten times), and answers FFh ("hosed") for it. A BMC's own
+    // error answers come at once: one that came after the whole session timeout is the driver's,
+    // and waiting for it again on each later request would multiply the hang.
+    constexpr unsigned char completionOk = 0x00;
+    if (completionCode != completionOk && took >= inbandTimeout) {
+        return "no answer from the BMC within " + secondsText(inbandTimeout) +
+               " (the driver answered " + ipmiCompletionCodeText(completionCode) + " after " +
+               secondsText(took) + ")";
+    }
+    return "";
 }
 
 std::string IpmiClient::Session::lastFailure() const {

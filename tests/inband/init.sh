@@ -24,22 +24,30 @@ while [ ! -e /dev/ipmi0 ] && [ "$waited" -lt 200 ]; do
 done
 echo "@@log /dev/ipmi0 $([ -e /dev/ipmi0 ] && echo present || echo missing) after $waited tenths" >&3
 
-# The KCS interface's count of completed transactions (requests answered), kept by ipmi_si.
+# The KCS interface's count of completed transactions (requests answered), kept by ipmi_si, and
+# beside it the count of times the driver gave up on an interface that stopped moving ("hosed"),
+# answering FFh in the BMC's place.
 transactions=$(find /sys/devices -name complete_transactions | head -n 1)
+hosed=${transactions%/*}/hosed_count
 echo "@@log transactions counted in ${transactions:-nothing}" >&3
 
 uptime() { cut -d ' ' -f 1 /proc/uptime; }
+# seconds FROM TO: the time between two uptimes, in seconds.
+seconds() { echo "$1 $2" | awk '{ printf "%.2f", $2 - $1 }'; }
 echo "@@log booted in $(uptime) s" >&3
 
 # run NAME COMMAND [ARGS...]: "@@start NAME" as it starts, "@@transactions NAME N" every 20 ms while
-# it runs (N transactions completed since it started), then "@@result NAME STATUS OUT ERR" followed
-# by OUT bytes of output and ERR bytes of error output, and "@@log NAME took S s".
+# it runs (N transactions completed since it started), "@@log NAME hosed after S s" the first time
+# the driver gives up on the interface, then "@@result NAME STATUS OUT ERR" followed by OUT bytes of
+# output and ERR bytes of error output, and "@@log NAME took S s".
 run() {
     name=$1
     shift
     echo "@@start $name" >&3
     started=$(uptime)
     read -r before <"$transactions"
+    read -r hosedBefore <"$hosed"
+    saidHosed=
     # The command's end is marked by a file: its status and when it ended.
     rm -f /tmp/ended
     (
@@ -50,6 +58,11 @@ run() {
     while [ ! -e /tmp/ended ]; do
         read -r now <"$transactions"
         echo "@@transactions $name $((now - before))" >&3
+        read -r hosedNow <"$hosed"
+        if [ -z "$saidHosed" ] && [ "$hosedNow" != "$hosedBefore" ]; then
+            saidHosed=yes
+            echo "@@log $name hosed after $(seconds "$started" "$(uptime)") s" >&3
+        fi
         sleep 0.02
     done
     wait
@@ -57,7 +70,7 @@ run() {
     echo "@@result $name $status $(($(wc -c </tmp/out))) $(($(wc -c </tmp/err)))" >&3
     cat /tmp/out /tmp/err >&3
     # A new line first: the output may not end with one.
-    printf '\n@@log %s took %s s\n' "$name" "$(echo "$ended $started" | awk '{ printf "%.2f", $1 - $2 }')" >&3
+    printf '\n@@log %s took %s s\n' "$name" "$(seconds "$started" "$ended")" >&3
 }
 
 . /commands

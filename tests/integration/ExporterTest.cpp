@@ -4,17 +4,23 @@
 #include <gtest/gtest.h>
 
 #include <arpa/inet.h>
+#include <linux/sockios.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <memory>
 #include <thread>
 
 #include "LanFixture.h"
+#include "Loopback.h"
 #include "LossyLink.h"
 #include "ScopedEnvironment.h"
 #include "ServerProcess.h"
@@ -64,7 +70,22 @@ public:
     // Stops it; its exit status (-1 when a signal ended it).
     int stop() { return server_->stop(); }
     const std::string& listen() const { return server_->address(); }
+    unsigned short port() const {
+        return static_cast<unsigned short>(std::stoi(listen().substr(listen().rfind(':') + 1)));
+    }
+    pid_t pid() const { return server_->pid(); }
     void signal(int number) const { kill(server_->pid(), number); }
+    // A TCP connection to it, or -1.
+    int connect() const {
+        const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        const sockaddr_in address = bmcsim::loopbackAddress(port());
+        if (fd >= 0 &&
+            ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+            close(fd);
+            return -1;
+        }
+        return fd;
+    }
 
 private:
     const bmcsim::ScratchDirectory& scratch_;
@@ -336,17 +357,10 @@ TEST_F(ExporterTest,
     const std::string path = "/ipmi?target=" + targetOf(*bmc);
     EXPECT_EQ(seriesValue(exporter.get(path).out, "ipmi_up{collector=\"sel\"}"), "1");
     // Fifty connections that send nothing.
-    const std::size_t colon = exporter.listen().rfind(':');
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port =
-        htons(static_cast<std::uint16_t>(std::stoi(exporter.listen().substr(colon + 1))));
-    inet_pton(AF_INET, "127.0.0.1", &address.sin_addr);
     std::vector<int> idle;
     for (int i = 0; i < 50; ++i) {
-        const int fd = socket(AF_INET, SOCK_STREAM, 0);
-        ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        idle.push_back(fd);
+        idle.push_back(exporter.connect());
+        ASSERT_GE(idle.back(), 0);
     }
     // A scrape is answered while they are all still open: it did not wait for the server to give
     // up on them (after its read timeout of 5 s), which would have closed them first.
@@ -402,21 +416,75 @@ TEST_F(ExporterTest, TlsAndBasicAuthenticationGuardEveryScrape) {
     EXPECT_EQ(exporter.stop(), 0);
 }
 
+// A GET of `path` sent whole on a connection of its own; its answer read to the end.
+class SentScrape {
+public:
+    SentScrape(const Exporter& exporter, const std::string& path) : fd_(exporter.connect()) {
+        const std::string request =
+            "GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1\r\nConnection: close\r\n\r\n";
+        sent_ = fd_ >= 0 && send(fd_, request.data(), request.size(), MSG_NOSIGNAL) ==
+                                static_cast<ssize_t>(request.size());
+    }
+    ~SentScrape() {
+        if (fd_ >= 0) close(fd_);
+    }
+    SentScrape(const SentScrape&) = delete;
+    SentScrape& operator=(const SentScrape&) = delete;
+
+    // Whether the request left: nothing of it waits in this side's send queue.
+    bool delivered() const {
+        int unsent = 0;
+        return sent_ && ioctl(fd_, SIOCOUTQ, &unsent) == 0 && unsent == 0;
+    }
+    // The whole answer, head and body, once the server closes the connection.
+    std::string answer() const {
+        std::string text;
+        char buffer[4096];
+        for (ssize_t got; (got = recv(fd_, buffer, sizeof buffer, 0)) > 0;)
+            text.append(buffer, static_cast<std::size_t>(got));
+        return text;
+    }
+
+private:
+    int fd_;
+    bool sent_ = false;
+};
+
 TEST_F(ExporterTest, ScrapesOfOneTargetThatComeTogetherShareOnePoll) {
-    // 5 ms each way on every datagram: a first poll (every record, sensor and filter) of a second.
-    bmcsim::LossyLink link(bmc->port(), 0.0, std::chrono::milliseconds(5));
+    // The BMC's first answer is held until the exporter has read all four scrapes: they all come
+    // while the poll they start is under way.
+    std::atomic<const Exporter*> exporterOf{nullptr};
+    std::atomic<bool> allDelivered{false};
+    std::atomic<bool> gateOpen{false};
+    const auto allFourRead = [&] {
+        return allDelivered && bmcsim::connectionsReadThrough(exporterOf.load()->pid(),
+                                                              exporterOf.load()->port()) == 4;
+    };
+    bmcsim::LinkFaults faults;
+    faults.answerDelay = [&](const std::vector<unsigned char>&) {
+        if (!gateOpen) gateOpen = bmcsim::waitUntil(allFourRead, std::chrono::seconds(60));
+        return std::optional<std::chrono::microseconds>(0);
+    };
+    bmcsim::LossyLink link(bmc->port(), faults);
     Exporter exporter({"-H", targetOf(*bmc), "--interval", "3600"}, scratch);
+    exporterOf = &exporter;
     const std::string path = "/ipmi?target=127.0.0.1:" + std::to_string(link.port());
-    std::vector<std::thread> scrapes;
-    std::vector<std::string> answers(4);
-    for (std::size_t i = 0; i < answers.size(); ++i)
-        scrapes.emplace_back([&, i] { answers[i] = exporter.get(path).out; });
-    for (std::thread& scrape : scrapes) scrape.join();
-    for (const std::string& answer : answers) {
+    std::vector<std::unique_ptr<SentScrape>> scrapes;
+    for (int i = 0; i < 4; ++i) scrapes.push_back(std::make_unique<SentScrape>(exporter, path));
+    allDelivered = bmcsim::waitUntil(
+        [&] {
+            return std::all_of(scrapes.begin(), scrapes.end(),
+                               [](const auto& scrape) { return scrape->delivered(); });
+        },
+        std::chrono::seconds(60));
+    ASSERT_TRUE(allDelivered);
+    for (const auto& scrape : scrapes) {
+        const std::string answer = scrape->answer();
         EXPECT_EQ(seriesValue(answer, "ipmi_up{collector=\"sel\"}"), "1") << answer;
         EXPECT_EQ(seriesValue(answer, "ipmi_event_log_polls_total"), "1") << answer;
         EXPECT_EQ(seriesValue(answer, "ipmi_event_log_sel_entries_read_total"), "35");
     }
+    EXPECT_TRUE(gateOpen);
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace bmcsim {
 
@@ -57,13 +58,22 @@ unsigned short freeLoopbackPort(int type) {
     return port;
 }
 
-bool holdsLoopbackPort(pid_t pid, int type, unsigned short port) {
-    // The sockets of that address, as the kernel lists them: "sl local remote st queues timer
-    // retransmits uid timeout inode ...", addresses in hexadecimal; 0A is TCP's LISTEN state.
+namespace {
+
+// A socket of 127.0.0.1 as the kernel lists it in /proc/net/tcp or /proc/net/udp.
+struct ListedSocket {
+    std::string state;       // TCP's: 01 established, 0A listening
+    unsigned long received;  // bytes in its receive queue, not yet read
+    std::string node;        // "socket:[INODE]", as a process's descriptor links to it
+};
+
+// The sockets of `type` bound to 127.0.0.1:`port`. Each line: "sl local remote st
+// tx_queue:rx_queue timer retransmits uid timeout inode ...", addresses in hexadecimal.
+std::vector<ListedSocket> socketsOf(int type, unsigned short port) {
     char local[16];
     std::snprintf(local, sizeof local, "0100007F:%04X", port);
     std::ifstream table(type == SOCK_STREAM ? "/proc/net/tcp" : "/proc/net/udp");
-    std::set<std::string> sockets;
+    std::vector<ListedSocket> sockets;
     std::string line;
     std::getline(table, line);  // the header
     while (std::getline(table, line)) {
@@ -71,18 +81,44 @@ bool holdsLoopbackPort(pid_t pid, int type, unsigned short port) {
         std::string slot, address, remote, state, queues, timer, retransmits, uid, timeout, inode;
         fields >> slot >> address >> remote >> state >> queues >> timer >> retransmits >> uid >>
             timeout >> inode;
-        if (address == local && (type != SOCK_STREAM || state == "0A"))
-            sockets.insert("socket:[" + inode + "]");
+        if (address != local) continue;
+        const std::size_t colon = queues.find(':');
+        const unsigned long received =
+            colon == std::string::npos ? 0 : std::stoul(queues.substr(colon + 1), nullptr, 16);
+        sockets.push_back({state, received, "socket:[" + inode + "]"});
     }
-    // Whether one of them is among the process's descriptors; none when it is gone.
+    return sockets;
+}
+
+// The sockets among process `pid`'s descriptors; none when it is gone.
+std::set<std::string> socketsHeldBy(pid_t pid) {
+    std::set<std::string> held;
     std::error_code gone;
     for (const auto& entry :
          std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd", gone)) {
         std::error_code closed;
-        if (sockets.count(std::filesystem::read_symlink(entry.path(), closed).string()) != 0)
+        held.insert(std::filesystem::read_symlink(entry.path(), closed).string());
+    }
+    return held;
+}
+
+}  // namespace
+
+bool holdsLoopbackPort(pid_t pid, int type, unsigned short port) {
+    const std::set<std::string> held = socketsHeldBy(pid);
+    for (const ListedSocket& socket : socketsOf(type, port)) {
+        if ((type != SOCK_STREAM || socket.state == "0A") && held.count(socket.node) != 0)
             return true;
     }
     return false;
+}
+
+unsigned long connectionsReadThrough(pid_t pid, unsigned short port) {
+    const std::set<std::string> held = socketsHeldBy(pid);
+    unsigned long read = 0;
+    for (const ListedSocket& socket : socketsOf(SOCK_STREAM, port))
+        read += socket.state == "01" && socket.received == 0 && held.count(socket.node) != 0;
+    return read;
 }
 
 }  // namespace bmcsim

@@ -20,5 +20,8 @@ unsigned short freeLoopbackPort(int type);
 // Whether process `pid` has a socket of `type` bound to 127.0.0.1:`port`, listening for
 // SOCK_STREAM; found in /proc without touching the port.
 bool holdsLoopbackPort(pid_t pid, int type, unsigned short port);
+// How many TCP connections process `pid` accepted on 127.0.0.1:`port` have nothing left in their
+// receive queues: what their clients sent and the kernel delivered, the process has read.
+unsigned long connectionsReadThrough(pid_t pid, unsigned short port);
 
 }  // namespace bmcsim
