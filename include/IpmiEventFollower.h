@@ -17,6 +17,7 @@
 
 #include "IpmiConnectionSettings.h"
 #include "IpmiEventLog.h"
+#include "IpmiSelDecoding.h"
 
 namespace Tolmar {
 
@@ -58,6 +59,24 @@ struct PollResult {
     CallReport call;  ///< what the poll's session met
 };
 
+/// How a follower words the events it reads (FollowedEvent::event).
+enum class EventRendering {
+    /// What the record's bytes mean in IPMI v2.0 (DecodedSelRecord): the time stamp as
+    /// "YYYY-MM-DD hh:mm:ss UTC", "PreInit +Ns" or "Unspecified"; the source and description of
+    /// DecodedSelRecord; severity and auxiliary details from the matching PEF filter and auxiliary
+    /// log for system events, none for OEM records, which no filter is about.
+    Ipmi,
+    /// Exactly as IpmiEventLog::GetAllIpmiEventLog words them.
+    Described
+};
+
+/// One new SEL record of a poll, three ways.
+struct FollowedEvent {
+    IPMISELENTRY entry{};              ///< as the BMC gave it
+    DecodedSelRecord record;           ///< what its bytes mean in IPMI v2.0
+    TolmarAgentless::IPMIEVENT event;  ///< in the follower's rendering (SetRendering)
+};
+
 /// The new events of one BMC, poll after poll. Movable, not copyable.
 class IpmiEventFollower {
 public:
@@ -74,6 +93,10 @@ public:
     /// One poll, in one session: appends to @p events the decoded events of the SEL records added
     /// since the last poll, in SEL order (at the first poll, every record's).
     PollResult Poll(std::vector<TolmarAgentless::IPMIEVENT>& events);
+    /// The same poll, giving each new record with what it means in IPMI v2.0 (decoded against
+    /// the whole SDR repository, read again when it changed) and its event in the follower's
+    /// rendering.
+    PollResult Poll(std::vector<FollowedEvent>& events);
     /// A poll that takes every record there is as emitted, without decoding it: the next poll
     /// brings only what is added after it (a first start without the backlog).
     PollResult SkipToEnd();
@@ -94,6 +117,9 @@ public:
     /// The settings of the polls from now on, in place of those it was made with: a shorter
     /// session timeout for a poll that must end sooner, a configuration read again.
     void SetSettings(const ConnectionSettings& settings);
+    /// How Poll(std::vector<FollowedEvent>&) words events from now on; EventRendering::Ipmi until
+    /// told otherwise. Poll(std::vector<IPMIEVENT>&) always words them as IpmiEventLog does.
+    void SetRendering(EventRendering rendering);
 
     /// Writes the state to @p path (replacing the file in one piece). False, with the reason in
     /// @p error, when it cannot.

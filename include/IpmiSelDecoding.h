@@ -83,9 +83,20 @@ struct DecodedSelRecord {
     /// Timestamped OEM: bytes 10-15; non-timestamped OEM and unknown types: bytes 3-15.
     std::vector<std::uint8_t> oemData;
 
-    /// One line for a person, like ipmi-sel's, from the fields above.
+    /// What the record comes from, for a person: the sensor's type and name ("Voltage SYS_12V",
+    /// or "Voltage #0x30" without an SDR), "OEM record DFh", "Unknown record type 05h".
+    std::string source;
+    /// What happened, for a person: the offset's text, assertion and details of a system event
+    /// ("Upper Critical going high | Asserted | Trigger reading = 10.16 Volts ; ..."); the
+    /// manufacturer and OEM bytes of an OEM record.
+    std::string description;
+    /// One line for a person, like ipmi-sel's: the time stamp (UTC), source and description.
     std::string message;
 };
+
+/// A record's time stamp for a person: "2022-12-14 13:40:44 UTC", "PreInit +256s" (seconds after
+/// the BMC's initialisation) or "Unspecified".
+std::string selTimeText(const DecodedSelRecord& record);
 
 /// Decodes SEL records against one BMC's SDR repository.
 class SelDecoder {

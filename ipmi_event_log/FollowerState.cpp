@@ -11,13 +11,18 @@
 #include <sstream>
 
 #include "HexText.h"
+#include "SdrRepositoryRead.h"
 
 namespace Tolmar {
 
 namespace {
 
-const char* const kHeader = "ipmi-event-log follower state 2";
+const char* const kHeader = "ipmi-event-log follower state 3";
+// Version 2 kept the sensor records as the renderer does, not whole: such a state is taken, and its
+// repository read again at the next poll.
+const char* const kHeaderKeepingSensors = "ipmi-event-log follower state 2";
 static_assert(sizeof(RawSDR) == RawSDR::size, "RawSDR is a byte image");
+constexpr std::size_t kLongestSdr = 5 + 255;
 constexpr std::size_t kMostRecords = 65536;  // record IDs are 16 bits
 
 // FNV-1a, 64 bits: enough to tell a damaged or cut file from a whole one.
@@ -62,6 +67,25 @@ bool recordOf(std::istringstream& fields, Record& record) {
                         sizeof record);
 }
 
+// The rest of a line "record HEX": one whole SDR, its header and as many bytes as it says.
+bool sdrOf(std::istringstream& fields, std::vector<std::vector<std::uint8_t>>& sdrs) {
+    constexpr std::size_t headerLength = 5;
+    constexpr std::size_t lengthPosition = 4;
+    std::string hex;
+    std::string rest;
+    if (!(fields >> hex) || fields >> rest || hex.size() % 2 != 0 ||
+        hex.size() / 2 < headerLength || hex.size() / 2 > kLongestSdr) {
+        return false;
+    }
+    std::vector<std::uint8_t> record(hex.size() / 2);
+    if (!bytesFromHex(hex, HexCase::Lower, record.data(), record.size()) ||
+        record.size() > headerLength + record[lengthPosition]) {
+        return false;
+    }
+    sdrs.push_back(std::move(record));
+    return true;
+}
+
 }  // namespace
 
 std::string FollowerState::text() const {
@@ -76,8 +100,8 @@ std::string FollowerState::text() const {
         out << "last " << hexOf(reinterpret_cast<const unsigned char*>(&record), sizeof record)
             << "\n";
     if (sdr) out << "sdr " << stampsText(*sdr) << "\n";
-    for (const RawSDR& sensor : sensors)
-        out << "sensor " << hexOf(sensor.bytes, RawSDR::size) << "\n";
+    for (const std::vector<std::uint8_t>& record : sdrs)
+        out << "record " << hexOf(record.data(), record.size()) << "\n";
     for (const RawPETEntry& filter : filters) {
         out << "filter " << hexOf(reinterpret_cast<const unsigned char*>(&filter), sizeof filter)
             << "\n";
@@ -94,7 +118,9 @@ std::string FollowerState::text() const {
 bool FollowerState::fromText(const std::string& text, FollowerState& state, std::string& error) {
     std::istringstream lines(text);
     std::string line;
-    if (!std::getline(lines, line) || line != kHeader) {
+    const bool headed = static_cast<bool>(std::getline(lines, line));
+    const bool keepsSensors = headed && line == kHeaderKeepingSensors;
+    if (!headed || (line != kHeader && !keepsSensors)) {
         error = "not a follower state of this version (its first line is not \"" +
                 std::string(kHeader) + "\")";
         return false;
@@ -121,6 +147,8 @@ bool FollowerState::fromText(const std::string& text, FollowerState& state, std:
                 error = "the file names no BMC";
                 return false;
             }
+            if (keepsSensors) read.sdr.reset();
+            if (!keepsSensors) read.sensors = sensorImagesOf(read.sdrs);
             state = std::move(read);
             return true;
         }
@@ -138,9 +166,11 @@ bool FollowerState::fromText(const std::string& text, FollowerState& state, std:
         } else if (key == "last" && read.recent.size() < kRemembered) {
             read.recent.emplace_back();
             fits = recordOf(fields, read.recent.back());
-        } else if (key == "sensor" && read.sensors.size() < kMostRecords) {
+        } else if (key == "sensor" && keepsSensors && read.sensors.size() < kMostRecords) {
             read.sensors.emplace_back();
             fits = recordOf(fields, read.sensors.back());
+        } else if (key == "record" && !keepsSensors && read.sdrs.size() < kMostRecords) {
+            fits = sdrOf(fields, read.sdrs);
         } else if (key == "filter" && read.filters.size() < kMostRecords) {
             read.filters.emplace_back();
             fits = recordOf(fields, read.filters.back());

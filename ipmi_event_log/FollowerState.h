@@ -4,6 +4,7 @@
 // loading.
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,12 +26,13 @@ struct FollowerState {
     // how records emitted before are told from new ones once some of them are gone.
     std::vector<RawSelEntry> recent;
     std::optional<RawSelEntry> first;     // the SEL's first record, when it was last read whole
-    std::optional<RepositoryStamps> sdr;  // when `sensors` were read
-    std::vector<RawSDR> sensors;
+    std::optional<RepositoryStamps> sdr;  // when `sdrs` were read, whole
+    std::vector<std::vector<std::uint8_t>> sdrs;  // the SDR repository's records
+    std::vector<RawSDR> sensors;                  // its sensor records, as the renderer keeps them
     std::vector<RawPETEntry> filters;
     std::vector<s_AuxLog_entry> auxiliary;  // the auxiliary log's entries, as read
 
-    // The file's text.
+    // The file's text; `sensors` are not in it, being made of `sdrs`.
     std::string text() const;
     // The state a file's text holds. False, with the reason in `error`, for a text that is not a
     // complete state of this version; `state` is then left as it was.

@@ -32,13 +32,23 @@ IpmiEventFollower::IpmiEventFollower(IpmiEventFollower&& other) noexcept = defau
 IpmiEventFollower& IpmiEventFollower::operator=(IpmiEventFollower&& other) noexcept = default;
 
 PollResult IpmiEventFollower::Poll(std::vector<TolmarAgentless::IPMIEVENT>& events) {
-    return imp_->Poll(&events);
+    IpmiEventFollowerImp::Outputs outputs;
+    outputs.events = &events;
+    return imp_->Poll(outputs);
 }
 
-PollResult IpmiEventFollower::SkipToEnd() { return imp_->Poll(nullptr); }
+PollResult IpmiEventFollower::Poll(std::vector<FollowedEvent>& events) {
+    IpmiEventFollowerImp::Outputs outputs;
+    outputs.followed = &events;
+    return imp_->Poll(outputs);
+}
+
+PollResult IpmiEventFollower::SkipToEnd() { return imp_->Poll({}); }
 
 PollResult IpmiEventFollower::PollRaw(std::vector<IPMISELENTRY>& entries) {
-    return imp_->Poll(nullptr, &entries);
+    IpmiEventFollowerImp::Outputs outputs;
+    outputs.entries = &entries;
+    return imp_->Poll(outputs);
 }
 
 bool IpmiEventFollower::ReadToEnd() const { return imp_->readToEnd(); }
@@ -48,6 +58,8 @@ void IpmiEventFollower::ClearWhenFull(unsigned percent) { imp_->clearWhenFull(pe
 void IpmiEventFollower::SetSettings(const ConnectionSettings& settings) {
     imp_->setSettings(settings);
 }
+
+void IpmiEventFollower::SetRendering(EventRendering rendering) { imp_->setRendering(rendering); }
 
 bool IpmiEventFollower::SaveState(const std::string& path, std::string& error) const {
     return imp_->saveState(path, error);

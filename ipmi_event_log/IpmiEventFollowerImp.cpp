@@ -1,12 +1,15 @@
 #include "IpmiEventFollowerImp.h"
 
+#include <array>
+#include <cstring>
+
 #include "CommandExchange.h"
 #include "IPMIAuxiliaryLog.h"
 #include "IpmiEventOperations.h"
 #include "IpmiException.h"
-#include "IpmiSDROperations.h"
 #include "NewSelRecords.h"
 #include "RepositoryInfo.h"
+#include "SdrRepositoryRead.h"
 #include "ipmi/CompletionCode.h"
 
 namespace Tolmar {
@@ -71,6 +74,21 @@ std::string reservationFailureText(const CommandResponse& reserved) {
     return text;
 }
 
+// `record`'s event in IPMI v2.0 terms. Severity and auxiliary details are those IpmiEventLog found
+// (`described`): the matching PEF filter's, of which OEM records have none, and the auxiliary
+// log's.
+TolmarAgentless::IPMIEVENT ipmiRendering(const DecodedSelRecord& record,
+                                         const TolmarAgentless::IPMIEVENT& described) {
+    TolmarAgentless::IPMIEVENT event;
+    event.recordId = record.recordId;
+    event.timeStamp = selTimeText(record);
+    event.message = record.description;
+    event.source = record.source;
+    event.severity = record.kind == DecodedSelRecord::Kind::SystemEvent ? described.severity : 0;
+    event.auxLog = described.auxLog;
+    return event;
+}
+
 SelHealth healthOf(bool answered, const RepositoryStamps& stamps, const SelSpace& space) {
     SelHealth health;
     if (!answered) return health;
@@ -95,8 +113,7 @@ IpmiEventFollowerImp::IpmiEventFollowerImp(const TolmarConnection::ConnectionInf
     state_.bmc = bmcOf(info);
 }
 
-PollResult IpmiEventFollowerImp::Poll(std::vector<TolmarAgentless::IPMIEVENT>* events,
-                                      std::vector<IPMISELENTRY>* entries) {
+PollResult IpmiEventFollowerImp::Poll(const Outputs& outputs) {
     PollResult poll;
     readToEnd_ = false;
     // The state moves on only when the session opened; the reads keep what they got before a
@@ -106,7 +123,7 @@ PollResult IpmiEventFollowerImp::Poll(std::vector<TolmarAgentless::IPMIEVENT>* e
     SelWalk ending;
     unsigned long recordsRead = 0;
     std::string clearFailure;
-    const bool decoding = events != nullptr;
+    const bool decoding = outputs.events != nullptr || outputs.followed != nullptr;
     const auto read = [&](IpmiClient& client) {
         SelChain walks(client);
         try {
@@ -135,16 +152,38 @@ PollResult IpmiEventFollowerImp::Poll(std::vector<TolmarAgentless::IPMIEVENT>* e
     // An erase in progress ends a walk as a complete one, to be looked at again.
     readToEnd_ = poll.complete && !(ending.end == SelWalk::End::Refused &&
                                     ending.completionCode == kCompletionCommandSpecific81);
-    if (entries != nullptr) {
-        for (const RawSelEntry& record : data.sel) entries->push_back(record.toIpmiSelEntry());
+    if (outputs.entries != nullptr) {
+        for (const RawSelEntry& record : data.sel)
+            outputs.entries->push_back(record.toIpmiSelEntry());
     }
     if (!decoding) return poll;
+    std::vector<TolmarAgentless::IPMIEVENT> described;
     try {
-        data.appendDecodedEvents(*events);
+        data.appendDecodedEvents(described);
     } catch (const IpmiException&) {
         // As for the whole log: the events rendered so far stay.
     }
+    if (outputs.followed != nullptr) appendFollowed(data.sel, described, *outputs.followed);
+    if (outputs.events != nullptr)
+        outputs.events->insert(outputs.events->end(), described.begin(), described.end());
     return poll;
+}
+
+void IpmiEventFollowerImp::appendFollowed(const std::vector<RawSelEntry>& records,
+                                          const std::vector<TolmarAgentless::IPMIEVENT>& described,
+                                          std::vector<FollowedEvent>& followed) const {
+    const SelDecoder decoder(state_.sdrs);
+    for (std::size_t i = 0; i < described.size() && i < records.size(); ++i) {
+        FollowedEvent event;
+        event.entry = records[i].toIpmiSelEntry();
+        std::array<std::uint8_t, sizeof event.entry> bytes;
+        std::memcpy(bytes.data(), &event.entry, bytes.size());
+        event.record = decoder.decode(bytes);
+        event.event = rendering_ == EventRendering::Described
+                          ? described[i]
+                          : ipmiRendering(event.record, described[i]);
+        followed.push_back(std::move(event));
+    }
 }
 
 void IpmiEventFollowerImp::readSelChanges(IpmiClient& client, SelChain& walks, FollowerState& state,
@@ -243,15 +282,16 @@ void IpmiEventFollowerImp::readAuxiliaryLog(IpmiEventOperations& events, Followe
 }
 
 void IpmiEventFollowerImp::readRenderingRecords(IpmiClient& client, FollowerState& state) {
-    // Sensor records are read again only when the repository changed (or says nothing): a stale
-    // one would name the wrong sensor. Filters carry no stamps; they are few and read each time.
+    // The repository is read again, whole, only when it changed (or says nothing): a stale record
+    // would name the wrong sensor; one read part way is read again at the next poll. Filters
+    // carry no stamps; they are few and read each time.
     RepositoryStamps sdrNow;
     const bool stamped = RepositoryInfo(client).sdrRepository(sdrNow);
     if (!stamped || !state.sdr || *state.sdr != sdrNow) {
-        state.sensors.clear();
-        IpmiSDROperations(client).getTypeOneAndTwoPartialRawSDRs(state.sensors);
+        const bool whole = SdrRepositoryRead(client).readAll(state.sdrs);
+        state.sensors = sensorImagesOf(state.sdrs);
         state.sdr.reset();
-        if (stamped) state.sdr = sdrNow;
+        if (stamped && whole) state.sdr = sdrNow;
     }
     state.filters.clear();
     IpmiEventOperations(client).getRawPETEntries(state.filters);

@@ -18,13 +18,18 @@ public:
     IpmiEventFollowerImp(const TolmarConnection::ConnectionInfo& info,
                          const ConnectionSettings& settings);
 
-    // One poll; its new records' events are appended to `events`, or, without, not decoded; the
-    // records themselves to `entries`, when given.
-    PollResult Poll(std::vector<TolmarAgentless::IPMIEVENT>* events,
-                    std::vector<IPMISELENTRY>* entries = nullptr);
+    // What one poll gives of its new records; each, when given.
+    struct Outputs {
+        std::vector<TolmarAgentless::IPMIEVENT>* events = nullptr;  // as IpmiEventLog words them
+        std::vector<IPMISELENTRY>* entries = nullptr;               // as the BMC gave them
+        std::vector<FollowedEvent>* followed = nullptr;             // all three ways
+    };
+    // One poll; the records are decoded only for `events` or `followed`.
+    PollResult Poll(const Outputs& outputs);
     bool readToEnd() const { return readToEnd_; }
     void clearWhenFull(unsigned percent) { clearAtPercent_ = percent; }
     void setSettings(const ConnectionSettings& settings) { settings_ = settings; }
+    void setRendering(EventRendering rendering) { rendering_ = rendering; }
     bool saveState(const std::string& path, std::string& error) const;
     bool loadState(const std::string& path, std::string& error);
     std::string stateText() const { return state_.text(); }
@@ -44,10 +49,15 @@ private:
     // What the records read are rendered with, into `data`.
     static void readRenderingData(IpmiClient& client, FollowerState& state, EventLogData& data,
                                   bool restarted);
-    // The sensor records, read again when the repository changed; and the filters.
+    // The SDR repository, read again when it changed; and the filters.
     static void readRenderingRecords(IpmiClient& client, FollowerState& state);
     // The auxiliary entries added since the last read; all of them after a restart.
     static void readAuxiliaryLog(IpmiEventOperations& events, FollowerState& state, bool restarted);
+    // Each of `records` decoded, with `described`, the events IpmiEventLog's words gave for them
+    // (fewer when rendering failed part way), in this follower's rendering, to `followed`.
+    void appendFollowed(const std::vector<RawSelEntry>& records,
+                        const std::vector<TolmarAgentless::IPMIEVENT>& described,
+                        std::vector<FollowedEvent>& followed) const;
     // Takes `loaded` when `read` and it is this BMC's state; otherwise starts afresh.
     bool take(bool read, FollowerState& loaded, std::string& error);
 
@@ -55,7 +65,8 @@ private:
     ConnectionSettings settings_;
     FollowerState state_;
     unsigned clearAtPercent_ = 0;  // 0: never
-    bool readToEnd_ = false;       // the last poll read the SEL to its end
+    EventRendering rendering_ = EventRendering::Ipmi;
+    bool readToEnd_ = false;  // the last poll read the SEL to its end
 };
 
 }  // namespace Tolmar

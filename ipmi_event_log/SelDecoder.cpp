@@ -65,20 +65,6 @@ std::string valueText(const SensorValue& value) {
     return value.units.empty() ? number : std::string(number) + " " + value.units;
 }
 
-std::string timeText(const DecodedSelRecord& record) {
-    char text[40] = "Unspecified";
-    if (record.time == Time::PreInit) {
-        std::snprintf(text, sizeof text, "PreInit +%lus",
-                      static_cast<unsigned long>(record.timestamp));
-    } else if (record.time == Time::Absolute) {
-        const std::time_t seconds = record.timestamp;
-        std::tm utc{};
-        gmtime_r(&seconds, &utc);
-        std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &utc);
-    }
-    return text;
-}
-
 // The trigger reading (byte 2) or threshold (byte 3) a threshold event carries, converted when
 // the sensor's SDR gives readings, as raw hexadecimal otherwise.
 void addTrigger(DecodedSelRecord& record, const std::optional<SensorIdentity>& sensor,
@@ -102,27 +88,28 @@ std::string sensorText(const DecodedSelRecord& record) {
     return record.sensorTypeName + " " + (record.sensorName ? *record.sensorName : number);
 }
 
-std::string systemEventMessage(const DecodedSelRecord& record) {
-    std::string message = sensorText(record) + " | " + record.event + " | " +
-                          (record.assertion ? "Asserted" : "Deasserted");
+std::string systemEventDescription(const DecodedSelRecord& record) {
+    std::string description = record.event + " | " + (record.assertion ? "Asserted" : "Deasserted");
     for (std::size_t i = 0; i < record.details.size(); ++i) {
-        message += (i == 0 ? " | " : " ; ") + record.details[i];
+        description += (i == 0 ? " | " : " ; ") + record.details[i];
     }
-    return message;
+    return description;
 }
 
-std::string oemMessage(const DecodedSelRecord& record) {
+std::string oemSource(const DecodedSelRecord& record) {
     char type[40];
     const char* format =
         record.kind == Kind::Unknown ? "Unknown record type %02Xh" : "OEM record %02Xh";
     std::snprintf(type, sizeof type, format, record.recordType);
-    std::string message = type;
-    if (record.kind == Kind::TimestampedOem) {
-        const std::string number = std::to_string(record.manufacturerId);
-        message += " | " + (record.manufacturer ? *record.manufacturer + " (" + number + ")"
-                                                : "Manufacturer ID " + number);
-    }
-    return message + " | " + hexBytes(record.oemData);
+    return type;
+}
+
+std::string oemDescription(const DecodedSelRecord& record) {
+    if (record.kind != Kind::TimestampedOem) return hexBytes(record.oemData);
+    const std::string number = std::to_string(record.manufacturerId);
+    return (record.manufacturer ? *record.manufacturer + " (" + number + ")"
+                                : "Manufacturer ID " + number) +
+           " | " + hexBytes(record.oemData);
 }
 
 void decodeSystemEvent(ByteReader& reader, DecodedSelRecord& record,
@@ -148,10 +135,25 @@ void decodeSystemEvent(ByteReader& reader, DecodedSelRecord& record,
          eventDataDetails({record.sensorType, record.eventType, record.eventData})) {
         record.details.push_back(std::move(text));
     }
-    record.message = systemEventMessage(record);
+    record.source = sensorText(record);
+    record.description = systemEventDescription(record);
 }
 
 }  // namespace
+
+std::string selTimeText(const DecodedSelRecord& record) {
+    char text[40] = "Unspecified";
+    if (record.time == Time::PreInit) {
+        std::snprintf(text, sizeof text, "PreInit +%lus",
+                      static_cast<unsigned long>(record.timestamp));
+    } else if (record.time == Time::Absolute) {
+        const std::time_t seconds = record.timestamp;
+        std::tm utc{};
+        gmtime_r(&seconds, &utc);
+        std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &utc);
+    }
+    return text;
+}
 
 SelDecoder::SelDecoder(std::vector<std::vector<std::uint8_t>> sdrs)
     : sensors_(std::make_shared<const SensorDirectory>(sdrs)) {}
@@ -175,13 +177,15 @@ DecodedSelRecord SelDecoder::decode(const std::array<std::uint8_t, 16>& bytes) c
             record.manufacturerId = reader.u24();
             record.manufacturer = manufacturerName(record.manufacturerId);
             reader.bytes(record.oemData, kTimestampedOemBytes);
-            record.message = oemMessage(record);
             break;
         default:
             reader.bytes(record.oemData, kUntimedBytes);
-            record.message = oemMessage(record);
     }
-    record.message = timeText(record) + " | " + record.message;
+    if (record.kind != Kind::SystemEvent) {
+        record.source = oemSource(record);
+        record.description = oemDescription(record);
+    }
+    record.message = selTimeText(record) + " | " + record.source + " | " + record.description;
     return record;
 }
 

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <optional>
+#include <sstream>
 #include <type_traits>
 
 #include "BmcTest.h"
@@ -83,6 +85,60 @@ TEST_F(IpmiEventFollowerTest, TheFirstPollRendersEveryRecordAsTheWholeLogDoes) {
     sim::expectSameEvents(events, sim::smallBmcEvents());
     EXPECT_FALSE(last.restarted);
     EXPECT_TRUE(last.complete);
+}
+
+// A timestamped OEM record (C0h) of manufacturer 000157h whose OEM bytes look like record 2's
+// sensor fields (a power supply failure), which the power supply filter is about.
+const sim::SimulatedBmc::SelRecord kOemLookingLikeAFailure = selRecord(
+    0x0004, {0xC0, 0xB4, 0x00, 0x00, 0x55, 0x57, 0x01, 0x00, 0x08, 0x60, 0x6F, 0x01, 0xFF, 0xFF});
+
+std::vector<IPMIEVENT> eventsOf(const std::vector<Tolmar::FollowedEvent>& followed) {
+    std::vector<IPMIEVENT> events;
+    for (const Tolmar::FollowedEvent& one : followed) events.push_back(one.event);
+    return events;
+}
+
+TEST_F(IpmiEventFollowerTest, TheIpmiRenderingSaysWhatTheBytesMeanWithTheFiltersSeverity) {
+    bmc.storeSelRecord(kOemLookingLikeAFailure);
+    std::vector<Tolmar::FollowedEvent> followed;
+    last = follower.Poll(followed);
+    ASSERT_EQ(followed.size(), 4u);
+    const Tolmar::FollowedEvent& temperature = followed[0];
+    EXPECT_EQ(temperature.entry.recordId[0], 0x01);
+    EXPECT_EQ(temperature.entry.eventData3, 0x50);
+    EXPECT_EQ(temperature.record.sensorName, std::optional<std::string>("CPU1 Temp"));
+    EXPECT_EQ(temperature.event.recordId, 1u);
+    EXPECT_EQ(temperature.event.timeStamp, "2015-03-11 08:42:40 UTC");
+    EXPECT_EQ(temperature.event.source, "Temperature CPU1 Temp");
+    // Threshold offset 9, trigger reading 5Ah and threshold 50h with M = 1: 90 and 80 degrees C.
+    EXPECT_EQ(temperature.event.message,
+              "Upper Critical going high | Asserted | Trigger reading = 90.00 degrees C ; "
+              "Trigger threshold = 80.00 degrees C");
+    EXPECT_EQ(temperature.event.severity, 0);
+    EXPECT_EQ(temperature.event.auxLog, "No Extended Data");
+    // The power supply filter's severity, critical; record 3's auxiliary entry.
+    EXPECT_EQ(followed[1].event.severity, 2);
+    EXPECT_EQ(followed[1].event.source, "Power Supply PS1 Status");
+    EXPECT_EQ(followed[2].event.auxLog, sim::kMemoryAux);
+    // An OEM record is about no sensor and matches no filter, whatever its bytes look like.
+    const Tolmar::FollowedEvent& oem = followed[3];
+    EXPECT_EQ(oem.record.kind, Tolmar::DecodedSelRecord::Kind::TimestampedOem);
+    EXPECT_EQ(oem.record.manufacturerId, 0x000157u);
+    EXPECT_EQ(oem.event.source, "OEM record C0h");
+    EXPECT_EQ(oem.event.message, "Intel (343) | 08 60 6f 01 ff ff");
+    EXPECT_EQ(oem.event.severity, 0);
+}
+
+TEST_F(IpmiEventFollowerTest, TheDescribedRenderingIsTheWholeLogsWithTheSameRecordsBeside) {
+    follower.SetRendering(Tolmar::EventRendering::Described);
+    std::vector<Tolmar::FollowedEvent> followed;
+    last = follower.Poll(followed);
+    sim::expectSameEvents(eventsOf(followed), sim::smallBmcEvents());
+    ASSERT_EQ(followed.size(), 3u);
+    EXPECT_EQ(followed[1].record.source, "Power Supply PS1 Status");
+    // And the poll moved the follower on as any poll does.
+    std::vector<IPMIEVENT> events;
+    EXPECT_EQ(poll(follower, events), std::vector<RecordedRequest>{getSelInfo()});
 }
 
 TEST_F(IpmiEventFollowerTest, APollThatFindsNothingNewAsksOnlyForTheSelInfoInOneSession) {
@@ -715,7 +771,7 @@ TEST_F(FollowerStateTest, AStateSavedAndLoadedCarriesOnWhereItWas) {
     poll(follower, events);
     std::string error;
     ASSERT_TRUE(follower.SaveState(path(), error)) << error;
-    EXPECT_EQ(read().rfind("ipmi-event-log follower state 2\nbmc bmc1.example.test:623\n", 0), 0u);
+    EXPECT_EQ(read().rfind("ipmi-event-log follower state 3\nbmc bmc1.example.test:623\n", 0), 0u);
     IpmiEventFollower restored(sim::lanConnection());
     ASSERT_TRUE(restored.LoadState(path(), error)) << error;
     events.clear();
@@ -744,6 +800,38 @@ TEST_F(FollowerStateTest, AStateKeptAsTextIsTheFilesTextAndCarriesOnWhereItWas) 
     EXPECT_TRUE(events.empty());
 }
 
+// `text`, a state of this version, as the version before wrote it: its header, no whole SDRs,
+// and the checksum (FNV-1a, 64 bits) of what precedes the end line.
+std::string asTheVersionBefore(const std::string& text) {
+    std::istringstream lines(text);
+    std::string body;
+    for (std::string line; std::getline(lines, line);) {
+        if (line.rfind("ipmi-event-log follower state ", 0) == 0)
+            line = "ipmi-event-log follower state 2";
+        if (line.rfind("record ", 0) == 0 || line.rfind("end ", 0) == 0) continue;
+        body += line + "\n";
+    }
+    std::uint64_t hash = 14695981039346656037ull;
+    for (unsigned char c : body) hash = (hash ^ c) * 1099511628211ull;
+    char end[32];
+    std::snprintf(end, sizeof end, "end %016llx\n", static_cast<unsigned long long>(hash));
+    return body + end;
+}
+
+TEST_F(FollowerStateTest, AStateOfTheVersionBeforeIsTakenAndItsSdrRepositoryReadAgain) {
+    std::vector<IPMIEVENT> events;
+    poll(follower, events);
+    IpmiEventFollower restored(sim::lanConnection());
+    std::string error;
+    ASSERT_TRUE(restored.LoadStateText(asTheVersionBefore(follower.StateText()), error)) << error;
+    bmc.storeSelRecord(kFourth);
+    events.clear();
+    const auto requests = poll(restored, events);
+    // Only the new record is read and rendered; the sensor records are read again, whole.
+    sim::expectSameEvents(events, {wholeLog()[3]});
+    EXPECT_EQ(sdrReads(requests), 4u);  // two records, each its header and its rest
+}
+
 TEST_F(FollowerStateTest, AStateTextThatCannotBeTakenIsRefusedWithItsReason) {
     std::vector<IPMIEVENT> events;
     poll(follower, events);
@@ -757,7 +845,7 @@ TEST_F(FollowerStateTest, AStateTextThatCannotBeTakenIsRefusedWithItsReason) {
     EXPECT_FALSE(elsewhere.LoadStateText("", error));
     EXPECT_EQ(error,
               "not a follower state of this version (its first line is not \"ipmi-event-log "
-              "follower state 2\")");
+              "follower state 3\")");
     EXPECT_EQ(poll(elsewhere, events)[1], getSel(0x0000));
 }
 
@@ -776,7 +864,7 @@ TEST_F(FollowerStateTest, AFileThatCannotBeTakenIsRefusedWithItsReasonAndTheNext
         {"", "cannot read " + path() + ": No such file or directory"},
         {"[Unit]\nDescription=something else\n",
          path() + ": not a follower state of this version (its first line is not \"ipmi-event-"
-                  "log follower state 2\")"},
+                  "log follower state 3\")"},
         {saved.substr(0, saved.rfind("end ")),
          path() + ": the file is cut short (it has no \"end\" line)"},
         {std::string(saved).replace(saved.find("last ") + 5, 1, "f"),
@@ -784,8 +872,8 @@ TEST_F(FollowerStateTest, AFileThatCannotBeTakenIsRefusedWithItsReasonAndTheNext
              " (\"end\"): the file is damaged (its checksum does not match)"},
         {"ipmi-event-log follower state 1\nbmc x\nend 0\n",
          path() + ": not a follower state of this version (its first line is not \"ipmi-event-"
-                  "log follower state 2\")"},
-        {"ipmi-event-log follower state 2\nbmc x\nsel 12 13\n",
+                  "log follower state 3\")"},
+        {"ipmi-event-log follower state 3\nbmc x\nsel 12 13\n",
          path() + ": line 3 (\"sel\") does not hold what it should"},
     };
     for (const auto& c : cases) {
