@@ -29,17 +29,26 @@ GuestMachine::GuestMachine(unsigned short vmPort, const std::string& commands,
 
 GuestMachine::~GuestMachine() { stop(); }
 
+std::optional<double> GuestMachine::transactionsReachedAfter(const std::string& name,
+                                                             unsigned long count) const {
+    const std::string prefix = "@@transactions " + name + " ";
+    // "@@transactions NAME N C" lines, N growing, C centiseconds; the last may be cut short.
+    std::istringstream lines(directory_.read("results"));
+    for (std::string line; std::getline(lines, line) && !lines.eof();) {
+        if (line.rfind(prefix, 0) != 0) continue;
+        std::istringstream fields(line.substr(prefix.size()));
+        unsigned long done = 0;
+        unsigned long centiseconds = 0;
+        if (fields >> done >> centiseconds && done >= count) return centiseconds / 100.0;
+    }
+    return std::nullopt;
+}
+
 bool GuestMachine::waitForTransactions(const std::string& name, unsigned long count,
                                        std::chrono::seconds timeout) {
-    const std::string prefix = "@@transactions " + name + " ";
     const Clock::time_point deadline = Clock::now() + timeout;
     while (Clock::now() < deadline) {
-        // "@@transactions NAME N" lines, N growing; the last line may be cut short.
-        std::istringstream lines(directory_.read("results"));
-        for (std::string line; std::getline(lines, line) && !lines.eof();) {
-            if (line.rfind(prefix, 0) == 0 && std::stoul(line.substr(prefix.size())) >= count)
-                return true;
-        }
+        if (transactionsReachedAfter(name, count)) return true;
         if (pid_ < 0 || waitpid(pid_, nullptr, WNOHANG) == pid_) {
             pid_ = -1;
             return false;

@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,10 @@ public:
     // ran, as the guest reports them, within `timeout`; false when the guest ended first.
     bool waitForTransactions(const std::string& name, unsigned long count,
                              std::chrono::seconds timeout);
+    // When, in seconds after it started, the command `name` had completed `count` transactions,
+    // by the guest's clock; none before it has.
+    std::optional<double> transactionsReachedAfter(const std::string& name,
+                                                   unsigned long count) const;
     // Waits up to `timeout` for the guest to power off, then stops it. True when it powered off
     // by itself after running every command.
     bool finish(std::chrono::seconds timeout);

@@ -32,12 +32,17 @@ hosed=${transactions%/*}/hosed_count
 echo "@@log transactions counted in ${transactions:-nothing}" >&3
 
 uptime() { cut -d ' ' -f 1 /proc/uptime; }
+# The uptime in centiseconds, without a new process: /proc/uptime gives seconds with two decimals.
+centiseconds() {
+    read -r up _ </proc/uptime
+    echo $((${up%.*}${up#*.}))
+}
 # seconds FROM TO: the time between two uptimes, in seconds.
 seconds() { echo "$1 $2" | awk '{ printf "%.2f", $2 - $1 }'; }
 echo "@@log booted in $(uptime) s" >&3
 
-# run NAME COMMAND [ARGS...]: "@@start NAME" as it starts, "@@transactions NAME N" every 20 ms while
-# it runs (N transactions completed since it started), "@@log NAME hosed after S s" the first time
+# run NAME COMMAND [ARGS...]: "@@start NAME" as it starts, "@@transactions NAME N C" every 20 ms while
+# it runs (N transactions completed C centiseconds after it started), "@@log NAME hosed after S s" the first time
 # the driver gives up on the interface, then "@@result NAME STATUS OUT ERR" followed by OUT bytes of
 # output and ERR bytes of error output, and "@@log NAME took S s".
 run() {
@@ -45,6 +50,7 @@ run() {
     shift
     echo "@@start $name" >&3
     started=$(uptime)
+    startedCs=$(centiseconds)
     read -r before <"$transactions"
     read -r hosedBefore <"$hosed"
     saidHosed=
@@ -57,7 +63,7 @@ run() {
     ) &
     while [ ! -e /tmp/ended ]; do
         read -r now <"$transactions"
-        echo "@@transactions $name $((now - before))" >&3
+        echo "@@transactions $name $((now - before)) $(($(centiseconds) - startedCs))" >&3
         read -r hosedNow <"$hosed"
         if [ -z "$saidHosed" ] && [ "$hosedNow" != "$hosedBefore" ]; then
             saidHosed=yes
