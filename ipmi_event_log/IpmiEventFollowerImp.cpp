@@ -276,9 +276,12 @@ void IpmiEventFollowerImp::readAuxiliaryLog(IpmiEventOperations& events, Followe
     events.IPMIGetAuxLogStatus(&count);
     if (count < state.auxiliary.size() || restarted) state.auxiliary.clear();
     const auto known = static_cast<unsigned>(state.auxiliary.size());
+    if (count <= known) return;
+    // Only entries read to their end are kept: the rest are read again at the next poll.
+    unsigned whole = 0;
     state.auxiliary.resize(count);
-    if (count > known)
-        events.readExtendedDataFrom(known + 1, state.auxiliary.data() + known, count - known);
+    events.readExtendedDataFrom(known + 1, state.auxiliary.data() + known, count - known, &whole);
+    state.auxiliary.resize(known + whole);
 }
 
 void IpmiEventFollowerImp::readRenderingRecords(IpmiClient& client, FollowerState& state) {

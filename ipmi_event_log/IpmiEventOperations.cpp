@@ -329,15 +329,21 @@ int IpmiEventOperations::IPMIReadExtendedData(s_AuxLog_entry* entries, unsigned 
 }
 
 int IpmiEventOperations::readExtendedDataFrom(unsigned int first, s_AuxLog_entry* entries,
-                                              unsigned int count) {
+                                              unsigned int count, unsigned int* whole) {
     int result = IpmiEventLog::EL_SUCCESS;
+    unsigned int readWhole = 0;
+    bool wholeSoFar = true;
+    if (whole != nullptr) *whole = 0;
     for (unsigned number = first; number < first + count; ++number) {
         s_AuxLog_entry& entry = entries[number - first];
         std::memset(entry.data, 0, sizeof entry.data);
         const CommandResponse length =
             exchange(client_, kNetFnOemGroup, kReadAuxLog, auxLogRequest(number, 0, 0));
         // An entry whose length did not arrive stays zero; an error from the BMC ends the read.
-        if (length.status != 0 || length.truncated(kAuxLengthResponseLength)) continue;
+        if (length.status != 0 || length.truncated(kAuxLengthResponseLength)) {
+            wholeSoFar = false;
+            continue;
+        }
         if (length.completionCode != kCompletionOk) return IpmiEventLog::EL_INTERNAL_FAIL;
         const unsigned total =
             std::min<unsigned>(ByteReader(length.data, kEnterpriseLength).u16(), kLargestAuxRecord);
@@ -347,10 +353,12 @@ int IpmiEventOperations::readExtendedDataFrom(unsigned int first, s_AuxLog_entry
         // the entry as far as it was filled.
         std::size_t written = 0;
         unsigned chunk = kAuxChunk;
+        bool entryWhole = true;
         for (unsigned remaining = total; remaining > 0;) {
             const CommandResponse response =
                 exchange(client_, kNetFnOemGroup, kReadAuxLog,
                          auxLogRequest(number, total - remaining, chunk));
+            entryWhole = response.status == 0 && response.completionCode == kCompletionOk;
             if (response.status != 0) break;
             if (response.completionCode != kCompletionOk) {
                 result = IpmiEventLog::EL_INTERNAL_FAIL;
@@ -362,6 +370,8 @@ int IpmiEventOperations::readExtendedDataFrom(unsigned int first, s_AuxLog_entry
             remaining = chunk < remaining ? remaining - chunk : 0;
             chunk = std::min(kAuxChunk, remaining);
         }
+        wholeSoFar = wholeSoFar && entryWhole;
+        if (wholeSoFar && whole != nullptr) *whole = ++readWhole;
     }
     return result;
 }

@@ -62,8 +62,10 @@ public:
     // and read in chunks of up to 25 bytes. 0 when every read was answered; 6 when the BMC
     // answered a request with an error (a length request's error ends the read).
     int IPMIReadExtendedData(s_AuxLog_entry* entries, unsigned int count);
-    // The same read of entries `first` to first + count - 1.
-    int readExtendedDataFrom(unsigned int first, s_AuxLog_entry* entries, unsigned int count);
+    // The same read of entries `first` to first + count - 1; `whole`, when given, is set to how
+    // many of them, from the first on, were read to their end.
+    int readExtendedDataFrom(unsigned int first, s_AuxLog_entry* entries, unsigned int count,
+                             unsigned int* whole = nullptr);
 
     // Whether the filter applies to the SEL record: generator, sensor type, sensor number and
     // event trigger (0xFF: any), then the event data masks.

@@ -1,8 +1,8 @@
 // Writes the fuzzers' seed corpora from the sample server's records:
 // and the answers of a BMC over RMCP+:
 //   write_seeds DIR  ->  DIR/event_log, DIR/event_builder, DIR/auxiliary_log, DIR/rmcp_plus_codec,
-//                        DIR/follower_state, DIR/scrape_request, DIR/sdr_record_reads,
-//                        DIR/sel_decoder
+//                        DIR/follower_state, DIR/follower_poll, DIR/scrape_request,
+//                        DIR/sdr_record_reads, DIR/sel_decoder
 #include <sys/stat.h>
 
 #include <cstdio>
@@ -98,12 +98,14 @@ int main(int argc, char** argv) {
         return 2;
     }
     const std::string dir = argv[1];
-    for (const char* name :
-         {"", "/event_log", "/event_builder", "/auxiliary_log", "/rmcp_plus_codec",
-          "/follower_state", "/scrape_request", "/sdr_record_reads", "/sel_decoder"}) {
+    for (const char* name : {"", "/event_log", "/event_builder", "/auxiliary_log",
+                             "/rmcp_plus_codec", "/follower_state", "/follower_poll",
+                             "/scrape_request", "/sdr_record_reads", "/sel_decoder"}) {
         mkdir((dir + name).c_str(), 0755);
     }
     write(dir + "/event_log/sample", eventLogTranscript());
+    // A follower's first poll asks much what the whole log's read does.
+    write(dir + "/follower_poll/sample", eventLogTranscript());
 
     const auto sel = bmcsim::sampleEventLog();
     const auto sdr = bmcsim::sampleSdrRepository()[1];
@@ -193,10 +195,7 @@ int main(int argc, char** argv) {
         state.recent.push_back(entry);
     }
     state.first = state.recent.front();
-    RawSDR sensor{};
-    std::copy(sdr.begin(), sdr.begin() + std::min<std::size_t>(sdr.size(), RawSDR::size),
-              sensor.bytes);
-    state.sensors.push_back(sensor);
+    state.sdrs.emplace_back(sdr.begin(), sdr.end());
     state.filters.push_back(RawPETEntry{});
     state.auxiliary.push_back(Tolmar::s_AuxLog_entry{});
     const std::string text = state.text();
