@@ -162,11 +162,14 @@ void expectAnIncompleteReadWhenTheBmcGoes(const std::function<void(BmcSimulator&
 
     const GuestMachine::Result list = guest.results().at("list");
     EXPECT_EQ(list.status, 3);
+    // No answer (C3h, D2h, or the driver giving up late), or FFh, which the guest's KCS driver
+    // also answers for a transaction that ended with a response too short to hold a completion
+    // code (after its error recovery): in band, not to be told from the BMC's own.
     const std::smatch said =
         match(list.err,
-              "ipmi-event-log: the local BMC: incomplete: BMC stopped answering "
-              "after ([0-9]+) SEL entries; severities, sensor names and "
-              "auxiliary details may be missing\n");
+              "ipmi-event-log: the local BMC: incomplete: (?:BMC stopped answering|the BMC "
+              "answered Get SEL Entry with FFh \\(unspecified error\\)) after ([0-9]+) SEL "
+              "entries; severities, sensor names and auxiliary details may be missing\n");
     ASSERT_FALSE(said.empty()) << list.err;
     const long read = std::stol(said[1]);
     EXPECT_GT(read, 0);
