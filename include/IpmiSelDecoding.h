@@ -68,7 +68,9 @@ struct DecodedSelRecord {
     /// offsets say so.
     std::string event;
     /// Event data 2 and 3 in words, where table 29-6 or 42-3 gives them a meaning: previous state
-    /// and severity, OEM codes, memory module, user and channel, ...
+    /// and severity, OEM codes, memory module, user and channel, ...; OEM codes in the layout of
+    /// the BMC's manufacturer when the decoder knows it (BmcIdentity). For OEM records, what the
+    /// OEM bytes say where their layout is public (Linux's kernel panic record, F0h).
     std::vector<std::string> details;
     /// For threshold events whose event data 1 says that byte 2 holds the trigger reading and
     /// byte 3 the trigger threshold, converted when the sensor's full SDR gives readings.
@@ -88,7 +90,7 @@ struct DecodedSelRecord {
     std::string source;
     /// What happened, for a person: the offset's text, assertion and details of a system event
     /// ("Upper Critical going high | Asserted | Trigger reading = 10.16 Volts ; ..."); the
-    /// manufacturer and OEM bytes of an OEM record.
+    /// manufacturer and OEM bytes of an OEM record, then its details.
     std::string description;
     /// One line for a person, like ipmi-sel's: the time stamp (UTC), source and description.
     std::string message;
@@ -98,13 +100,25 @@ struct DecodedSelRecord {
 /// the BMC's initialisation) or "Unspecified".
 std::string selTimeText(const DecodedSelRecord& record);
 
+/// The BMC a SEL comes from, as Get Device ID (IPMI v2.0 section 20.1) names it. A system event's
+/// OEM codes (event data 1 bits 7:6 or 5:4 10b) and OEM sensor types (C0h-FFh) mean what the
+/// BMC's manufacturer says they do; the decoder reads those of Dell (674), Intel (343) and
+/// Supermicro (10876; also 47488, 10437 and 5593, which its BMCs answer with) in their layouts.
+struct BmcIdentity {
+    std::uint32_t manufacturerId = 0;  ///< IANA enterprise number, response bytes 8-10 (20 bits)
+    std::uint16_t productId = 0;       ///< response bytes 11-12, least significant byte first
+};
+
 /// Decodes SEL records against one BMC's SDR repository.
 class SelDecoder {
 public:
     /// `sdrs`: the repository's records, each whole (its 5-byte header included). Records other
     /// than full (01h), compact (02h) and event-only (03h) sensor records, and records too short
-    /// for their fields, are ignored.
+    /// for their fields, are ignored. OEM codes of system events are given as numbers.
     explicit SelDecoder(std::vector<std::vector<std::uint8_t>> sdrs);
+    /// The same, for a BMC known by Get Device ID: OEM codes of its manufacturer are given in
+    /// words where its layout is known, as numbers otherwise.
+    SelDecoder(std::vector<std::vector<std::uint8_t>> sdrs, BmcIdentity bmc);
 
     /// `record`: the 16 bytes Get SEL Entry returns after the next record ID.
     DecodedSelRecord decode(const std::array<std::uint8_t, 16>& record) const;
@@ -112,6 +126,7 @@ public:
 private:
     // The repository's sensor records, parsed once; shared by copies of the decoder.
     std::shared_ptr<const SensorDirectory> sensors_;
+    std::optional<BmcIdentity> bmc_;
 };
 
 }  // namespace Tolmar

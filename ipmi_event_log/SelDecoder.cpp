@@ -8,6 +8,7 @@
 #include "tables/EventDataDetails.h"
 #include "tables/EventOffsetTexts.h"
 #include "tables/ManufacturerNames.h"
+#include "tables/OemRecordDetails.h"
 #include "tables/SensorTypeCodeTable.h"
 
 namespace Tolmar {
@@ -88,12 +89,17 @@ std::string sensorText(const DecodedSelRecord& record) {
     return record.sensorTypeName + " " + (record.sensorName ? *record.sensorName : number);
 }
 
+// Details as one text: "a ; b ; c".
+std::string joined(const std::vector<std::string>& texts) {
+    std::string text;
+    for (const std::string& part : texts) text += (text.empty() ? "" : " ; ") + part;
+    return text;
+}
+
 std::string systemEventDescription(const DecodedSelRecord& record) {
-    std::string description = record.event + " | " + (record.assertion ? "Asserted" : "Deasserted");
-    for (std::size_t i = 0; i < record.details.size(); ++i) {
-        description += (i == 0 ? " | " : " ; ") + record.details[i];
-    }
-    return description;
+    const std::string description =
+        record.event + " | " + (record.assertion ? "Asserted" : "Deasserted");
+    return record.details.empty() ? description : description + " | " + joined(record.details);
 }
 
 std::string oemSource(const DecodedSelRecord& record) {
@@ -105,15 +111,18 @@ std::string oemSource(const DecodedSelRecord& record) {
 }
 
 std::string oemDescription(const DecodedSelRecord& record) {
-    if (record.kind != Kind::TimestampedOem) return hexBytes(record.oemData);
-    const std::string number = std::to_string(record.manufacturerId);
-    return (record.manufacturer ? *record.manufacturer + " (" + number + ")"
-                                : "Manufacturer ID " + number) +
-           " | " + hexBytes(record.oemData);
+    std::string description = hexBytes(record.oemData);
+    if (record.kind == Kind::TimestampedOem) {
+        const std::string number = std::to_string(record.manufacturerId);
+        description = (record.manufacturer ? *record.manufacturer + " (" + number + ")"
+                                           : "Manufacturer ID " + number) +
+                      " | " + description;
+    }
+    return record.details.empty() ? description : description + " | " + joined(record.details);
 }
 
-void decodeSystemEvent(ByteReader& reader, DecodedSelRecord& record,
-                       const SensorDirectory& sensors) {
+void decodeSystemEvent(ByteReader& reader, DecodedSelRecord& record, const SensorDirectory& sensors,
+                       const std::optional<BmcIdentity>& bmc) {
     record.generatorId = reader.u16();
     reader.skip(1);  // event message format revision
     record.sensorType = reader.u8();
@@ -131,8 +140,10 @@ void decodeSystemEvent(ByteReader& reader, DecodedSelRecord& record,
     if (sensor) record.sensorName = sensor->name;
     addTrigger(record, sensor, 1, record.reading, "Trigger reading");
     addTrigger(record, sensor, 2, record.threshold, "Trigger threshold");
-    for (std::string& text :
-         eventDataDetails({record.sensorType, record.eventType, record.eventData})) {
+    const EventDataFields fields{static_cast<std::uint8_t>(record.generatorId & 0xFF),
+                                 record.sensorType, record.sensorNumber, record.eventType,
+                                 record.eventData};
+    for (std::string& text : eventDataDetails(fields, bmc)) {
         record.details.push_back(std::move(text));
     }
     record.source = sensorText(record);
@@ -158,6 +169,9 @@ std::string selTimeText(const DecodedSelRecord& record) {
 SelDecoder::SelDecoder(std::vector<std::vector<std::uint8_t>> sdrs)
     : sensors_(std::make_shared<const SensorDirectory>(sdrs)) {}
 
+SelDecoder::SelDecoder(std::vector<std::vector<std::uint8_t>> sdrs, BmcIdentity bmc)
+    : sensors_(std::make_shared<const SensorDirectory>(sdrs)), bmc_(bmc) {}
+
 DecodedSelRecord SelDecoder::decode(const std::array<std::uint8_t, 16>& bytes) const {
     static_assert(sizeof bytes == kRecordSize, "a SEL record is 16 bytes");
     ByteReader reader(bytes.data(), bytes.size());
@@ -171,7 +185,7 @@ DecodedSelRecord SelDecoder::decode(const std::array<std::uint8_t, 16>& bytes) c
     }
     switch (record.kind) {
         case Kind::SystemEvent:
-            decodeSystemEvent(reader, record, *sensors_);
+            decodeSystemEvent(reader, record, *sensors_, bmc_);
             break;
         case Kind::TimestampedOem:
             record.manufacturerId = reader.u24();
@@ -180,6 +194,9 @@ DecodedSelRecord SelDecoder::decode(const std::array<std::uint8_t, 16>& bytes) c
             break;
         default:
             reader.bytes(record.oemData, kUntimedBytes);
+    }
+    if (record.kind == Kind::TimestampedOem || record.kind == Kind::NonTimestampedOem) {
+        record.details = oemRecordDetails(record.recordType, record.oemData);
     }
     if (record.kind != Kind::SystemEvent) {
         record.source = oemSource(record);
