@@ -10,6 +10,7 @@
 #include "NewSelRecords.h"
 #include "RepositoryInfo.h"
 #include "SdrRepositoryRead.h"
+#include "ipmi/ByteReader.h"
 #include "ipmi/CompletionCode.h"
 
 namespace Tolmar {
@@ -134,6 +135,8 @@ PollResult IpmiEventFollowerImp::Poll(const Outputs& outputs) {
                 clearReadSel(client, walks, next, data.sel, poll, ending, clearFailure);
             if (decoding && !data.sel.empty())
                 readRenderingData(client, next, data, poll.restarted);
+            if (outputs.followed != nullptr && !data.sel.empty() && !bmcAsked_)
+                askBmcIdentity(client);
         } catch (const IpmiException&) {
             poll.complete = false;
             ending.end = SelWalk::End::Unanswered;
@@ -172,7 +175,7 @@ PollResult IpmiEventFollowerImp::Poll(const Outputs& outputs) {
 void IpmiEventFollowerImp::appendFollowed(const std::vector<RawSelEntry>& records,
                                           const std::vector<TolmarAgentless::IPMIEVENT>& described,
                                           std::vector<FollowedEvent>& followed) const {
-    const SelDecoder decoder(state_.sdrs);
+    const SelDecoder decoder = bmc_ ? SelDecoder(state_.sdrs, *bmc_) : SelDecoder(state_.sdrs);
     for (std::size_t i = 0; i < described.size() && i < records.size(); ++i) {
         FollowedEvent event;
         event.entry = records[i].toIpmiSelEntry();
@@ -184,6 +187,25 @@ void IpmiEventFollowerImp::appendFollowed(const std::vector<RawSelEntry>& record
                           : ipmiRendering(event.record, described[i]);
         followed.push_back(std::move(event));
     }
+}
+
+void IpmiEventFollowerImp::askBmcIdentity(IpmiClient& client) {
+    // Get Device ID (IPMI v2.0 section 20.1): the manufacturer ID in bytes 7-9 (20 bits, least
+    // significant byte first) and the product ID in bytes 10-11 of the data.
+    constexpr unsigned char netFnApp = 0x06;
+    constexpr unsigned char getDeviceId = 0x01;
+    constexpr std::size_t manufacturerAt = 6;
+    constexpr std::size_t productAt = 9;
+    constexpr std::size_t length = 11;
+    const CommandResponse answer = exchange(client, netFnApp, getDeviceId, {});
+    // A BMC that answered, whatever it said, is not asked again; one that did not answer is.
+    bmcAsked_ = answer.status == 0;
+    if (!answer.succeeded(length)) return;
+    ByteReader reader(answer.data, manufacturerAt);
+    BmcIdentity bmc;
+    bmc.manufacturerId = reader.u24() & 0xFFFFF;
+    bmc.productId = ByteReader(answer.data, productAt).u16();
+    bmc_ = bmc;
 }
 
 void IpmiEventFollowerImp::readSelChanges(IpmiClient& client, SelChain& walks, FollowerState& state,

@@ -1,6 +1,7 @@
 // The implementation behind IpmiEventFollower: one session a poll, reading only what changed.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -58,6 +59,8 @@ private:
     void appendFollowed(const std::vector<RawSelEntry>& records,
                         const std::vector<TolmarAgentless::IPMIEVENT>& described,
                         std::vector<FollowedEvent>& followed) const;
+    // The BMC's manufacturer and product, whose layouts of OEM codes the decoder may know.
+    void askBmcIdentity(IpmiClient& client);
     // Takes `loaded` when `read` and it is this BMC's state; otherwise starts afresh.
     bool take(bool read, FollowerState& loaded, std::string& error);
 
@@ -66,7 +69,9 @@ private:
     FollowerState state_;
     unsigned clearAtPercent_ = 0;  // 0: never
     EventRendering rendering_ = EventRendering::Ipmi;
-    bool readToEnd_ = false;  // the last poll read the SEL to its end
+    bool bmcAsked_ = false;           // Get Device ID was answered
+    std::optional<BmcIdentity> bmc_;  // what it said
+    bool readToEnd_ = false;          // the last poll read the SEL to its end
 };
 
 }  // namespace Tolmar

@@ -135,8 +135,27 @@ void SimulatedBmc::addAuxLogEntry(const std::vector<unsigned char>& entry) {
     auxEntries_.push_back(entry);
 }
 
+void SimulatedBmc::setDeviceIdentity(std::uint32_t manufacturer, std::uint16_t product) {
+    // Device ID, revision, firmware 1.00, IPMI v2.0, support (SEL, SDR repository), then the
+    // manufacturer and product, least significant byte first (IPMI v2.0 section 20.1).
+    deviceId_ = {0x20,
+                 0x01,
+                 0x01,
+                 0x00,
+                 0x02,
+                 0x06,
+                 static_cast<unsigned char>(manufacturer),
+                 static_cast<unsigned char>(manufacturer >> 8),
+                 static_cast<unsigned char>(manufacturer >> 16),
+                 static_cast<unsigned char>(product),
+                 static_cast<unsigned char>(product >> 8)};
+}
+
 BmcResponse SimulatedBmc::handle(unsigned char netFn, unsigned char command,
                                  const std::vector<unsigned char>& data) {
+    constexpr unsigned char netFnApp = 0x06;
+    constexpr unsigned char getDeviceId = 0x01;
+    if (netFn == netFnApp && command == getDeviceId && deviceId_) return {0x00, *deviceId_};
     if (netFn == kNetFnStorage) return handleStorage(command, data);
     if (netFn == kNetFnSensorEvent && command == kGetPefParameters) return getPefParameter(data);
     if (netFn == kNetFnOemGroup && command == kReadAuxLog) return readAuxLog(data);

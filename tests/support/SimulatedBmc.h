@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <map>
+#include <optional>
 #include <vector>
 
 namespace sim {
@@ -73,6 +74,10 @@ public:
     // each entry (entries count from 1).
     void setAuxLogEnterprise(std::uint32_t enterprise);
     void addAuxLogEntry(const std::vector<unsigned char>& entry);
+
+    // Get Device ID answers with this manufacturer (IANA number) and product; without, it is
+    // refused with C1h.
+    void setDeviceIdentity(std::uint32_t manufacturer, std::uint16_t product);
 
     // Get SEL Info and Get SDR Repository Info answer with each repository's most recent addition
     // and erase stamps: a clock that every change moves on. Without them (as on some BMCs), both
@@ -151,6 +156,7 @@ private:
     std::uint16_t lastSdrNextId_ = 0xFFFF;
     std::map<std::uint16_t, unsigned char> sdrRefusals_;  // record ID -> completion code
     bool answerRepositoryInfo_ = true;
+    std::optional<std::vector<unsigned char>> deviceId_;  // Get Device ID's answer
     bool sameSecond_ = false;
     std::size_t selLimit_ = 0;  // 0: unlimited
     bool overwriteOldest_ = false;

@@ -129,6 +129,33 @@ TEST_F(IpmiEventFollowerTest, TheIpmiRenderingSaysWhatTheBytesMeanWithTheFilters
     EXPECT_EQ(oem.event.severity, 0);
 }
 
+TEST_F(IpmiEventFollowerTest, OemCodesAreWordedAsTheBmcsManufacturerLaysThemOut) {
+    // A Dell BMC (674); a processor event whose OEM codes name CPU 3 (byte 2, bit 2) and its APIC
+    // ID (byte 3), as Dell lays them out.
+    bmc.setDeviceIdentity(674, 0x0100);
+    bmc.storeSelRecord(selRecord(0x0004, {0x02, 0xB4, 0x00, 0x00, 0x55, 0x20, 0x00, 0x04, 0x07,
+                                          0x60, 0x6F, 0xA0, 0x04, 0x01}));
+    std::vector<Tolmar::FollowedEvent> followed;
+    const std::size_t before = bench.requests().size();
+    last = follower.Poll(followed);
+    ASSERT_EQ(followed.size(), 4u);
+    EXPECT_EQ(followed[3].record.details, (std::vector<std::string>{"CPU 3", "APIC ID = 1"}));
+    // Asked once: the next poll's new record is decoded with what the BMC said then.
+    EXPECT_EQ(std::count(bench.requests().begin() + static_cast<long>(before),
+                         bench.requests().end(), request(0x06, 0x01, {})),
+              1);
+    bmc.storeSelRecord(selRecord(0x0005, {0x02, 0xF0, 0x00, 0x00, 0x55, 0x20, 0x00, 0x04, 0x07,
+                                          0x60, 0x6F, 0xA0, 0x01, 0x02}));
+    followed.clear();
+    const std::size_t second = bench.requests().size();
+    last = follower.Poll(followed);
+    ASSERT_EQ(followed.size(), 1u);
+    EXPECT_EQ(followed[0].record.details, (std::vector<std::string>{"CPU 1", "APIC ID = 2"}));
+    EXPECT_EQ(std::count(bench.requests().begin() + static_cast<long>(second),
+                         bench.requests().end(), request(0x06, 0x01, {})),
+              0);
+}
+
 TEST_F(IpmiEventFollowerTest, TheDescribedRenderingIsTheWholeLogsWithTheSameRecordsBeside) {
     follower.SetRendering(Tolmar::EventRendering::Described);
     std::vector<Tolmar::FollowedEvent> followed;
