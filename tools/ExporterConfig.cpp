@@ -21,7 +21,7 @@ const std::vector<std::string> kModuleKeys = {
     "timeout",     "collectors",    "workaround_flags", "exclude_sensor_ids",
     "custom_args", "collector_cmd", "default_args",     "pass_file",
     "bmc_key",     "bmc_key_file",  "cipher_suite",     "port",
-    "hosts"};
+    "hosts",       "rendering"};
 // ipmi_exporter's keys that tune FreeIPMI's commands, which we do not run.
 const std::vector<std::string> kUnusedKeys = {"exclude_sensor_ids", "custom_args", "collector_cmd",
                                               "default_args"};
@@ -82,6 +82,7 @@ public:
         if (const YamlEntry* port = find("port")) {
             module_.port = static_cast<unsigned short>(file_.number(*port, 1, 65535, "a UDP port"));
         }
+        if (const YamlEntry* rendering = find("rendering")) readRendering(*rendering);
         if (const YamlEntry* hosts = find("hosts")) {
             readHosts(*hosts);
         } else {
@@ -153,6 +154,18 @@ private:
         const std::optional<std::string> privilege = privilegeName(given);
         if (!privilege) throw file_.error(entry, quoted(given) + " is not admin, operator or user");
         module_.privilege = *privilege;
+    }
+
+    // --rendering's words: ipmi or described.
+    void readRendering(const YamlEntry& entry) {
+        const std::string given = file_.text(entry);
+        if (given == "ipmi") {
+            module_.rendering = Tolmar::EventRendering::Ipmi;
+        } else if (given == "described") {
+            module_.rendering = Tolmar::EventRendering::Described;
+        } else {
+            throw file_.error(entry, quoted(given) + " is not ipmi or described");
+        }
     }
 
     // LAN_2_0 is what we speak; the module of another driver loads, but refuses its scrapes.

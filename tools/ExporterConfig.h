@@ -3,6 +3,8 @@
 // /ipmi?target=HOST[:PORT]&module=NAME reaches the target with the module's credentials.
 #pragma once
 
+#include <IpmiEventFollower.h>
+
 #include "YamlFile.h"
 
 #include <chrono>
@@ -25,6 +27,8 @@ struct ExporterModule {
     std::vector<std::string> workarounds;       // workaround_flags the library takes
     std::optional<std::string> bmcKey;          // K_g, as text
     unsigned short port = 623;
+    // How its targets' events are worded (the severities counted); unset: as the command line says
+    std::optional<Tolmar::EventRendering> rendering;
     // Shell patterns of the targets' hosts the module may reach, matched against the whole host
     // ignoring case; the file must give them, or `hosts: any`.
     std::vector<std::string> hosts;

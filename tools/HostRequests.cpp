@@ -156,32 +156,32 @@ std::string offeredText(const Tolmar::SessionReport& session, const Options& opt
                                                                               : "not asked";
 }
 
-bool keep(const IPMIEVENT& event, const Options& options) {
+bool keep(const Tolmar::FollowedEvent& followed, const Options& options) {
+    const IPMIEVENT& event = followed.event;
     if (event.severity < options.minimumSeverity) return false;
     if (event.recordId < options.firstId || event.recordId > options.lastId) return false;
     if (options.since.empty() && options.until.empty()) return true;
-    const auto moment = parseEventTime(event.timeStamp);
-    if (!moment) return false;  // an unspecified time is in no range
+    // The record's own time stamp, whatever the rendering: one that is unspecified or counts from
+    // the BMC's initialisation is in no range.
+    const auto moment = absoluteTime(followed.record);
+    if (!moment) return false;
     if (!options.since.empty() && *moment < parseUserTime(options.since)) return false;
     return options.until.empty() || *moment <= parseUserTime(options.until);
 }
 
 }  // namespace
 
-void addEvents(HostResult& out, const std::string& host, std::vector<IPMIEVENT> events,
+void addEvents(HostResult& out, const std::string& host, std::vector<Tolmar::FollowedEvent> events,
                const Options& options) {
     events.erase(std::remove_if(events.begin(), events.end(),
-                                [&](const IPMIEVENT& e) { return !keep(e, options); }),
+                                [&](const Tolmar::FollowedEvent& e) { return !keep(e, options); }),
                  events.end());
     const std::size_t first =
         options.last != 0 && events.size() > options.last ? events.size() - options.last : 0;
+    // Local times, where asked for, are the output's (Style::localTime).
     for (std::size_t i = first; i < events.size(); ++i) {
-        if (options.localTime) {
-            if (const auto moment = parseEventTime(events[i].timeStamp)) {
-                events[i].timeStamp = localTimeText(*moment);
-            }
-        }
-        out.events.push_back({host, std::move(events[i])});
+        Tolmar::FollowedEvent& e = events[i];
+        out.events.push_back({host, std::move(e.event), true, std::move(e.record), e.entry});
     }
 }
 
@@ -249,6 +249,7 @@ bool lockState(const std::string& lockFile, const std::string& state, std::strin
 
 Tolmar::IpmiEventFollower followerOf(const Options& options, const std::string& host) {
     Tolmar::IpmiEventFollower follower(connection(options, host), settings(options));
+    follower.SetRendering(options.rendering);
     follower.ClearWhenFull(options.clearWhenFull);
     return follower;
 }
@@ -264,7 +265,7 @@ std::string selChangeText(const std::string& host, const HostResult& result) {
 
 void pollFollower(Tolmar::IpmiEventFollower& follower, const std::string& host,
                   const Options& options, HostResult& out, bool skipping) {
-    std::vector<IPMIEVENT> events;
+    std::vector<Tolmar::FollowedEvent> events;
     const Tolmar::PollResult poll = skipping ? follower.SkipToEnd() : follower.Poll(events);
     out.result = poll.result;
     out.incomplete = poll.result == IpmiEventLog::EL_SUCCESS && !poll.complete;
@@ -304,9 +305,11 @@ void listNewEvents(const Options& options, const std::string& host, HostResult& 
 }  // namespace
 
 void readWholeSel(const Options& options, const std::string& host, HostResult& out,
-                  std::vector<IPMIEVENT>* events, std::vector<Tolmar::IPMISELENTRY>* entries) {
+                  std::vector<Tolmar::FollowedEvent>* events,
+                  std::vector<Tolmar::IPMISELENTRY>* entries) {
     // No state and no clearing: the first poll reads the SEL from its first record.
     Tolmar::IpmiEventFollower follower(connection(options, host), settings(options));
+    follower.SetRendering(options.rendering);
     const Tolmar::PollResult poll =
         events != nullptr ? follower.Poll(*events) : follower.PollRaw(*entries);
     out.result = poll.result;
@@ -343,13 +346,15 @@ HostResult run(const Options& options, const std::string& host) {
     if (command == "list" && !options.statePath.empty()) {
         listNewEvents(options, host, out);
     } else if (command == "list" || command == "show") {
-        std::vector<IPMIEVENT> events;
+        std::vector<Tolmar::FollowedEvent> events;
         readWholeSel(options, host, out, &events);
         if (command == "show") {
             // The whole event, source and auxiliary log included, of the record asked for.
             const unsigned long id = parseRecordId(options.arguments.at(0));
             events.erase(std::remove_if(events.begin(), events.end(),
-                                        [id](const IPMIEVENT& e) { return e.recordId != id; }),
+                                        [id](const Tolmar::FollowedEvent& e) {
+                                            return e.event.recordId != id;
+                                        }),
                          events.end());
             // A record not read before the read ended may be there still.
             if (out.result == IpmiEventLog::EL_SUCCESS && events.empty() && !out.incomplete) {

@@ -64,10 +64,10 @@ std::string sessionText(const Tolmar::SessionReport& session, const Options& opt
 std::string failureText(const std::string& host, const HostResult& result);
 std::string incompleteText(const std::string& host, const HostResult& result,
                            const Options& options);
-// The events the filters keep (severity, IDs, time), the last N of them, with local times when
-// asked for, as rows of `host`.
-void addEvents(HostResult& out, const std::string& host,
-               std::vector<Tolmar::TolmarAgentless::IPMIEVENT> events, const Options& options);
+// The events the filters keep (severity, IDs, the record's time stamp), the last N of them, as
+// rows of `host`.
+void addEvents(HostResult& out, const std::string& host, std::vector<Tolmar::FollowedEvent> events,
+               const Options& options);
 
 // Says `warning` on standard error, one whole line whatever thread says it; nothing when empty.
 void sayWarning(const std::string& warning);
@@ -90,7 +90,8 @@ std::string stateLockFile(const std::string& path, bool directory);
 // naming `state`; true otherwise, with `message` a warning when no lock could be made there.
 bool lockState(const std::string& lockFile, const std::string& state, std::string& message);
 
-// A follower of `host` as the command line asks.
+// A follower of `host` as the command line asks: its settings and rendering, and its clear when
+// full.
 Tolmar::IpmiEventFollower followerOf(const Options& options, const std::string& host);
 // What a follower's poll found the SEL's records went through (cleared; cleared by the poll, or
 // not), a line each, naming the host.
@@ -103,13 +104,13 @@ void pollFollower(Tolmar::IpmiEventFollower& follower, const std::string& host,
                   const Options& options, HostResult& out, bool skipping = false);
 
 // list, show and raw: the whole SEL of `host` through a follower without state, whose first poll
-// decodes exactly as IpmiEventLog::GetAllIpmiEventLog does, into `events`, or with `entries`, the
-// records as they were read. Unlike that call, it tells a read that ended before the SEL's end
-// (refused, cut short, unanswered, or an erase begun part way) from a short SEL: `out` is then
-// incomplete, with the reason. An empty SEL, or one being erased from its first record, is a
-// complete read of nothing.
+// decodes every record into `events`, in the rendering the command line asks for (described:
+// exactly as IpmiEventLog::GetAllIpmiEventLog does), or with `entries`, the records as they were
+// read. Unlike that call, it tells a read that ended before the SEL's end (refused, cut short,
+// unanswered, or an erase begun part way) from a short SEL: `out` is then incomplete, with the
+// reason. An empty SEL, or one being erased from its first record, is a complete read of nothing.
 void readWholeSel(const Options& options, const std::string& host, HostResult& out,
-                  std::vector<Tolmar::TolmarAgentless::IPMIEVENT>* events,
+                  std::vector<Tolmar::FollowedEvent>* events,
                   std::vector<Tolmar::IPMISELENTRY>* entries = nullptr);
 
 // Runs the command line's request on one host.

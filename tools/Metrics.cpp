@@ -4,8 +4,6 @@
 #include <cstdio>
 #include <sstream>
 
-#include "TimeStamps.h"
-
 namespace tool {
 
 namespace {
@@ -81,7 +79,7 @@ FleetMetrics::FleetMetrics(std::vector<std::string> hosts, bool hostLabels)
 }
 
 void FleetMetrics::recordPoll(const std::string& host, const PollFacts& poll,
-                              const std::vector<Tolmar::TolmarAgentless::IPMIEVENT>& events) {
+                              const std::vector<EventFacts>& events) {
     Host& h = hosts_[host];
     h.polled = true;
     h.up = poll.up;
@@ -95,8 +93,8 @@ void FleetMetrics::recordPoll(const std::string& host, const PollFacts& poll,
         const int severity = std::clamp(event.severity, 0, 2);
         ++h.events[severity];
         if (severity != 2) continue;
-        const std::optional<std::time_t> moment = parseEventTime(event.timeStamp);
-        if (moment && (!h.newestCritical || *moment > *h.newestCritical)) h.newestCritical = moment;
+        if (event.time && (!h.newestCritical || *event.time > *h.newestCritical))
+            h.newestCritical = event.time;
     }
 }
 

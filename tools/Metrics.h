@@ -5,7 +5,6 @@
 #pragma once
 
 #include <IpmiEventFollower.h>
-#include <IpmiEventLog.h>
 
 #include <ctime>
 #include <map>
@@ -26,6 +25,13 @@ struct PollFacts {
     Tolmar::SelHealth sel;         // how full it found the SEL
 };
 
+// What the metrics take of one event: its severity (0 info, 1 warning, 2 critical) and the
+// moment its record's time stamp names, when it names one.
+struct EventFacts {
+    int severity = 0;
+    std::optional<std::time_t> time;
+};
+
 // What the community's ipmi_exporter answers for a scrape of one target with its `sel` collector,
 // under its names and help texts: whether the scrape succeeded, how long it took, and, when it
 // did, the SEL's entry count (under both names that exporter has used) and free space.
@@ -42,7 +48,7 @@ public:
 
     // One poll of `host`, and the events it brought.
     void recordPoll(const std::string& host, const PollFacts& poll,
-                    const std::vector<Tolmar::TolmarAgentless::IPMIEVENT>& events);
+                    const std::vector<EventFacts>& events);
     void recordFleetPoll() { ++polls_; }
 
     std::string text() const;

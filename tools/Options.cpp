@@ -56,6 +56,9 @@ const char* const kUsage =
     "\n"
     "output:\n"
     "  --format F        table, json, jsonl or csv (table)\n"
+    "  --rendering R     how events are worded: ipmi, what the record's bytes mean in\n"
+    "                    IPMI v2.0 (sensor, event, reading), or described, the library's\n"
+    "                    texts (ipmi)\n"
     "  --wide            full texts in the table, with the auxiliary log\n"
     "  --localtime       time stamps in local time (the BMC's are UTC)\n"
     "  -v                trace the IPMI exchange on standard error; status: what was\n"
@@ -126,6 +129,16 @@ Format parseFormat(const std::string& text) {
         throw UsageError("format \"" + text + "\" is not table, json, jsonl or csv");
     return found->second;
 }
+
+}  // namespace
+
+Tolmar::EventRendering parseRendering(const std::string& text) {
+    if (text == "ipmi") return Tolmar::EventRendering::Ipmi;
+    if (text == "described") return Tolmar::EventRendering::Described;
+    throw UsageError("rendering \"" + printable(text) + "\" is not ipmi or described");
+}
+
+namespace {
 
 // A configuration file's name: an empty one would read as no file given at all.
 std::string fileName(const std::string& option, const std::string& name) {
@@ -337,6 +350,8 @@ Options parseOptions(const std::vector<std::string>& args) {
             addWorkarounds(value(i), options.workarounds);
         } else if (arg == "--format") {
             options.format = parseFormat(value(i));
+        } else if (arg == "--rendering") {
+            options.rendering = parseRendering(value(i));
         } else if (arg == "--wide") {
             options.wide = true;
         } else if (arg == "--localtime") {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <IpmiConnectionSettings.h>
+#include <IpmiEventFollower.h>
 
 #include <optional>
 #include <stdexcept>
@@ -33,6 +34,8 @@ struct Options {
     std::string privilege;  // admin, operator, user; empty: the highest the BMC grants
     std::vector<std::string> workarounds;  // of Tolmar::WorkaroundNames(), each once
     Format format = Format::Table;
+    // How events are worded: what their bytes mean in IPMI v2.0, or the library's described texts
+    Tolmar::EventRendering rendering = Tolmar::EventRendering::Ipmi;
     bool wide = false;
     bool localTime = false;
     bool verbose = false;
@@ -67,6 +70,9 @@ Options parseOptions(const std::vector<std::string>& args);
 
 // "bmc[01-03].example,other" -> bmc01.example, bmc02.example, bmc03.example, other.
 std::vector<std::string> expandHosts(const std::string& list);
+
+// --rendering's value: "ipmi" or "described". Throws UsageError for another.
+Tolmar::EventRendering parseRendering(const std::string& text);
 
 // A number in decimal or 0x-hexadecimal, at most `max`; `what` names it in the error.
 unsigned long parseNumber(const std::string& text, unsigned long max, const std::string& what);

@@ -1,6 +1,7 @@
 #include "Output.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 #include <sstream>
@@ -8,6 +9,7 @@
 #include "HexBytes.h"
 #include "Journal.h"
 #include "Printable.h"
+#include "TimeStamps.h"
 
 namespace tool {
 
@@ -76,6 +78,92 @@ void writeTable(std::ostream& out, const std::vector<std::vector<std::string>>& 
     }
 }
 
+using Kind = Tolmar::DecodedSelRecord::Kind;
+using Time = Tolmar::DecodedSelRecord::Time;
+
+// OEM bytes as JSON and CSV give them: lower-case digits, no spaces.
+std::string oemHex(const std::vector<std::uint8_t>& bytes) {
+    return hexText(bytes.data(), bytes.size());
+}
+
+// The columns JSON and CSV add for what a record's bytes mean, in this order; a key that does
+// not apply to a record is absent from its object and an empty cell of its row.
+const char* const kRecordColumns =
+    "recordType,time,preInitSeconds,generatorId,sensorType,sensorTypeName,sensorNumber,"
+    "sensorName,eventType,direction,offset,eventData,reading,readingUnits,threshold,"
+    "thresholdUnits,manufacturerId,manufacturer,oemData";
+
+bool isOem(const Tolmar::DecodedSelRecord& record) { return record.kind != Kind::SystemEvent; }
+
+// A reading or threshold that can be written: one the SDR converted to a finite number.
+const Tolmar::SensorValue* writable(const std::optional<Tolmar::SensorValue>& value) {
+    return value && std::isfinite(value->value) ? &*value : nullptr;
+}
+
+std::string jsonValue(const char* key, const std::optional<Tolmar::SensorValue>& value) {
+    const Tolmar::SensorValue* shown = writable(value);
+    if (shown == nullptr) return "";
+    return std::string(",\"") + key + "\":{\"value\":" + valueNumber(shown->value) +
+           ",\"units\":" + jsonString(shown->units) + "}";
+}
+
+// The record's facts as JSON members, each preceded by a comma.
+std::string recordJson(const Tolmar::DecodedSelRecord& r) {
+    const auto number = [](const char* key, unsigned long value) {
+        return std::string(",\"") + key + "\":" + std::to_string(value);
+    };
+    const auto text = [](const char* key, const std::optional<std::string>& value) {
+        return std::string(",\"") + key + "\":" + (value ? jsonString(*value) : "null");
+    };
+    const std::optional<std::time_t> moment = absoluteTime(r);
+    std::string out =
+        number("recordType", r.recordType) +
+        text("time", moment ? std::optional<std::string>(isoUtcText(*moment)) : std::nullopt);
+    if (r.time == Time::PreInit) out += number("preInitSeconds", r.timestamp);
+    if (r.kind == Kind::SystemEvent) {
+        out += number("generatorId", r.generatorId) + number("sensorType", r.sensorType) +
+               text("sensorTypeName", r.sensorTypeName) + number("sensorNumber", r.sensorNumber) +
+               text("sensorName", r.sensorName) + number("eventType", r.eventType) +
+               text("direction", r.assertion ? "assertion" : "deassertion") +
+               number("offset", r.offset) + ",\"eventData\":[" + std::to_string(r.eventData[0]) +
+               "," + std::to_string(r.eventData[1]) + "," + std::to_string(r.eventData[2]) + "]" +
+               jsonValue("reading", r.reading) + jsonValue("threshold", r.threshold);
+    } else {
+        if (r.kind == Kind::TimestampedOem) out += number("manufacturerId", r.manufacturerId);
+        out += text("manufacturer", r.manufacturer) + text("oemData", oemHex(r.oemData));
+    }
+    return out;
+}
+
+// The record's facts as CSV cells, each preceded by a comma, in kRecordColumns' order.
+std::string recordCsv(const Tolmar::DecodedSelRecord& r) {
+    const bool system = r.kind == Kind::SystemEvent;
+    const auto number = [](bool applies, unsigned long value) {
+        return "," + (applies ? std::to_string(value) : std::string());
+    };
+    const auto text = [](bool applies, const std::string& value) {
+        return "," + (applies ? csvField(value) : std::string());
+    };
+    const auto value = [](const std::optional<Tolmar::SensorValue>& v) {
+        const Tolmar::SensorValue* shown = writable(v);
+        return shown == nullptr ? std::string(",,")
+                                : "," + valueNumber(shown->value) + "," + csvField(shown->units);
+    };
+    const std::optional<std::time_t> moment = absoluteTime(r);
+    return number(true, r.recordType) +
+           text(moment.has_value(), moment ? isoUtcText(*moment) : "") +
+           number(r.time == Time::PreInit, r.timestamp) + number(system, r.generatorId) +
+           number(system, r.sensorType) + text(system, r.sensorTypeName) +
+           number(system, r.sensorNumber) + text(system, r.sensorName.value_or("")) +
+           number(system, r.eventType) + text(system, r.assertion ? "assertion" : "deassertion") +
+           number(system, r.offset) +
+           text(system, std::to_string(r.eventData[0]) + " " + std::to_string(r.eventData[1]) +
+                            " " + std::to_string(r.eventData[2])) +
+           (system ? value(r.reading) + value(r.threshold) : std::string(",,,,")) +
+           number(r.kind == Kind::TimestampedOem, r.manufacturerId) +
+           text(isOem(r), r.manufacturer.value_or("")) + text(isOem(r), oemHex(r.oemData));
+}
+
 // How many lines writeEvents puts before the rows: JSON's bracket, or a header.
 std::size_t linesBeforeRows(const Style& style) {
     if (style.format == Format::Json) return 1;
@@ -100,6 +188,21 @@ std::string withJournalPrefixes(const std::string& text, const std::vector<Event
 }
 
 }  // namespace
+
+std::string timeStampText(const EventRow& row, const Style& style) {
+    if (style.rendering == Tolmar::EventRendering::Ipmi)
+        return recordTimeText(row.record, style.localTime);
+    if (style.localTime) {
+        if (const auto moment = parseEventTime(row.event.timeStamp)) return localTimeText(*moment);
+    }
+    return row.event.timeStamp;
+}
+
+std::string valueNumber(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.15g", value);
+    return text;
+}
 
 const char* severityWord(int severity) {
     switch (severity) {
@@ -172,14 +275,14 @@ void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Sty
         out << withJournalPrefixes(text.str(), rows, style);
         return;
     }
-    const auto json = [](const EventRow& row) {
+    const auto json = [&style](const EventRow& row) {
         const auto& e = row.event;
         return "{\"host\":" + jsonString(row.host) + ",\"recordId\":" + std::to_string(e.recordId) +
-               ",\"timeStamp\":" + jsonString(e.timeStamp) +
+               ",\"timeStamp\":" + jsonString(timeStampText(row, style)) +
                ",\"severity\":" + jsonString(severityWord(e.severity)) +
                ",\"message\":" + jsonString(e.message) + ",\"source\":" + jsonString(e.source) +
                ",\"auxLog\":" + jsonString(e.auxLog) +
-               ",\"complete\":" + trueOrFalse(row.complete) + "}";
+               ",\"complete\":" + trueOrFalse(row.complete) + recordJson(row.record) + "}";
     };
     switch (style.format) {
         case Format::Json:
@@ -192,14 +295,16 @@ void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Sty
             for (const EventRow& row : rows) out << json(row) << "\n";
             return;
         case Format::Csv:
-            if (style.header)
-                out << "host,recordId,timeStamp,severity,message,source,auxLog,complete\r\n";
+            if (style.header) {
+                out << "host,recordId,timeStamp,severity,message,source,auxLog,complete,"
+                    << kRecordColumns << "\r\n";
+            }
             for (const EventRow& row : rows) {
                 const auto& e = row.event;
                 out << csvField(row.host) << "," << recordIdText(e.recordId) << ","
-                    << csvField(e.timeStamp) << "," << severityWord(e.severity) << ","
+                    << csvField(timeStampText(row, style)) << "," << severityWord(e.severity) << ","
                     << csvField(e.message) << "," << csvField(e.source) << "," << csvField(e.auxLog)
-                    << "," << trueOrFalse(row.complete) << "\r\n";
+                    << "," << trueOrFalse(row.complete) << recordCsv(row.record) << "\r\n";
             }
             return;
         case Format::Table:
@@ -213,7 +318,7 @@ void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Sty
     table.push_back(header);
     for (const EventRow& row : rows) {
         const auto& e = row.event;
-        std::vector<std::string> cells = {recordIdText(e.recordId), e.timeStamp,
+        std::vector<std::string> cells = {recordIdText(e.recordId), timeStampText(row, style),
                                           severityWord(e.severity), displayText(e.source),
                                           displayText(e.message)};
         if (style.wide) cells.push_back(displayText(e.auxLog));

@@ -3,7 +3,9 @@
 // bytes above 0x7E are escaped, never written raw.
 #pragma once
 
+#include <IpmiEventFollower.h>
 #include <IpmiEventLog.h>
+#include <IpmiSelDecoding.h>
 
 #include <ostream>
 #include <string>
@@ -18,8 +20,12 @@ namespace tool {
 // details. JSON and CSV carry it, for programs; the tool says it on standard error too.
 struct EventRow {
     std::string host;
-    Tolmar::TolmarAgentless::IPMIEVENT event;
+    Tolmar::TolmarAgentless::IPMIEVENT event;  // worded in the rendering asked for
     bool complete = true;
+    // What the record's bytes mean in IPMI v2.0, whatever the rendering: JSON and CSV carry its
+    // fields, and the IPMI rendering's table its time stamp.
+    Tolmar::DecodedSelRecord record{};
+    Tolmar::IPMISELENTRY entry{};  // the record as the BMC gave it
 };
 
 struct EntryRow {
@@ -30,6 +36,10 @@ struct EntryRow {
 
 struct Style {
     Format format = Format::Table;
+    // Ipmi: the time stamp shown is the record's own (EventRow::record); Described: the event's
+    // text, as the library words it.
+    Tolmar::EventRendering rendering = Tolmar::EventRendering::Ipmi;
+    bool localTime = false;  // absolute time stamps in this machine's local time, not UTC
     bool wide = false;
     bool showHost = false;
     bool colour = false;
@@ -44,6 +54,11 @@ void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Sty
 void writeEntries(std::ostream& out, const std::vector<EntryRow>& rows, const Style& style);
 
 const char* severityWord(int severity);
+// The time stamp a row shows in `style`'s rendering (TIME, timeStamp).
+std::string timeStampText(const EventRow& row, const Style& style);
+// A reading's or threshold's value as a JSON number (and CSV cell): up to 15 significant digits,
+// so that the conversion's rounding noise does not show. Only for finite values.
+std::string valueNumber(double value);
 // Control bytes, bytes above 0x7E and the backslash as \xNN and \\.
 std::string displayText(const std::string& text);
 // A JSON string literal; bytes above 0x7E become \u00NN, keeping their value.

@@ -15,6 +15,7 @@ TargetConnection targetConnection(Options options, const ScrapeTarget& target) {
     connection.info = tool::connection(options, target.host);
     connection.settings = settings(options);
     connection.clearWhenFull = options.clearWhenFull;
+    connection.rendering = options.rendering;
     return connection;
 }
 
@@ -95,6 +96,7 @@ bool ScrapeModules::resolve(const TargetKey& key, TargetConnection& connection,
     moduleOptions.privilege = module.privilege;
     moduleOptions.bmcKey = module.bmcKey;
     moduleOptions.workarounds = module.workarounds;
+    moduleOptions.rendering = module.rendering.value_or(options_.rendering);
     connection = targetConnection(moduleOptions, target);
     if (module.timeoutMs)
         connection.settings.sessionTimeout = std::chrono::milliseconds(*module.timeoutMs);

@@ -4,7 +4,6 @@
 
 #include <climits>
 #include <cstdio>
-#include <ctime>
 #include <map>
 
 #include "Options.h"
@@ -28,16 +27,20 @@ std::string headerField(const std::string& text) {
     return orNil(out);
 }
 
-std::string rfc3339(std::time_t moment) {
-    std::tm utc{};
-    gmtime_r(&moment, &utc);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
-    return text;
-}
-
 std::string sdParam(const std::string& name, const std::string& value) {
     return " " + name + "=\"" + sdParamValue(displayText(value)) + "\"";
+}
+
+// The record's facts, whatever the rendering: its type and, for a system event, its sensor (the
+// name only where the BMC's SDR gives one). Numbers in decimal, as JSON has them.
+std::string recordParams(const Tolmar::DecodedSelRecord& record) {
+    std::string data = sdParam("recordType", std::to_string(record.recordType));
+    if (record.kind != Tolmar::DecodedSelRecord::Kind::SystemEvent) return data;
+    data += sdParam("sensorType", std::to_string(record.sensorType)) +
+            sdParam("sensorTypeName", record.sensorTypeName) +
+            sdParam("sensorNumber", std::to_string(record.sensorNumber));
+    if (record.sensorName) data += sdParam("sensorName", *record.sensorName);
+    return data;
 }
 
 std::string structuredData(const EventRow& row) {
@@ -45,9 +48,11 @@ std::string structuredData(const EventRow& row) {
     std::string data = std::string("[") + kSyslogSdId + sdParam("host", row.host) +
                        sdParam("recordId", std::to_string(event.recordId)) +
                        sdParam("severity", severityWord(event.severity));
-    if (const std::optional<std::time_t> stamped = parseEventTime(event.timeStamp))
-        data += sdParam("eventTime", rfc3339(*stamped));
+    // The BMC's own time stamp, from the record's bytes: the same in either rendering.
+    if (const std::optional<std::time_t> stamped = absoluteTime(row.record))
+        data += sdParam("eventTime", isoUtcText(*stamped));
     if (!event.source.empty()) data += sdParam("source", event.source);
+    data += recordParams(row.record);
     if (!row.complete) data += sdParam("complete", "false");
     return data + "]";
 }
@@ -142,7 +147,7 @@ std::string syslogTimestamp(std::chrono::system_clock::time_point moment) {
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(sinceEpoch);
     const auto milliseconds =
         std::chrono::duration_cast<std::chrono::milliseconds>(sinceEpoch - seconds).count();
-    std::string text = rfc3339(static_cast<std::time_t>(seconds.count()));
+    std::string text = isoUtcText(static_cast<std::time_t>(seconds.count()));
     char fraction[8];
     std::snprintf(fraction, sizeof fraction, ".%03d", static_cast<int>(milliseconds));
     return text.insert(text.size() - 1, fraction);

@@ -54,9 +54,13 @@ std::string syslogTimestamp(std::chrono::system_clock::time_point moment);
 std::string sdParamValue(const std::string& text);
 
 // `<PRI>1 TIMESTAMP HOSTNAME ipmi-event-log PROCID sel [ipmi@32473 host="..." recordId="..."
-// severity="..." eventTime="..." source="..."] MESSAGE`. PRI is the facility's code times 8 plus
-// the severity's; TIMESTAMP is `read`, when the tool read the event; eventTime, the BMC's time
-// stamp in RFC 3339 (left out when the BMC gave none). Texts are as the table shows them, bytes
+// severity="..." eventTime="..." source="..." recordType="..." sensorType="..."
+// sensorTypeName="..." sensorNumber="..." sensorName="..."] MESSAGE`. PRI is the facility's code
+// times 8 plus the severity's; TIMESTAMP is `read`, when the tool read the event; eventTime, the
+// record's own time stamp in RFC 3339 (left out when it is unspecified or counts from the BMC's
+// initialisation). The record type (decimal) is always there; the sensor's type (decimal and its
+// name), number (decimal) and name (where the SDR gives one) for a system event only. Source and
+// message are the event's, in the rendering asked for. Texts are as the table shows them, bytes
 // outside printable ASCII escaped, so the message is ASCII: valid UTF-8 with no BOM needed.
 std::string syslogMessage(const EventRow& row, const SyslogOrigin& origin,
                           std::chrono::system_clock::time_point read);

@@ -4,6 +4,8 @@
 #include <future>
 #include <optional>
 
+#include "TimeStamps.h"
+
 namespace tool {
 
 namespace {
@@ -38,8 +40,10 @@ Tolmar::ConnectionSettings withinLimit(Tolmar::ConnectionSettings settings,
 }  // namespace
 
 void recordPoll(FleetMetrics& metrics, const std::string& host, const HostResult& r) {
-    std::vector<Tolmar::TolmarAgentless::IPMIEVENT> events;
-    for (const EventRow& row : r.events) events.push_back(row.event);
+    std::vector<EventFacts> events;
+    events.reserve(r.events.size());
+    for (const EventRow& row : r.events)
+        events.push_back({row.event.severity, absoluteTime(row.record)});
     metrics.recordPoll(host,
                        {r.result == Tolmar::IpmiEventLog::EL_SUCCESS, !r.incomplete, r.cleared,
                         r.call.selEntriesRead, r.seconds, r.emptied, r.sel},
@@ -157,6 +161,7 @@ void TargetScrapes::poll(Target& target, const TargetKey& key, const TargetConne
         target.follower = std::move(renewed);
     }
     target.info = connection.info;
+    target.follower->SetRendering(connection.rendering);
     target.follower->ClearWhenFull(connection.clearWhenFull);
     target.follower->SetSettings(withinLimit(connection.settings, limit));
     HostResult result;

@@ -37,6 +37,8 @@ struct TargetConnection {
     Tolmar::TolmarConnection::ConnectionInfo info;
     Tolmar::ConnectionSettings settings;
     unsigned clearWhenFull = 0;
+    // How the target's events are worded (their severities, which the metrics count, with it).
+    Tolmar::EventRendering rendering = Tolmar::EventRendering::Ipmi;
     TargetLimits limits;  // how many targets may be followed, and for how long unscraped
 };
 

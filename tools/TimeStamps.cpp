@@ -6,6 +6,8 @@
 
 namespace tool {
 
+using Time = Tolmar::DecodedSelRecord::Time;
+
 std::optional<std::time_t> parseEventTime(const std::string& text) {
     std::tm utc{};
     char end = 0;
@@ -38,6 +40,37 @@ std::string localTimeText(std::time_t moment) {
     char text[80];  // room for any int the fields could hold
     std::snprintf(text, sizeof text, "%02d/%02d/%d %02d:%02d:%02d", local.tm_mon + 1, local.tm_mday,
                   local.tm_year + 1900, local.tm_hour, local.tm_min, local.tm_sec);
+    return text;
+}
+
+std::optional<std::time_t> absoluteTime(const Tolmar::DecodedSelRecord& record) {
+    if (record.time != Time::Absolute) return std::nullopt;
+    return static_cast<std::time_t>(record.timestamp);
+}
+
+std::string isoUtcText(std::time_t moment) {
+    std::tm utc{};
+    gmtime_r(&moment, &utc);
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
+    return text;
+}
+
+std::string recordTimeText(const Tolmar::DecodedSelRecord& record, bool localTime) {
+    char text[80] = "Unspecified";
+    if (record.time == Time::PreInit) {
+        std::snprintf(text, sizeof text, "PreInit +%lus",
+                      static_cast<unsigned long>(record.timestamp));
+    } else if (const std::optional<std::time_t> moment = absoluteTime(record)) {
+        std::tm fields{};
+        if (localTime) {
+            localtime_r(&*moment, &fields);
+            std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S %Z", &fields);
+        } else {
+            gmtime_r(&*moment, &fields);
+            std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &fields);
+        }
+    }
     return text;
 }
 

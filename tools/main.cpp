@@ -138,6 +138,8 @@ std::vector<HostResult> runAll(const Options& options) {
 tool::Style outputStyle(const Options& options) {
     tool::Style style;
     style.format = options.format;
+    style.rendering = options.rendering;
+    style.localTime = options.localTime;
     style.wide = options.wide;
     style.showHost = options.hosts.size() > 1;
     const bool terminal = isatty(STDOUT_FILENO);

@@ -315,7 +315,12 @@ TEST_F(RepositoryDeviationsTest, WithoutGetSelInfoEachRunListsOnlyWhatCameSinceT
     const ToolRun second = tool(deviant, state);
     EXPECT_EQ(second.status, 0);
     EXPECT_EQ(second.err, "");
-    EXPECT_EQ(second.out, "host,recordId,timeStamp,severity,message,source,auxLog,complete\r\n");
+    const std::string header =
+        "host,recordId,timeStamp,severity,message,source,auxLog,complete,recordType,time,"
+        "preInitSeconds,generatorId,sensorType,sensorTypeName,sensorNumber,sensorName,eventType,"
+        "direction,offset,eventData,reading,readingUnits,threshold,thresholdUnits,manufacturerId,"
+        "manufacturer,oemData\r\n";
+    EXPECT_EQ(second.out, header);
     deviant.change([](sim::SimulatedBmc& memory) {
         memory.storeSelRecord(sim::selRecord(0x0004, {0x02, 0xB4, 0x00, 0x00, 0x55, 0x20, 0x00,
                                                       0x04, 0x08, 0x60, 0x6F, 0x01, 0xFF, 0xFF}));
@@ -323,11 +328,13 @@ TEST_F(RepositoryDeviationsTest, WithoutGetSelInfoEachRunListsOnlyWhatCameSinceT
     const ToolRun third = tool(deviant, state);
     EXPECT_EQ(third.status, 0);
     EXPECT_EQ(third.err, "");
-    EXPECT_EQ(third.out,
-              "host,recordId,timeStamp,severity,message,source,auxLog,complete\r\n"
-              "HOST,0x0004,03/11/2015 08:45:40,critical,Power Supply 1 (Power Supply - PS1 "
-              "Status): Assertion: Power Supply Failure detected  ,16 (address). IPMB device LUN "
-              "0. Channel 0. ,No Extended Data,true\r\n");
+    // Stamped 550000B4h, 2015-03-11 08:45:40 UTC; the BMC (0020h); power supply (08h) sensor 60h,
+    // "PS1 Status" in the SDR; sensor-specific (6Fh), asserted; offset 1, failure detected.
+    EXPECT_EQ(third.out, header +
+                             "HOST,0x0004,2015-03-11 08:45:40 UTC,critical,Power Supply Failure "
+                             "detected | Asserted,Power Supply PS1 Status,No Extended Data,true,2,"
+                             "2015-03-11T08:45:40Z,,32,8,Power Supply,96,PS1 Status,111,assertion,"
+                             "1,1 255 255,,,,,,,\r\n");
     // Each run walked on from the last record it had read: 1 to 3, 3, then 3 and 4.
     const std::vector<Bytes> walks = deviant.requests(kGetSelEntry);
     std::vector<unsigned> ids;

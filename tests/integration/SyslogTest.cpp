@@ -119,11 +119,14 @@ std::string jsonNumber(const std::string& line, const std::string& name) {
     return line.substr(start, line.find(',', start) - start);
 }
 
-// "MM/DD/YYYY hh:mm:ss" as RFC 3339 in UTC; nothing for "Unspecified".
-std::string rfc3339(const std::string& stamp) {
-    if (stamp.size() != 19) return "";
-    return stamp.substr(6, 4) + "-" + stamp.substr(0, 2) + "-" + stamp.substr(3, 2) + "T" +
-           stamp.substr(11) + "Z";
+// The SD-PARAM ` NAME="..."` of a JSON line's field `name`, a string or a number; nothing when the
+// line has it null or not at all.
+std::string sdParam(const std::string& line, const std::string& name) {
+    if (line.find("\"" + name + "\":") == std::string::npos ||
+        line.find("\"" + name + "\":null") != std::string::npos)
+        return "";
+    const bool text = line.find("\"" + name + "\":\"") != std::string::npos;
+    return " " + name + "=\"" + (text ? jsonText(line, name) : jsonNumber(line, name)) + "\"";
 }
 
 int syslogSeverity(const std::string& word) {
@@ -136,15 +139,19 @@ std::string localHostName() {
     return name;
 }
 
-// What rsyslogd writes for an event `list --format jsonl` gives as `listed`, but the PROCID.
+// What rsyslogd writes for an event `list --format jsonl` gives as `listed`, but the PROCID: the
+// record's time stamp (JSON's time) as eventTime, and its type and sensor as JSON has them.
 std::string expectedLine(const std::string& listed, int facility) {
     const std::string severity = jsonText(listed, "severity");
-    const std::string time = rfc3339(jsonText(listed, "timeStamp"));
+    const std::string time = sdParam(listed, "time");
     return std::to_string(facility * 8 + syslogSeverity(severity)) + "|" + localHostName() +
            "|ipmi-event-log|sel|[ipmi@32473 host=\"" + jsonText(listed, "host") + "\" recordId=\"" +
            jsonNumber(listed, "recordId") + "\" severity=\"" + severity + "\"" +
-           (time.empty() ? "" : " eventTime=\"" + time + "\"") + " source=\"" +
-           jsonText(listed, "source") + "\"]|" + jsonText(listed, "message");
+           (time.empty() ? "" : " eventTime" + time.substr(time.find('='))) + " source=\"" +
+           jsonText(listed, "source") + "\"" + sdParam(listed, "recordType") +
+           sdParam(listed, "sensorType") + sdParam(listed, "sensorTypeName") +
+           sdParam(listed, "sensorNumber") + sdParam(listed, "sensorName") + "]|" +
+           jsonText(listed, "message");
 }
 
 // A received line without its PROCID, which must be the tool's: digits.
@@ -215,6 +222,19 @@ protected:
             critical += jsonText(event, "severity") == "critical";
         }
         EXPECT_EQ(critical, 12u);
+        // As the sample's bytes say: record 16h, a memory event (type 0Ch) of sensor 70h, which
+        // its SDR names; record 1Ch, an OS stop (type 20h) of sensor 90h, which no SDR describes.
+        EXPECT_NE(byRecord["22"].find(" eventTime=\"2015-03-12T15:56:18Z\" "), std::string::npos);
+        EXPECT_NE(byRecord["22"].find(" recordType=\"2\" sensorType=\"12\" "
+                                      "sensorTypeName=\"Memory\" sensorNumber=\"112\" "
+                                      "sensorName=\"DIMM Status\"]|"),
+                  std::string::npos)
+            << byRecord["22"];
+        EXPECT_NE(byRecord["28"].find(" recordType=\"2\" sensorType=\"32\" "
+                                      "sensorTypeName=\"OS Stop / Shutdown\" "
+                                      "sensorNumber=\"144\"]|"),
+                  std::string::npos)
+            << byRecord["28"];
     }
 
     // Follows the BMC in three polls 3 s apart, sending to `address` of `server`, which starts

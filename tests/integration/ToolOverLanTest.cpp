@@ -89,26 +89,70 @@ protected:
 };
 
 TEST_F(ToolOverLanTest, ListsTheDecodedLogInEveryFormat) {
+    // Record 16h of the sample: 16 00 | 02 | 5501B722h, 2015-03-12 15:56:18 UTC | generator 0020h
+    // (the BMC) | 04 | sensor type 0Ch (memory) | sensor 70h ("DIMM Status" in the SDR) | 6Fh
+    // (assertion, sensor-specific) | A1h (bits 7:6 and 5:4 10b, OEM codes in bytes 2 and 3;
+    // offset 1, uncorrectable ECC) 00 03.
     const ToolRun table = tool("list");
     EXPECT_EQ(table.status, 0) << table.err;
     EXPECT_EQ(lines(table.out), 1u + 35u);  // header and one row an event
-    EXPECT_EQ(table.out.rfind("ID      TIME                 SEVERITY  SOURCE", 0), 0u);
-    EXPECT_NE(table.out.find("0x0016  03/12/2015 15:56:18  critical"), std::string::npos);
+    EXPECT_EQ(table.out.rfind("ID      TIME                     SEVERITY  SOURCE", 0), 0u);
+    // SOURCE as wide as the longest, "System Boot / Restart Initiated Sys Boot".
+    EXPECT_NE(table.out.find("0x0016  2015-03-12 15:56:18 UTC  critical  Memory DIMM Status" +
+                             std::string(40 - 18 + 2, ' ') +
+                             "Uncorrectable ECC / other uncorrectable memory error | Asserted | "
+                             "Event Data 2 OEM code = 00h ; Event Data 3 OEM code = 03h\n"),
+              std::string::npos)
+        << table.out;
 
     const ToolRun json = tool("--format json list");
     EXPECT_EQ(json.out.front(), '[');
     EXPECT_EQ(lines(json.out), 37u);  // "[", 35 objects, "]"
-    EXPECT_NE(json.out.find("\"recordId\":22,\"timeStamp\":\"03/12/2015 15:56:18\",\"severity\":"
-                            "\"critical\",\"message\":\"Memory Device 1 (Memory - DIMM Status): "
-                            "Assertion: Uncorrectable ECC / other uncorrectable memory error  \""),
+    EXPECT_NE(json.out.find("\"recordId\":22,\"timeStamp\":\"2015-03-12 15:56:18 UTC\","
+                            "\"severity\":\"critical\",\"message\":\"Uncorrectable ECC / other "
+                            "uncorrectable memory error | Asserted | Event Data 2 OEM code = 00h ; "
+                            "Event Data 3 OEM code = 03h\",\"source\":\"Memory DIMM Status\","),
+              std::string::npos)
+        << json.out;
+    EXPECT_NE(json.out.find(",\"complete\":true,\"recordType\":2,\"time\":"
+                            "\"2015-03-12T15:56:18Z\",\"generatorId\":32,\"sensorType\":12,"
+                            "\"sensorTypeName\":\"Memory\",\"sensorNumber\":112,\"sensorName\":"
+                            "\"DIMM Status\",\"eventType\":111,\"direction\":\"assertion\","
+                            "\"offset\":1,\"eventData\":[161,0,3]}"),
               std::string::npos);
 
     EXPECT_EQ(lines(tool("--format jsonl list").out), 35u);
     const ToolRun csv = tool("--format csv list");
     EXPECT_EQ(lines(csv.out), 36u);
-    EXPECT_EQ(
-        csv.out.rfind("host,recordId,timeStamp,severity,message,source,auxLog,complete\r\n", 0),
-        0u);
+    EXPECT_EQ(csv.out.rfind("host,recordId,timeStamp,severity,message,source,auxLog,complete,"
+                            "recordType,time,preInitSeconds,generatorId,sensorType,sensorTypeName,"
+                            "sensorNumber,sensorName,eventType,direction,offset,eventData,reading,"
+                            "readingUnits,threshold,thresholdUnits,manufacturerId,manufacturer,"
+                            "oemData\r\n",
+                            0),
+              0u);
+}
+
+TEST_F(ToolOverLanTest, ListsTheLibrarysDescribedTextsOnRequest) {
+    const ToolRun table = tool("--rendering described list");
+    EXPECT_EQ(table.status, 0) << table.err;
+    EXPECT_EQ(lines(table.out), 1u + 35u);
+    EXPECT_EQ(table.out.rfind("ID      TIME                 SEVERITY  SOURCE", 0), 0u);
+    EXPECT_NE(table.out.find("0x0016  03/12/2015 15:56:18  critical"), std::string::npos);
+
+    const ToolRun json = tool("--rendering described --format json list");
+    EXPECT_EQ(lines(json.out), 37u);
+    EXPECT_NE(json.out.find("\"recordId\":22,\"timeStamp\":\"03/12/2015 15:56:18\",\"severity\":"
+                            "\"critical\",\"message\":\"Memory Device 1 (Memory - DIMM Status): "
+                            "Assertion: Uncorrectable ECC / other uncorrectable memory error  \","
+                            "\"source\":\"16 (address). IPMB device LUN 0. Channel 0. \","),
+              std::string::npos);
+    // What the bytes mean is the same in either rendering.
+    const std::string keys =
+        ",\"complete\":true,\"recordType\":2,\"time\":\"2015-03-12T15:56:18Z\",";
+    EXPECT_NE(json.out.find(keys), std::string::npos);
+    EXPECT_EQ(countOf(json.out, ",\"complete\":true,\"recordType\":2,"), 35u);
+    expectUsageError("--rendering ipmi2 list", "rendering \"ipmi2\" is not ipmi or described");
 }
 
 TEST_F(ToolOverLanTest, FiltersTheDecodedLog) {
@@ -125,9 +169,12 @@ TEST_F(ToolOverLanTest, FiltersTheDecodedLog) {
 }
 
 TEST_F(ToolOverLanTest, ShowsLocalTimeOnRequest) {
-    // TZ is two hours east of UTC here.
+    // TZ is two hours east of UTC here; record 1 is stamped 55000000h, 2015-03-11 08:42:40 UTC.
     const ToolRun run = tool("--localtime --format csv --id 1 list");
-    EXPECT_NE(run.out.find(",03/11/2015 10:42:40,"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find(",2015-03-11 10:42:40 +02,"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find(",2015-03-11T08:42:40Z,"), std::string::npos) << run.out;
+    const ToolRun described = tool("--rendering described --localtime --format csv --id 1 list");
+    EXPECT_NE(described.out.find(",03/11/2015 10:42:40,"), std::string::npos) << described.out;
 }
 
 TEST_F(ToolOverLanTest, ShowsOneEventWithEveryField) {
@@ -345,7 +392,8 @@ TEST_F(ToolOverLanTest, ABmcThatStopsAnsweringPartWayGivesWhatWasReadAndSaysSo) 
         const std::size_t read = lines(run.out);
         EXPECT_GT(read, 0u);
         EXPECT_LT(read, 35u);
-        EXPECT_EQ(countOf(run.out, ",\"complete\":false}\n"), read);
+        // Raw entries end with it; events have the record's keys after it.
+        EXPECT_EQ(countOf(run.out, ",\"complete\":false"), read);
         std::string expected = "ipmi-event-log: " + host +
                                ": incomplete: BMC stopped answering after " + std::to_string(read) +
                                " SEL entries";
@@ -406,7 +454,7 @@ TEST_F(ToolOverLanTest, ListWithAStateFilePrintsOnlyWhatWasAddedSinceTheLastRun)
     EXPECT_EQ(lines(damaged.out), 36u);
     EXPECT_EQ(damaged.err, "ipmi-event-log: warning: " + hostOf(*bmc) + ": " + state +
                                ": not a follower state of this version (its first line is not "
-                               "\"ipmi-event-log follower state 2\"); reading the whole SEL\n");
+                               "\"ipmi-event-log follower state 3\"); reading the whole SEL\n");
     expectUsageError("--state " + state + " raw", "--state goes with list");
 }
 

@@ -131,10 +131,12 @@ std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
-// The rows of an output marked as those of an incomplete read.
+// The rows of an output marked as those of an incomplete read: JSON's key; CSV's column, the last
+// of raw entries, followed by the record's columns in events.
 std::string markedIncomplete(const std::string& text) {
-    return replaced(replaced(text, "\"complete\":true", "\"complete\":false"), ",true\r\n",
-                    ",false\r\n");
+    return replaced(replaced(replaced(text, "\"complete\":true", "\"complete\":false"), ",true\r\n",
+                             ",false\r\n"),
+                    ",true,", ",false,");
 }
 
 // JSON lines as the JSON format's array.
@@ -147,6 +149,11 @@ std::string asJsonArray(const std::vector<std::string>& lines) {
 }
 
 const char* const kFormats[] = {"table", "json", "jsonl", "csv"};
+const char* const kCsvHeader =
+    "host,recordId,timeStamp,severity,message,source,auxLog,complete,recordType,time,"
+    "preInitSeconds,generatorId,sensorType,sensorTypeName,sensorNumber,sensorName,eventType,"
+    "direction,offset,eventData,reading,readingUnits,threshold,thresholdUnits,manufacturerId,"
+    "manufacturer,oemData\r\n";
 const std::string kMissing = "; severities, sensor names and auxiliary details may be missing";
 
 class ToolReadEndTest : public ::testing::Test {
@@ -255,13 +262,13 @@ TEST_F(ToolReadEndTest, ABmcSilentPartWayIsAnIncompleteRead) {
             ASSERT_EQ(rows.size(), 2u);
             EXPECT_EQ(rows[0].rfind("{\"host\":\"" + bmc.host() + "\",\"recordId\":1,", 0), 0u);
             EXPECT_EQ(rows[1].rfind("{\"host\":\"" + bmc.host() + "\",\"recordId\":2,", 0), 0u);
-            EXPECT_EQ(bmcsim::countOf(run.out, ",\"complete\":false}\n"), 2u);
+            EXPECT_EQ(bmcsim::countOf(run.out, ",\"complete\":false,"), 2u);
         } else if (std::string(format) == "csv") {
             ASSERT_EQ(rows.size(), 3u);
-            EXPECT_EQ(bmcsim::countOf(run.out, ",false\r\n"), 2u);
+            EXPECT_EQ(bmcsim::countOf(run.out, ",false,2,"), 2u);  // complete, then the record type
         } else if (std::string(format) == "json") {
             ASSERT_EQ(rows.size(), 4u);
-            EXPECT_EQ(bmcsim::countOf(run.out, ",\"complete\":false}"), 2u);
+            EXPECT_EQ(bmcsim::countOf(run.out, ",\"complete\":false,"), 2u);
         } else {
             ASSERT_EQ(rows.size(), 3u);
             EXPECT_EQ(rows[1].rfind("0x0001  ", 0), 0u);
@@ -276,7 +283,7 @@ TEST_F(ToolReadEndTest, AnEmptySelOrAnEraseAtTheFirstRecordIsACompleteReadOfNoth
         {"table", "ID  TIME  SEVERITY  SOURCE  MESSAGE\n"},
         {"json", "[]\n"},
         {"jsonl", ""},
-        {"csv", "host,recordId,timeStamp,severity,message,source,auxLog,complete\r\n"}};
+        {"csv", kCsvHeader}};
     const std::pair<std::string, std::string> expectedRaw[] = {
         {"table", ""},
         {"json", "[]\n"},

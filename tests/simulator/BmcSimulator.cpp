@@ -98,13 +98,16 @@ std::string storedDirectory() { return std::string("state/ipmi_sim/") + kBmcName
 // times. Adding records over the LAN instead has ipmi_sim rewrite that whole file for each one,
 // which takes minutes for tens of thousands.
 
-std::string storedSelFile(const std::vector<SelRecord>& sel) {
+std::string storedSelFile(const std::vector<SelRecord>& sel, SelRecordIds ids) {
     std::ostringstream out;
     out << std::setfill('0');
-    for (std::size_t id = sel.size(); id > 0; --id) {
-        SelRecord record = sel[id - 1];
-        record[0] = id & 0xFF;
-        record[1] = id >> 8;
+    for (std::size_t position = sel.size(); position > 0; --position) {
+        SelRecord record = sel[position - 1];
+        if (ids == SelRecordIds::FromOne) {
+            record[0] = position & 0xFF;
+            record[1] = position >> 8;
+        }
+        const unsigned id = record[0] | record[1] << 8;
         out << std::dec << id << ":d:" << std::hex;
         for (unsigned char byte : record) out << '\\' << std::setw(2) << unsigned{byte};
         out << '\n';
@@ -132,8 +135,8 @@ std::string auxiliaryLogFile(const std::vector<std::vector<unsigned char>>& reco
 BmcSimulator::BmcSimulator(const std::string& emulation,
                            const std::vector<std::vector<unsigned char>>& auxiliaryLog,
                            const std::vector<SelRecord>& sel, Interfaces interfaces,
-                           std::size_t selCapacity)
-    : interfaces_(interfaces) {
+                           std::size_t selCapacity, SelRecordIds selIds)
+    : interfaces_(interfaces), selIds_(selIds) {
     directory_.write("auxiliary.log", auxiliaryLogFile(auxiliaryLog));
     // Another program may take a port between its choice and ipmi_sim's start: ipmi_sim is then
     // started again on other ports.
@@ -148,7 +151,7 @@ BmcSimulator::BmcSimulator(const std::string& emulation,
         throw std::runtime_error("ipmi_sim did not open its LAN port; its output:\n" + log);
     }
     try {
-        if (!sel.empty()) deleteSelRecord(static_cast<std::uint16_t>(sel.size() + 1));
+        if (primed(sel)) deleteSelRecord(static_cast<std::uint16_t>(sel.size() + 1));
     } catch (...) {
         stop();
         throw;
@@ -161,14 +164,20 @@ bool BmcSimulator::start(const std::string& emulation, const std::vector<SelReco
     // there across runs, under its own name and the BMC's.
     std::filesystem::remove_all(directory_.file("state"));
     std::filesystem::create_directories(directory_.file(storedDirectory()));
-    directory_.write(storedDirectory() + "/sel.20", storedSelFile(sel));
+    directory_.write(storedDirectory() + "/sel.20", storedSelFile(sel, selIds_));
     port_ = freeLoopbackPort(SOCK_DGRAM);
     vmPort_ = interfaces_ == Interfaces::LanAndVm ? freeLoopbackPort(SOCK_STREAM) : 0;
     directory_.write("lan.conf",
                      lanConfiguration(port_, vmPort_, directory_.file("auxiliary.log")));
     selCapacity_ = selCapacity != 0 ? selCapacity : defaultSelCapacity(sel.size());
-    directory_.write("bmc.emu", emulationFile(emulation, selCapacity_, !sel.empty()));
+    directory_.write("bmc.emu", emulationFile(emulation, selCapacity_, primed(sel)));
     return launch();
+}
+
+bool BmcSimulator::primed(const std::vector<SelRecord>& sel) const {
+    // The priming record takes the ID after those numbered from 1; records that keep their own IDs
+    // are few (real records), and it could take one of theirs.
+    return !sel.empty() && selIds_ == SelRecordIds::FromOne;
 }
 
 bool BmcSimulator::launch() {

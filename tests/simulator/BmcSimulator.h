@@ -31,19 +31,26 @@ extern const LanUser kViewer;  // user privilege: may read, may not change
 // interface for a virtual machine (QEMU's ipmi-bmc-extern device) on a TCP port of 127.0.0.1.
 enum class Interfaces { Lan, LanAndVm };
 
+// The record IDs of the SEL a simulator starts with: from 1 in the order given, or the IDs the
+// records themselves hold (real records, kept byte for byte; none may be 0000h or FFFFh, which
+// Get SEL Entry takes for the first and the last record).
+enum class SelRecordIds { FromOne, AsRecorded };
+
 class BmcSimulator {
 public:
     // Starts the simulator and returns once its LAN port is open. `emulation` holds ipmi_sim
     // commands (SDRs, SEL entries) run after the BMC is set up and before it is enabled;
     // `auxiliaryLog` the records its OEM auxiliary log serves, under the enterprise number the
-    // library is built with; `sel` the records its SEL holds from the start, with IDs from 1 and
-    // the last one's time stamp as the last addition; `selCapacity` how many records the SEL
-    // holds at most (0: those and 4,000 more; one more than `sel` at least). Throws
-    // std::runtime_error, with the simulator's own output, when it does not come up.
+    // library is built with; `sel` the records its SEL holds from the start, with IDs from 1 (or
+    // their own: `selIds`) and the last one's time stamp as the last addition; `selCapacity` how
+    // many records the SEL holds at most (0: those and 4,000 more; one more than `sel` at least);
+    // `selIds` how the records of `sel` are numbered. Throws std::runtime_error, with the
+    // simulator's own output, when it does not come up.
     explicit BmcSimulator(const std::string& emulation = "",
                           const std::vector<std::vector<unsigned char>>& auxiliaryLog = {},
                           const std::vector<SelRecord>& sel = {},
-                          Interfaces interfaces = Interfaces::Lan, std::size_t selCapacity = 0);
+                          Interfaces interfaces = Interfaces::Lan, std::size_t selCapacity = 0,
+                          SelRecordIds selIds = SelRecordIds::FromOne);
     ~BmcSimulator();
     BmcSimulator(const BmcSimulator&) = delete;
     BmcSimulator& operator=(const BmcSimulator&) = delete;
@@ -72,6 +79,8 @@ private:
     bool start(const std::string& emulation, const std::vector<SelRecord>& sel,
                std::size_t selCapacity);
     bool launch();
+    // Whether the simulator starts with a record of its own added to `sel`, deleted once it is up.
+    bool primed(const std::vector<SelRecord>& sel) const;
     std::string output() const;
     // Sends each request over one administrator session; throws when one is refused.
     struct Request {
@@ -84,6 +93,7 @@ private:
 
     ScratchDirectory directory_;
     Interfaces interfaces_;
+    SelRecordIds selIds_;
     unsigned short port_ = 0;
     unsigned short vmPort_ = 0;
     std::size_t selCapacity_ = 0;

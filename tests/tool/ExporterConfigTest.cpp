@@ -184,6 +184,7 @@ TEST_F(ExporterConfigTest, OurOwnKeysBesideIpmiExportersOnes) {
         "    driver: lan_2_0\n"
         "    cipher_suite: 17\n"
         "    port: 6230\n"
+        "    rendering: described\n"
         "    hosts: [\"bmc-r7-*.example\", \"10.7.0.?\"]\n"
         "  keyed:\n"
         "    bmc_key: \"01234567890123456789\"\n"
@@ -201,6 +202,7 @@ TEST_F(ExporterConfigTest, OurOwnKeysBesideIpmiExportersOnes) {
     EXPECT_EQ(rack7.privilege, "admin");
     EXPECT_EQ(rack7.cipherSuite, 17);
     EXPECT_EQ(rack7.port, 6230);
+    EXPECT_EQ(rack7.rendering, Tolmar::EventRendering::Described);
     EXPECT_EQ(rack7.refusal, "");
     EXPECT_TRUE(rack7.allows("bmc-r7-01.example"));
     EXPECT_TRUE(rack7.allows("BMC-R7-02.Example"));
@@ -217,6 +219,7 @@ TEST_F(ExporterConfigTest, OurOwnKeysBesideIpmiExportersOnes) {
     EXPECT_EQ(keyed.user, "");
     EXPECT_EQ(keyed.password, "");
     EXPECT_EQ(keyed.port, 623);
+    EXPECT_EQ(keyed.rendering, std::nullopt);  // the command line's
 
     EXPECT_TRUE(keyed.workarounds.empty());
 
@@ -309,6 +312,8 @@ TEST_F(ExporterConfigTest, MistakesAreNamedByFileLineAndKey) {
     EXPECT_EQ(errorOf(module + "    user: v\n"), path(":4: modules.default.user: given twice"));
     EXPECT_EQ(errorOf(module + "    privilege: root\n"),
               path(":4: modules.default.privilege: \"root\" is not admin, operator or user"));
+    EXPECT_EQ(errorOf(module + "    rendering: IPMI\n"),
+              path(":4: modules.default.rendering: \"IPMI\" is not ipmi or described"));
     EXPECT_EQ(errorOf(module + "    driver: IPMB\n"),
               path(":4: modules.default.driver: \"IPMB\" is not LAN_2_0, LAN, KCS, SSIF, "
                    "OPENIPMI, SUNBMC or INTELDCMI"));

@@ -3,16 +3,13 @@
 #include <gtest/gtest.h>
 
 #include "Metrics.h"
+#include "TimeStamps.h"
 
 namespace {
 
-using Tolmar::TolmarAgentless::IPMIEVENT;
-
-IPMIEVENT event(int severity, const char* timeStamp) {
-    IPMIEVENT e;
-    e.severity = severity;
-    e.timeStamp = timeStamp;
-    return e;
+// An event of `severity` whose record was stamped at `timeStamp` (nothing for "Unspecified").
+tool::EventFacts event(int severity, const char* timeStamp) {
+    return {severity, tool::parseEventTime(timeStamp)};
 }
 
 Tolmar::SelHealth health(unsigned entries, unsigned freeBytes, bool overflow) {

@@ -23,12 +23,32 @@ namespace {
 
 using tool::EventRow;
 
+// What the memory error's record means in IPMI v2.0.
+Tolmar::DecodedSelRecord memoryErrorRecord() {
+    Tolmar::DecodedSelRecord r;
+    r.recordId = 0x16;
+    r.recordType = 0x02;  // system event
+    r.kind = Tolmar::DecodedSelRecord::Kind::SystemEvent;
+    r.time = Tolmar::DecodedSelRecord::Time::Absolute;
+    r.timestamp = 0x5501B722;  // 2015-03-12 15:56:18 UTC
+    r.generatorId = 0x0020;    // the BMC
+    r.sensorType = 0x0C;       // memory
+    r.sensorTypeName = "Memory";
+    r.sensorNumber = 0x60;
+    r.sensorName = "DIMM Status";
+    r.eventType = 0x6F;  // sensor-specific
+    r.offset = 0x01;     // uncorrectable ECC
+    r.eventData = {0xA1, 0x00, 0x01};
+    return r;
+}
+
 EventRow memoryError() {
     return {"10.1.2.3:623",
             {0x16, "03/12/2015 15:56:18",
              "Memory Device 1 (Memory - DIMM Status): Assertion: Uncorrectable ECC  ", 2,
              "BMC. Channel 0. ", "No Extended Data"},
-            true};
+            true,
+            memoryErrorRecord()};
 }
 
 // 2023-11-14 22:13:20.123 UTC.
@@ -42,8 +62,30 @@ TEST(SyslogMessage, HasEveryPartOfTheEventInItsPlace) {
     EXPECT_EQ(tool::syslogMessage(memoryError(), origin(16), readAt()),
               "<130>1 2023-11-14T22:13:20.123Z monitor.example ipmi-event-log 4242 sel "
               "[ipmi@32473 host=\"10.1.2.3:623\" recordId=\"22\" severity=\"critical\" "
-              "eventTime=\"2015-03-12T15:56:18Z\" source=\"BMC. Channel 0. \"] "
+              "eventTime=\"2015-03-12T15:56:18Z\" source=\"BMC. Channel 0. \" recordType=\"2\" "
+              "sensorType=\"12\" sensorTypeName=\"Memory\" sensorNumber=\"96\" "
+              "sensorName=\"DIMM Status\"] "
               "Memory Device 1 (Memory - DIMM Status): Assertion: Uncorrectable ECC  ");
+}
+
+TEST(SyslogMessage, TheEventsTimeIsTheRecordsWhateverItsText) {
+    EventRow event = memoryError();
+    // The IPMI rendering's text, or a local time: the record's own stamp is what eventTime says.
+    event.event.timeStamp = "2015-03-12 16:56:18 CET";
+    EXPECT_NE(tool::syslogMessage(event, origin(3), readAt())
+                  .find(" eventTime=\"2015-03-12T15:56:18Z\" "),
+              std::string::npos);
+    event.record.time = Tolmar::DecodedSelRecord::Time::PreInit;
+    event.record.timestamp = 12;
+    EXPECT_EQ(tool::syslogMessage(event, origin(3), readAt()).find("eventTime"), std::string::npos);
+}
+
+TEST(SyslogMessage, ASensorWithoutAnSdrHasNoName) {
+    EventRow event = memoryError();
+    event.record.sensorName.reset();
+    EXPECT_NE(tool::syslogMessage(event, origin(3), readAt())
+                  .find(" sensorTypeName=\"Memory\" sensorNumber=\"96\"] "),
+              std::string::npos);
 }
 
 TEST(SyslogMessage, PriorityIsTheFacilityTimesEightPlusTheSeverity) {
@@ -62,22 +104,30 @@ TEST(SyslogMessage, PriorityIsTheFacilityTimesEightPlusTheSeverity) {
 
 TEST(SyslogMessage, LeavesOutWhatTheEventLacksAndMarksAnIncompleteRead) {
     EventRow event = memoryError();
+    // A non-timestamped OEM record (E0h): no time stamp, no sensor.
     event.event.timeStamp = "Unspecified";
     event.event.source.clear();
     event.event.message = "tab\there";
     event.complete = false;
+    event.record = Tolmar::DecodedSelRecord{};
+    event.record.recordType = 0xE0;
+    event.record.kind = Tolmar::DecodedSelRecord::Kind::NonTimestampedOem;
     EXPECT_EQ(tool::syslogMessage(event, {3, "", ""}, readAt()),
               "<26>1 2023-11-14T22:13:20.123Z - ipmi-event-log - sel [ipmi@32473 "
-              "host=\"10.1.2.3:623\" recordId=\"22\" severity=\"critical\" complete=\"false\"] "
-              "tab\\x09here");
+              "host=\"10.1.2.3:623\" recordId=\"22\" severity=\"critical\" recordType=\"224\" "
+              "complete=\"false\"] tab\\x09here");
 }
 
 TEST(SyslogMessage, EscapesQuotesBackslashesAndClosingBracketsInParameterValues) {
     EXPECT_EQ(tool::sdParamValue("a\"b\\c]d[e"), "a\\\"b\\\\c\\]d[e");
     EventRow event = memoryError();
     event.event.source = "OEM \"x\" ]";
+    event.record.sensorName = "CPU\\1 [\"0\"]";
     const std::string message = tool::syslogMessage(event, origin(3), readAt());
-    EXPECT_NE(message.find(" source=\"OEM \\\"x\\\" \\]\"] "), std::string::npos) << message;
+    EXPECT_NE(message.find(" source=\"OEM \\\"x\\\" \\]\" "), std::string::npos) << message;
+    // A backslash is shown doubled, as the table shows it, and each of the two escaped.
+    EXPECT_NE(message.find(" sensorName=\"CPU\\\\\\\\1 [\\\"0\\\"\\]\"] "), std::string::npos)
+        << message;
 }
 
 TEST(SyslogMessage, HeaderFieldsHaveNoSpaces) {

@@ -23,10 +23,42 @@ Tolmar::TolmarAgentless::IPMIEVENT osStop() {
             "No Extended Data"};
 }
 
+// What the OS stop's record means in IPMI v2.0, as JSON and CSV carry it after the event's texts.
+Tolmar::DecodedSelRecord osStopRecord() {
+    Tolmar::DecodedSelRecord r;
+    r.recordId = 0x1C;
+    r.recordType = 0x02;  // system event
+    r.kind = Tolmar::DecodedSelRecord::Kind::SystemEvent;
+    r.time = Tolmar::DecodedSelRecord::Time::Absolute;
+    r.timestamp = 0x5501C592;  // 2015-03-12 16:57:54 UTC
+    r.generatorId = 0x0041;    // system management software, channel 0
+    r.sensorType = 0x20;       // OS stop / shutdown
+    r.sensorTypeName = "OS Stop / Shutdown";
+    r.sensorNumber = 0x01;
+    r.eventType = 0x6F;  // sensor-specific
+    r.offset = 0x01;     // run-time critical stop
+    r.eventData = {0x01, 0xFF, 0xFF};
+    return r;
+}
+
+// The JSON keys and CSV cells of osStopRecord().
+const char* const kOsStopKeys =
+    ",\"recordType\":2,\"time\":\"2015-03-12T16:57:54Z\",\"generatorId\":65,\"sensorType\":32,"
+    "\"sensorTypeName\":\"OS Stop / Shutdown\",\"sensorNumber\":1,\"sensorName\":null,"
+    "\"eventType\":111,\"direction\":\"assertion\",\"offset\":1,\"eventData\":[1,255,255]";
+const char* const kOsStopCells =
+    ",2,2015-03-12T16:57:54Z,,65,32,OS Stop / Shutdown,1,,111,assertion,1,1 255 255,,,,,,,";
+
+EventRow osStopRow(const std::string& host, bool complete = true) {
+    return {host, osStop(), complete, osStopRecord()};
+}
+
+// The library's described texts, which these tests are about.
 std::string write(const std::vector<EventRow>& rows, Format format, bool showHost = false) {
     std::ostringstream out;
     tool::Style style;
     style.format = format;
+    style.rendering = Tolmar::EventRendering::Described;
     style.showHost = showHost;
     tool::writeEvents(out, rows, style);
     return out.str();
@@ -137,6 +169,38 @@ TEST(ToolOptions, ParsesConnectionOutputAndFilters) {
     EXPECT_THROW(tool::parseOptions({}), tool::UsageError);
 }
 
+TEST(ToolOptions, RenderingIsIpmiUnlessDescribedIsAskedFor) {
+    EXPECT_EQ(tool::parseOptions({"list"}).rendering, Tolmar::EventRendering::Ipmi);
+    EXPECT_EQ(tool::parseOptions({"--rendering", "ipmi", "list"}).rendering,
+              Tolmar::EventRendering::Ipmi);
+    EXPECT_EQ(tool::parseOptions({"--rendering", "described", "follow"}).rendering,
+              Tolmar::EventRendering::Described);
+    for (const char* refused : {"IPMI", "Described", "", "raw"}) {
+        try {
+            tool::parseOptions({"--rendering", refused, "list"});
+            ADD_FAILURE() << refused;
+        } catch (const tool::UsageError& e) {
+            EXPECT_EQ(std::string(e.what()),
+                      std::string("rendering \"") + refused + "\" is not ipmi or described");
+        }
+    }
+    EXPECT_EQ(tool::parseRendering("described"), Tolmar::EventRendering::Described);
+    // Bytes that are not printable are not echoed raw.
+    try {
+        tool::parseRendering("ipmi\x1b[2J");
+        ADD_FAILURE();
+    } catch (const tool::UsageError& e) {
+        EXPECT_EQ(std::string(e.what()), "rendering \"ipmi\\x1B[2J\" is not ipmi or described");
+    }
+    try {
+        tool::parseOptions({"list", "--rendering"});
+        ADD_FAILURE();
+    } catch (const tool::UsageError& e) {
+        EXPECT_EQ(std::string(e.what()), "--rendering needs a value");
+    }
+    EXPECT_NE(std::string(tool::kUsage).find("  --rendering R "), std::string::npos);
+}
+
 TEST(ToolOutput, EscapesEveryByteThatIsNotPrintable) {
     EXPECT_EQ(tool::displayText(std::string("a\0b\x90\\c\n", 7)), "a\\x00b\\x90\\\\c\\x0A");
     EXPECT_EQ(tool::jsonString(std::string("q\"\0\x7f\xc3", 5)), "\"q\\\"\\u0000\\u007F\\u00C3\"");
@@ -149,27 +213,35 @@ TEST(ToolOutput, CsvQuotesCommasAndQuotationMarks) {
 }
 
 TEST(ToolOutput, JsonIsOneArrayAndJsonlOneObjectALine) {
-    const std::vector<EventRow> rows = {{"bmc1", osStop()}, {"bmc2", osStop()}};
+    const std::vector<EventRow> rows = {osStopRow("bmc1"), osStopRow("bmc2")};
     const std::string object =
         "{\"host\":\"bmc1\",\"recordId\":28,\"timeStamp\":\"03/12/2015 16:57:54\",\"severity\":"
         "\"critical\",\"message\":\"(OS Stop / Shutdown - K\\u0000!\\u0090): Stop\",\"source\":"
-        "\"System Mgt Software. Channel 0. \",\"auxLog\":\"No Extended Data\",\"complete\":true}";
+        "\"System Mgt Software. Channel 0. \",\"auxLog\":\"No Extended Data\",\"complete\":true" +
+        std::string(kOsStopKeys) + "}";
     EXPECT_EQ(write(rows, Format::Json).rfind("[\n " + object + ",\n {\"host\":\"bmc2\"", 0), 0u);
     EXPECT_EQ(write({}, Format::Json), "[]\n");
     EXPECT_EQ(write({rows[0]}, Format::Jsonl), object + "\n");
 }
 
 TEST(ToolOutput, CsvHasAHeaderAndCrLfLines) {
-    EXPECT_EQ(write({{"bmc1", osStop()}}, Format::Csv),
-              "host,recordId,timeStamp,severity,message,source,auxLog,complete\r\n"
+    EXPECT_EQ(write({osStopRow("bmc1")}, Format::Csv),
+              "host,recordId,timeStamp,severity,message,source,auxLog,complete,recordType,time,"
+              "preInitSeconds,generatorId,sensorType,sensorTypeName,sensorNumber,sensorName,"
+              "eventType,direction,offset,eventData,reading,readingUnits,threshold,"
+              "thresholdUnits,manufacturerId,manufacturer,oemData\r\n"
               "bmc1,0x001c,03/12/2015 16:57:54,critical,(OS Stop / Shutdown - K\\x00!\\x90): "
-              "Stop,System Mgt Software. Channel 0. ,No Extended Data,true\r\n");
+              "Stop,System Mgt Software. Channel 0. ,No Extended Data,true" +
+                  std::string(kOsStopCells) + "\r\n");
 }
 
 TEST(ToolOutput, RowsOfAHostThatStoppedAnsweringAreMarkedIncomplete) {
-    const EventRow event{"bmc1", osStop(), false};
-    EXPECT_NE(write({event}, Format::Jsonl).find(",\"complete\":false}\n"), std::string::npos);
-    EXPECT_NE(write({event}, Format::Csv).find(",No Extended Data,false\r\n"), std::string::npos);
+    const EventRow event = osStopRow("bmc1", false);
+    EXPECT_NE(write({event}, Format::Jsonl).find(",\"complete\":false" + std::string(kOsStopKeys)),
+              std::string::npos);
+    EXPECT_NE(write({event}, Format::Csv)
+                  .find(",No Extended Data,false" + std::string(kOsStopCells) + "\r\n"),
+              std::string::npos);
 
     Tolmar::IPMISELENTRY entry{};
     entry.recordId[0] = 0x04;
@@ -190,7 +262,7 @@ TEST(ToolOutput, RowsOfAHostThatStoppedAnsweringAreMarkedIncomplete) {
 }
 
 TEST(ToolOutput, TableAlignsColumnsAndNamesHostsOfAFleet) {
-    const std::string table = write({{"bmc1", osStop()}}, Format::Table, true);
+    const std::string table = write({osStopRow("bmc1")}, Format::Table, true);
     EXPECT_EQ(table,
               "HOST  ID      TIME                 SEVERITY  SOURCE                            "
               "MESSAGE\n"
