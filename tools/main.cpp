@@ -4,6 +4,7 @@
 #include <IpmiConnectionSettings.h>
 #include <IpmiEventLog.h>
 #include <sys/ioctl.h>
+#include <sys/prctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -150,6 +151,10 @@ tool::Style outputStyle(const Options& options) {
     return style;
 }
 
+// Keeps passwords and BMC keys out of core dumps: a process that is not dumpable leaves none (nor
+// may other processes of its user read its memory through /proc or ptrace).
+void keepSecretsOutOfCoreDumps() { prctl(PR_SET_DUMPABLE, 0, 0, 0, 0); }
+
 // Erases the values of -P, -k and -y from the process's arguments, which other users can read in
 // /proc/PID/cmdline (the copy parsed is kept).
 void eraseSecretArguments(int argc, char** argv) {
@@ -161,6 +166,7 @@ void eraseSecretArguments(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    keepSecretsOutOfCoreDumps();
     Options options;
     const std::vector<std::string> arguments(argv + 1, argv + argc);
     eraseSecretArguments(argc, argv);

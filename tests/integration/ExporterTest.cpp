@@ -73,7 +73,6 @@ public:
     unsigned short port() const {
         return static_cast<unsigned short>(std::stoi(listen().substr(listen().rfind(':') + 1)));
     }
-    pid_t pid() const { return server_->pid(); }
     void signal(int number) const { kill(server_->pid(), number); }
     // A TCP connection to it, or -1.
     int connect() const {
@@ -457,8 +456,7 @@ TEST_F(ExporterTest, ScrapesOfOneTargetThatComeTogetherShareOnePoll) {
     std::atomic<bool> allDelivered{false};
     std::atomic<bool> gateOpen{false};
     const auto allFourRead = [&] {
-        return allDelivered && bmcsim::connectionsReadThrough(exporterOf.load()->pid(),
-                                                              exporterOf.load()->port()) == 4;
+        return allDelivered && bmcsim::connectionsReadThrough(exporterOf.load()->port()) == 4;
     };
     bmcsim::LinkFaults faults;
     faults.answerDelay = [&](const std::vector<unsigned char>&) {

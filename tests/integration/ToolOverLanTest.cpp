@@ -338,6 +338,39 @@ TEST_F(ToolOverLanTest, ThePasswordAndBmcKeyAreErasedFromTheProcessArguments) {
     EXPECT_EQ(seen.find("4b67"), std::string::npos);
 }
 
+TEST_F(ToolOverLanTest, TheToolIsNotDumpableSoThatNoCoreHoldsItsSecrets) {
+    // A tool that waits for a BMC that does not answer, as another user than root where the test
+    // runs as root: the kernel gives the files of /proc/PID of a process that is not dumpable to
+    // root.
+    bmc->stop();
+    const std::string host = hostOf(*bmc);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        constexpr uid_t nobody = 65534;
+        if (getuid() == 0 && (setgid(nobody) != 0 || setuid(nobody) != 0)) _exit(126);
+        execl(TOOL_PATH, TOOL_PATH, "-H", host.c_str(), "-U", "admin", "-P", "Secret-Pass1",
+              "--interval", "3600", "follow", static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    const std::string proc = "/proc/" + std::to_string(child);
+    const auto ownerIsRoot = [&proc] {
+        struct stat status {};
+        return stat((proc + "/fd").c_str(), &status) == 0 && status.st_uid == 0;
+    };
+    const auto running = [&proc] {
+        std::ifstream in(proc + "/cmdline", std::ios::binary);
+        const std::string seen((std::istreambuf_iterator<char>(in)),
+                               std::istreambuf_iterator<char>());
+        return seen.rfind(TOOL_PATH, 0) == 0;
+    };
+    const bool undumpable =
+        bmcsim::waitUntil([&] { return running() && ownerIsRoot(); }, std::chrono::seconds(30));
+    kill(child, SIGKILL);  // a poll under way would be finished first
+    waitpid(child, nullptr, 0);
+    EXPECT_TRUE(undumpable);
+}
+
 TEST_F(ToolOverLanTest, BadCommandLinesExitWithTwo) {
     EXPECT_EQ(tool("frobnicate").status, 2);
     EXPECT_EQ(tool("get").status, 2);

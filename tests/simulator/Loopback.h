@@ -20,8 +20,9 @@ unsigned short freeLoopbackPort(int type);
 // Whether process `pid` has a socket of `type` bound to 127.0.0.1:`port`, listening for
 // SOCK_STREAM; found in /proc without touching the port.
 bool holdsLoopbackPort(pid_t pid, int type, unsigned short port);
-// How many TCP connections process `pid` accepted on 127.0.0.1:`port` have nothing left in their
-// receive queues: what their clients sent and the kernel delivered, the process has read.
-unsigned long connectionsReadThrough(pid_t pid, unsigned short port);
+// How many TCP connections to 127.0.0.1:`port` have nothing left in their receive queues there:
+// what their clients sent and the kernel delivered, the server has accepted and read. (A
+// connection not yet accepted keeps what was sent to it.)
+unsigned long connectionsReadThrough(unsigned short port);
 
 }  // namespace bmcsim
