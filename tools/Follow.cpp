@@ -86,7 +86,9 @@ int follow(const Options& options, Style style) {
         }
         std::cout.flush();
         std::cerr << said << std::flush;
-        return std::cout.good();
+        // Events waiting for the log server are not out yet: the states stay where they were, and
+        // a run that ends before they are sent reads them again next time.
+        return std::cout.good() && (!syslog || syslog->allSent());
     });
     if (syslog) std::cerr << syslog->finish() << std::flush;
     return status;

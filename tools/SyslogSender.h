@@ -52,6 +52,8 @@ public:
     std::string deliver(std::vector<std::string> messages);
     // The note for what was never sent, at the end of a run; "" when everything was.
     std::string finish();
+    // Whether every message given so far has been sent: none waits for the server.
+    bool allSent() const { return pending_.empty(); }
 
 private:
     bool sendPending(std::string& reason);

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/file.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -26,6 +27,7 @@
 
 #include "CraftedBmc.h"
 #include "IPMIAuxiliaryLog.h"
+#include "Loopback.h"
 #include "LossyLink.h"
 #include "ServerProcess.h"
 #include "SmallBmc.h"
@@ -402,6 +404,39 @@ TEST_F(ToolReadEndTest, AKillPartWayThroughTheOutputLosesNoEventForTheNextRun) {
         EXPECT_EQ(idle.status, 0) << arguments;
         EXPECT_EQ(idle.out, "") << arguments;
     }
+}
+
+TEST_F(ToolReadEndTest, EventsWaitingForTheLogServerAreNotTakenAsRead) {
+    FaultyBmc bmc;
+    const std::size_t events = bmcsim::countOf(tool(bmc, "--format jsonl list").out, "\n");
+    ASSERT_GT(events, 0u);
+    const std::string states = scratch.file("states");
+    ASSERT_EQ(mkdir(states.c_str(), 0755), 0);
+    const std::string follow = "--state-dir " + states + " --polls 1 --full-warnings off ";
+    // No log server: the events wait in memory and are never sent.
+    const int closed = bmcsim::bindLoopback(SOCK_STREAM, 0);
+    ASSERT_GE(closed, 0);
+    const unsigned short nowhere = bmcsim::boundPort(closed);
+    const ToolRun unsent =
+        tool(bmc, follow + "--syslog tcp://127.0.0.1:" + std::to_string(nowhere) + " follow");
+    close(closed);
+    EXPECT_NE(unsent.err.find(std::to_string(events) + " events not sent"), std::string::npos)
+        << unsent.err;
+    // A log server now: the next run sends every event, none having been taken as read.
+    const int server = bmcsim::bindLoopback(SOCK_STREAM, 0);
+    ASSERT_EQ(listen(server, 1), 0);
+    fcntl(server, F_SETFL, O_NONBLOCK);
+    const ToolRun sent =
+        tool(bmc, follow + "--syslog tcp://127.0.0.1:" + std::to_string(bmcsim::boundPort(server)) +
+                      " follow");
+    EXPECT_EQ(sent.status, 0) << sent.err;
+    // The run is over: what it sent, if anything, waits in the server's backlog.
+    const int connection = accept(server, nullptr, nullptr);
+    close(server);
+    ASSERT_GE(connection, 0) << "nothing was sent";
+    const std::string received = readUntil(connection, [](const std::string&) { return false; });
+    close(connection);
+    EXPECT_EQ(bmcsim::countOf(received, "recordId=\""), events) << received;
 }
 
 TEST_F(ToolReadEndTest, TwoProcessesOnOneStateAreRefused) {
