@@ -53,7 +53,8 @@ struct PollResult {
     bool emptied = false;
     SelHealth sel;  ///< how full the SEL was when the poll looked (after its clear, if it made one)
     unsigned long entriesRead = 0;  ///< SEL records new to this poll
-    /// What failed, in words, empty when nothing did: why the read ended early, or why the SEL
+    /// What failed, in words, empty when nothing did: why the read ended early (an erase the BMC
+    /// began after records were read included, which leaves the poll complete), or why the SEL
     /// could not be cleared when full (the read being complete).
     std::string failure;
     CallReport call;  ///< what the poll's session met

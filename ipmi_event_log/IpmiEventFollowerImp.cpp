@@ -41,8 +41,13 @@ std::string failureText(const PollResult& poll, const SelWalk& ending, unsigned 
     const CallReport& call = poll.call;
     const std::string entries = std::to_string(recordsRead) + " SEL entries";
     switch (poll.result) {
-        case IpmiEventLog::EL_SUCCESS:
-            if (poll.complete) return clearFailure;
+        case IpmiEventLog::EL_SUCCESS: {
+            // An erase the BMC began after records were read leaves the poll complete (the next
+            // looks again) but the read short of the SEL's end.
+            const bool erasedPartWay = ending.end == SelWalk::End::Refused &&
+                                       ending.completionCode == kCompletionCommandSpecific81 &&
+                                       recordsRead != 0;
+            if (poll.complete && !erasedPartWay) return clearFailure;
             // Completion code 00h with fewer bytes than a record.
             if (ending.end == SelWalk::End::Refused && ending.completionCode == kCompletionOk)
                 return "the BMC answered Get SEL Entry short after " + entries;
@@ -51,6 +56,7 @@ std::string failureText(const PollResult& poll, const SelWalk& ending, unsigned 
                        ipmiCompletionCodeText(ending.completionCode) + " after " + entries;
             }
             return "BMC stopped answering after " + entries;
+        }
         case IpmiEventLog::EL_CONNECTION_FAIL:
             return call.connectFailure.empty() ? "no IPMI session could be opened"
                                                : call.connectFailure;

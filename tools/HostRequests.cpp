@@ -1,7 +1,6 @@
 #include "HostRequests.h"
 
 #include <fcntl.h>
-#include <ipmi/CompletionCode.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -321,9 +320,7 @@ void readWholeSel(const Options& options, const std::string& host, HostResult& o
     } else if (!follower.ReadToEnd() && poll.entriesRead != 0) {
         // An erase begun after the first records were read: the rest were not.
         out.incomplete = true;
-        out.incompleteReason = "the BMC answered Get SEL Entry with " +
-                               ipmiCompletionCodeText(0x81) + " after " +
-                               std::to_string(poll.call.selEntriesRead) + " SEL entries";
+        out.incompleteReason = poll.failure;
     }
 }
 

@@ -477,6 +477,21 @@ TEST_F(SelChangesTest, AnEraseInProgressIsACompletePollThatLooksAgainNextTime) {
     EXPECT_EQ(polledIds(), Ids{4});
 }
 
+TEST_F(SelChangesTest, AnEraseBegunAfterNewRecordsWereReadIsCompleteButSaysWhereItEnded) {
+    EXPECT_EQ(polledIds(), (Ids{1, 2, 3}));
+    bmc.storeSelRecord(kFourth);
+    bmc.storeSelRecord(selRecord(0x0005, {0x02, 0xF0, 0x00, 0x00, 0x55, 0x20, 0x00, 0x04, 0x08,
+                                          0x60, 0x6F, 0x01, 0xFF, 0xFF}));
+    // Get SEL Info, Get SEL Entry for records 3 and 4, then for record 5, answered 81h.
+    bench.injectFault(bench.requests().size() + 4, sim::Fault::completion(0x81));
+    EXPECT_EQ(polledIds(), Ids{4});
+    EXPECT_TRUE(last.complete);
+    EXPECT_FALSE(follower.ReadToEnd());
+    EXPECT_EQ(last.failure,
+              "the BMC answered Get SEL Entry with 81h (command-specific) after 2 SEL entries");
+    EXPECT_EQ(polledIds(), Ids{5});
+}
+
 TEST_F(SelChangesTest, AReadThatARefusalEndsSaysSo) {
     bench.injectFault(3, sim::Fault::completion(0xC0));
     EXPECT_EQ(polledIds(), Ids{1});
