@@ -93,6 +93,30 @@ const char* const kRecordColumns =
     "sensorName,eventType,direction,offset,eventData,reading,readingUnits,threshold,"
     "thresholdUnits,manufacturerId,manufacturer,oemData";
 
+// The CSV headers of events and of raw entries.
+const std::string kEventColumns =
+    std::string("host,recordId,timeStamp,severity,message,source,auxLog,complete,") +
+    kRecordColumns;
+const char* const kEntryColumns = "host,recordId,bytes,complete";
+
+// A host's marker row (EventRow::marker): its host and "complete": false, nothing else.
+std::string markerJson(const std::string& host) {
+    return "{\"host\":" + jsonString(host) + ",\"complete\":false}";
+}
+
+// The same as a CSV row of `columns`: the host, "false" under complete, every other cell empty.
+std::string markerCsv(const std::string& host, const std::string& columns) {
+    std::string row = csvField(host);
+    std::size_t start = columns.find(',') + 1;
+    for (std::size_t end = columns.find(',', start);; end = columns.find(',', start)) {
+        row +=
+            "," + std::string(columns.compare(start, end - start, "complete") == 0 ? "false" : "");
+        if (end == std::string::npos) break;
+        start = end + 1;
+    }
+    return row;
+}
+
 bool isOem(const Tolmar::DecodedSelRecord& record) { return record.kind != Kind::SystemEvent; }
 
 // A reading or threshold that can be written: one the SDR converted to a finite number.
@@ -276,6 +300,7 @@ void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Sty
         return;
     }
     const auto json = [&style](const EventRow& row) {
+        if (row.marker) return markerJson(row.host);
         const auto& e = row.event;
         return "{\"host\":" + jsonString(row.host) + ",\"recordId\":" + std::to_string(e.recordId) +
                ",\"timeStamp\":" + jsonString(timeStampText(row, style)) +
@@ -295,11 +320,12 @@ void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Sty
             for (const EventRow& row : rows) out << json(row) << "\n";
             return;
         case Format::Csv:
-            if (style.header) {
-                out << "host,recordId,timeStamp,severity,message,source,auxLog,complete,"
-                    << kRecordColumns << "\r\n";
-            }
+            if (style.header) out << kEventColumns << "\r\n";
             for (const EventRow& row : rows) {
+                if (row.marker) {
+                    out << markerCsv(row.host, kEventColumns) << "\r\n";
+                    continue;
+                }
                 const auto& e = row.event;
                 out << csvField(row.host) << "," << recordIdText(e.recordId) << ","
                     << csvField(timeStampText(row, style)) << "," << severityWord(e.severity) << ","
@@ -317,6 +343,7 @@ void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Sty
     if (style.showHost) header.insert(header.begin(), "HOST");
     table.push_back(header);
     for (const EventRow& row : rows) {
+        if (row.marker) continue;
         const auto& e = row.event;
         std::vector<std::string> cells = {recordIdText(e.recordId), timeStampText(row, style),
                                           severityWord(e.severity), displayText(e.source),
@@ -338,6 +365,10 @@ void writeEntries(std::ostream& out, const std::vector<EntryRow>& rows, const St
             if (array) out << "[";
             for (std::size_t i = 0; i < rows.size(); ++i) {
                 if (array) out << (i ? ",\n " : "\n ");
+                if (rows[i].marker) {
+                    out << markerJson(rows[i].host) << (array ? "" : "\n");
+                    continue;
+                }
                 out << "{\"host\":" << jsonString(rows[i].host)
                     << ",\"recordId\":" << recordIdOf(rows[i].entry) << ",\"bytes\":\""
                     << hexBytes(rows[i].entry, "")
@@ -348,14 +379,19 @@ void writeEntries(std::ostream& out, const std::vector<EntryRow>& rows, const St
             return;
         }
         case Format::Csv:
-            out << "host,recordId,bytes,complete\r\n";
+            out << kEntryColumns << "\r\n";
             for (const EntryRow& row : rows) {
+                if (row.marker) {
+                    out << markerCsv(row.host, kEntryColumns) << "\r\n";
+                    continue;
+                }
                 out << csvField(row.host) << "," << recordIdText(recordIdOf(row.entry)) << ","
                     << hexBytes(row.entry, " ") << "," << trueOrFalse(row.complete) << "\r\n";
             }
             return;
         case Format::Table:
             for (const EntryRow& row : rows) {
+                if (row.marker) continue;
                 if (style.showHost) out << row.host << "  ";
                 out << recordIdText(recordIdOf(row.entry)) << "  " << hexBytes(row.entry, " ")
                     << "\n";

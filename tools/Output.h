@@ -17,7 +17,9 @@ namespace tool {
 
 // A row's `complete` is false when its host stopped answering part way through the read: the
 // host's rows are those read before, and events may lack severities, sensor names and auxiliary
-// details. JSON and CSV carry it, for programs; the tool says it on standard error too.
+// details. JSON and CSV carry it, for programs; the tool says it on standard error too. A host
+// whose read ended before any record has one row without a record (`marker`) in JSON and CSV, so
+// that programs see its read was incomplete there too; the table leaves it out.
 struct EventRow {
     std::string host;
     Tolmar::TolmarAgentless::IPMIEVENT event;  // worded in the rendering asked for
@@ -26,12 +28,14 @@ struct EventRow {
     // fields, and the IPMI rendering's table its time stamp.
     Tolmar::DecodedSelRecord record{};
     Tolmar::IPMISELENTRY entry{};  // the record as the BMC gave it
+    bool marker = false;
 };
 
 struct EntryRow {
     std::string host;
     Tolmar::IPMISELENTRY entry;
     bool complete = true;
+    bool marker = false;  // as EventRow's
 };
 
 struct Style {

@@ -151,6 +151,26 @@ tool::Style outputStyle(const Options& options) {
     return style;
 }
 
+// For programs: a host whose read ended before any record still says so in JSON and CSV, with a
+// row that carries no record (the table and standard error say it already).
+void addMarkerRow(HostResult& r, const std::string& host, const Options& options) {
+    if (!r.incomplete || options.format == tool::Format::Table) return;
+    const bool raw = options.command == "raw" || options.command == "get";
+    if (raw && r.entries.empty()) {
+        tool::EntryRow marker;
+        marker.host = host;
+        marker.marker = true;
+        marker.complete = false;
+        r.entries.push_back(marker);
+    } else if (!raw && r.events.empty()) {
+        tool::EventRow marker;
+        marker.host = host;
+        marker.marker = true;
+        marker.complete = false;
+        r.events.push_back(std::move(marker));
+    }
+}
+
 // Keeps passwords and BMC keys out of core dumps: a process that is not dumpable leaves none (nor
 // may other processes of its user read its memory through /proc or ptrace).
 void keepSecretsOutOfCoreDumps() { prctl(PR_SET_DUMPABLE, 0, 0, 0, 0); }
@@ -215,6 +235,7 @@ int main(int argc, char** argv) {
     const std::vector<std::string> hosts = tool::hostsOf(options);
     for (std::size_t i = 0; i < results.size(); ++i) {
         HostResult& r = results[i];  // its events move into the merged list
+        addMarkerRow(r, hosts[i], options);
         events.insert(events.end(), std::make_move_iterator(r.events.begin()),
                       std::make_move_iterator(r.events.end()));
         entries.insert(entries.end(), r.entries.begin(), r.entries.end());

@@ -17,6 +17,7 @@
 #include <chrono>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -275,6 +276,39 @@ TEST_F(ToolReadEndTest, ABmcSilentPartWayIsAnIncompleteRead) {
             ASSERT_EQ(rows.size(), 3u);
             EXPECT_EQ(rows[1].rfind("0x0001  ", 0), 0u);
             EXPECT_EQ(rows[2].rfind("0x0002  ", 0), 0u);
+        }
+    }
+}
+
+TEST_F(ToolReadEndTest, AReadThatEndsBeforeAnyRecordIsMarkedIncompleteForPrograms) {
+    FaultyBmc bmc;
+    const std::string host = bmc.host();
+    const std::string marker = "{\"host\":\"" + host + "\",\"complete\":false}";
+    // The host and "false" under complete; every other column empty.
+    const auto csvMarker = [&host](std::size_t columns, std::size_t complete) {
+        std::string row = host;
+        for (std::size_t c = 1; c < columns; ++c) row += c == complete ? ",false" : ",";
+        return row + "\r\n";
+    };
+    std::map<std::string, std::string> expected = {
+        {"json", "[\n " + marker + "\n]\n"},
+        {"jsonl", marker + "\n"},
+    };
+    for (const std::string what : {"list", "raw"}) {
+        // The table shows no row for it: standard error says it.
+        expected["table"] = what == "list" ? "ID  TIME  SEVERITY  SOURCE  MESSAGE\n" : "";
+        for (const char* format : kFormats) {
+            bmc.faultAt(1, Fault::Refused, 0xC0);
+            const ToolRun run = tool(bmc, std::string("--format ") + format + " " + what);
+            EXPECT_EQ(run.status, 3) << format << " " << what;
+            if (std::string(format) != "csv") {
+                EXPECT_EQ(run.out, expected.at(format)) << format << " " << what;
+                continue;
+            }
+            const std::string header =
+                what == "raw" ? "host,recordId,bytes,complete\r\n" : std::string(kCsvHeader);
+            const std::size_t columns = bmcsim::countOf(header, ",") + 1;
+            EXPECT_EQ(run.out, header + csvMarker(columns, what == "raw" ? 3 : 7)) << what;
         }
     }
 }
