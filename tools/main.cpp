@@ -151,8 +151,8 @@ tool::Style outputStyle(const Options& options) {
     return style;
 }
 
-// For programs: a host whose read ended before any record still says so in JSON and CSV, with a
-// row that carries no record (the table and standard error say it already).
+// For programs: a host whose incomplete read gave no row (for show, not the record asked for) still
+// says so in JSON and CSV, with a row that carries no record (standard error says it already).
 void addMarkerRow(HostResult& r, const std::string& host, const Options& options) {
     if (!r.incomplete || options.format == tool::Format::Table) return;
     const bool raw = options.command == "raw" || options.command == "get";
