@@ -67,14 +67,17 @@ inline CpuSeconds processCpuSeconds(pid_t pid) {
     return {seconds(11, 12), seconds(13, 14)};
 }
 
-// The resident memory of a running process now, in kilobytes, from /proc/PID/status; 0 when it
-// cannot be read.
-inline long residentKilobytes(pid_t pid) {
+// A field of /proc/PID/status as a number ("VmRSS:" in kilobytes, "Threads:"); 0 when it cannot be
+// read.
+inline long statusField(pid_t pid, const std::string& field) {
     std::ifstream in("/proc/" + std::to_string(pid) + "/status");
     for (std::string line; std::getline(in, line);) {
-        if (line.rfind("VmRSS:", 0) == 0) return std::stol(line.substr(6));
+        if (line.rfind(field, 0) == 0) return std::stol(line.substr(field.size()));
     }
     return 0;
 }
+
+// The resident memory of a running process now, in kilobytes; 0 when it cannot be read.
+inline long residentKilobytes(pid_t pid) { return statusField(pid, "VmRSS:"); }
 
 }  // namespace bench

@@ -41,15 +41,6 @@ long eventsCounted(const std::string& answer) {
     return events;
 }
 
-// A field of /proc/PID/status ("Threads:"), as a number; 0 when it cannot be read.
-long statusField(pid_t pid, const std::string& field) {
-    std::ifstream in("/proc/" + std::to_string(pid) + "/status");
-    for (std::string line; std::getline(in, line);) {
-        if (line.rfind(field, 0) == 0) return std::stol(line.substr(field.size()));
-    }
-    return 0;
-}
-
 long openDescriptors(pid_t pid) {
     DIR* fds = opendir(("/proc/" + std::to_string(pid) + "/fd").c_str());
     if (fds == nullptr) return 0;
@@ -83,7 +74,7 @@ std::vector<unsigned> recordIdsOf(const std::string& tool, const bmcsim::BmcSimu
 // One row of the table: the exporter's resident memory, threads and descriptors now.
 void printSample(double minutes, pid_t exporter, long counted, long expected) {
     std::printf("| %.1f | %ld | %ld | %ld | %ld | %ld |\n", minutes,
-                bench::residentKilobytes(exporter), statusField(exporter, "Threads:"),
+                bench::residentKilobytes(exporter), bench::statusField(exporter, "Threads:"),
                 openDescriptors(exporter), counted, expected);
     std::fflush(stdout);
 }
