@@ -57,20 +57,12 @@ std::string isoUtcText(std::time_t moment) {
 }
 
 std::string recordTimeText(const Tolmar::DecodedSelRecord& record, bool localTime) {
-    char text[80] = "Unspecified";
-    if (record.time == Time::PreInit) {
-        std::snprintf(text, sizeof text, "PreInit +%lus",
-                      static_cast<unsigned long>(record.timestamp));
-    } else if (const std::optional<std::time_t> moment = absoluteTime(record)) {
-        std::tm fields{};
-        if (localTime) {
-            localtime_r(&*moment, &fields);
-            std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S %Z", &fields);
-        } else {
-            gmtime_r(&*moment, &fields);
-            std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &fields);
-        }
-    }
+    const std::optional<std::time_t> moment = absoluteTime(record);
+    if (!localTime || !moment) return Tolmar::selTimeText(record);
+    std::tm fields{};
+    localtime_r(&*moment, &fields);
+    char text[80];
+    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S %Z", &fields);
     return text;
 }
 
