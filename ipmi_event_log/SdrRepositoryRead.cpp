@@ -4,12 +4,12 @@
 
 #include "IpmiEventOperations.h"
 #include "IpmiException.h"
+#include "IpmiSDROperations.h"
 
 namespace Tolmar {
 
 namespace {
 
-constexpr unsigned char kReserveSdrRepository = 0x22;
 constexpr unsigned char kGetSdr = 0x23;
 constexpr std::size_t kHeaderLength = 5;  // record ID, SDR version, record type, length
 constexpr std::size_t kLengthPosition = 4;
@@ -62,7 +62,7 @@ bool SdrRepositoryRead::readAll(std::vector<std::vector<std::uint8_t>>& records)
     for (int attempt = 0; attempt < kWalkAttempts; ++attempt) {
         records.clear();
         Reservation reservation;
-        if (!reserve(client_, kReserveSdrRepository, reservation.low, reservation.high))
+        if (!IpmiSDROperations(client_).reservationSDR(reservation.low, reservation.high))
             return false;
         const Walk ended = walk(reservation, records);
         if (ended != Walk::Cancelled) return ended == Walk::Complete;

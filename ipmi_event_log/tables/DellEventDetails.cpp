@@ -33,13 +33,6 @@ constexpr std::uint8_t kPostFatalErrorOffset = 0x0F;
 // Critical interrupt offset 02h, I/O channel check NMI, names no device.
 constexpr std::uint8_t kIoChannelCheckOffset = 0x02;
 
-template <typename... Values>
-std::string formatted(const char* format, Values... values) {
-    char text[96];
-    std::snprintf(text, sizeof text, format, values...);
-    return text;
-}
-
 bool isOem(ByteUse use) { return use == ByteUse::Oem; }
 
 // Processor: event data 2 one bit per CPU, the lowest set naming it; event data 3 its APIC ID.

@@ -38,13 +38,6 @@ constexpr std::uint8_t kSessionAudit = 0x2A;
 constexpr std::uint8_t kVersionChange = 0x2B;
 constexpr std::uint8_t kFruState = 0x2C;
 
-template <typename... Values>
-std::string formatted(const char* format, Values... values) {
-    char text[160];
-    std::snprintf(text, sizeof text, format, values...);
-    return text;
-}
-
 // "Label = text", or the code when the table leaves it reserved.
 std::string named(const char* label, const char* text, unsigned code) {
     return text ? std::string(label) + " = " + text

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstdio>
 #include <optional>
 #include <string>
 #include <vector>
@@ -50,6 +51,14 @@ struct VendorWords {
 // known, lets OEM codes be read in its manufacturer's layout.
 std::vector<std::string> eventDataDetails(const EventDataFields& event,
                                           const std::optional<BmcIdentity>& bmc = std::nullopt);
+
+// `format` filled in with `values`, as snprintf does: the tables' short texts.
+template <typename... Values>
+std::string formatted(const char* format, Values... values) {
+    char text[160];
+    std::snprintf(text, sizeof text, format, values...);
+    return text;
+}
 
 // A PCI function as the OEM layouts give it: "PCI bus 05h, device 1Ch, function 2".
 std::string pciFunctionText(unsigned bus, unsigned device, unsigned function);

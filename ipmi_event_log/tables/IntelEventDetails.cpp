@@ -35,13 +35,6 @@ constexpr std::uint8_t kPostError = 0x06;
 constexpr std::uint8_t kSparingRedundancy = 0x11;
 constexpr std::uint8_t kPcieFatalError2 = 0x14;
 
-template <typename... Values>
-std::string formatted(const char* format, Values... values) {
-    char text[96];
-    std::snprintf(text, sizeof text, format, values...);
-    return text;
-}
-
 bool oemCode(ByteUse use, std::uint8_t value) { return use == ByteUse::Oem && value != kUnused; }
 
 // Event data 3 of memory events: bits 7:5 the socket (0 = CPU 1), 4:3 the socket's channel,

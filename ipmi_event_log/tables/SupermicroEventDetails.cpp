@@ -17,13 +17,6 @@ constexpr std::uint8_t kOverheatOffset = 0x02;
 constexpr std::uint8_t kResetEventData1 = 0x80;
 constexpr std::uint8_t kUnused = 0xFF;
 
-template <typename... Values>
-std::string formatted(const char* format, Values... values) {
-    char text[96];
-    std::snprintf(text, sizeof text, format, values...);
-    return text;
-}
-
 VendorWords bmcResetWords(const EventDataFields& event) {
     static const char* const kResets[] = {"BMC unexpected reset", "BMC cold reset",
                                           "BMC warm reset"};
