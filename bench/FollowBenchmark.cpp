@@ -23,7 +23,7 @@
 
 #include "BenchSupport.h"
 #include "BmcSimulator.h"
-#include "FanOut.h"
+#include "fleet/FanOut.h"
 #include "LossyLink.h"
 #include "SampleServer.h"
 #include "ScratchDirectory.h"

@@ -2,8 +2,8 @@
 // /ipmi?target=, then, after the first line feed, the Authorization header's value.
 #include <string>
 
-#include "ExporterConfig.h"
-#include "WebServer.h"
+#include "exporter/ExporterConfig.h"
+#include "web/WebServer.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string input(reinterpret_cast<const char*>(data), size);

@@ -1,4 +1,4 @@
-// Prometheus' scrape job as shipped in tools/prometheus, run by Debian's Prometheus against
+// Prometheus' scrape job as shipped in tools/exporter/prometheus, run by Debian's Prometheus against
 // `ipmi-event-log serve` and ipmi_sim BMCs: every event found, a new one within three scrapes, a
 // dead BMC seen; two replicas behind the hashmod job, each BMC scraped by one of them; and the
 // community's ipmi_exporter counting the same SEL entries and free space as ours.
@@ -26,8 +26,8 @@ namespace {
 using std::chrono::seconds;
 
 // The shipped files, and the exporter addresses they name.
-const std::string kScrapeJob = SOURCE_DIR "/tools/prometheus/scrape-ipmi.yml";
-const std::string kReplicasJob = SOURCE_DIR "/tools/prometheus/scrape-ipmi-replicas.yml";
+const std::string kScrapeJob = SOURCE_DIR "/tools/exporter/prometheus/scrape-ipmi.yml";
+const std::string kReplicasJob = SOURCE_DIR "/tools/exporter/prometheus/scrape-ipmi-replicas.yml";
 const std::string kShippedExporter = "127.0.0.1:9290";
 const std::string kShippedReplicas[] = {"exporter-0.example.net:9290",
                                         "exporter-1.example.net:9290"};
@@ -221,7 +221,7 @@ TEST_F(PrometheusTest, TheReadmeShowsTheShippedScrapeJobAsItIs) {
     ASSERT_FALSE(job.empty());
     EXPECT_NE(fileText(SOURCE_DIR "/README.md").find("```yaml\n" + job + "```\n"),
               std::string::npos)
-        << "README.md does not show tools/prometheus/scrape-ipmi.yml as it is";
+        << "README.md does not show tools/exporter/prometheus/scrape-ipmi.yml as it is";
 }
 
 TEST_F(PrometheusTest, FindsEveryEventThenANewOneWithinThreeScrapesThenADeadBmc) {

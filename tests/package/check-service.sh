@@ -23,7 +23,7 @@ expect() {
 }
 
 echo "== alert rules"
-out=$("$promtool" check rules "$source/tools/prometheus/ipmi-event-log.rules.yml" 2>&1) || true
+out=$("$promtool" check rules "$source/tools/exporter/prometheus/ipmi-event-log.rules.yml" 2>&1) || true
 expect "promtool check rules" "  SUCCESS: 5 rules found" "$(grep SUCCESS <<<"$out")"
 out=$("$promtool" test rules "$source/tests/package/alert-rules.test.yml" 2>&1) || true
 echo "$out"

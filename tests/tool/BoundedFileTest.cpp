@@ -7,12 +7,12 @@
 
 #include <string>
 
-#include "BoundedFile.h"
-#include "ExporterConfig.h"
-#include "Options.h"
-#include "Printable.h"
+#include "base/BoundedFile.h"
+#include "exporter/ExporterConfig.h"
+#include "cli/Options.h"
+#include "base/Printable.h"
 #include "ScratchDirectory.h"
-#include "WebConfig.h"
+#include "web/WebConfig.h"
 
 namespace {
 

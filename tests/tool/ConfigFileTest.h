@@ -8,7 +8,7 @@
 #include <string>
 
 #include "ScratchDirectory.h"
-#include "YamlFile.h"
+#include "base/YamlFile.h"
 
 template <typename Config, Config (*Read)(const std::string&)>
 class ConfigFileTest : public ::testing::Test {

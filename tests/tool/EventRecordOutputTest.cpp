@@ -7,8 +7,8 @@
 #include <limits>
 #include <sstream>
 
-#include "Output.h"
-#include "TimeStamps.h"
+#include "output/Output.h"
+#include "output/TimeStamps.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "ConfigFileTest.h"
-#include "ExporterConfig.h"
+#include "exporter/ExporterConfig.h"
 #include "ScratchDirectory.h"
 
 namespace {

@@ -2,8 +2,8 @@
 // hosts without a critical event left out of the families that do not apply.
 #include <gtest/gtest.h>
 
-#include "Metrics.h"
-#include "TimeStamps.h"
+#include "exporter/Metrics.h"
+#include "output/TimeStamps.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 // only after the SEL emptied; and the percentages as the command line gives them.
 #include <gtest/gtest.h>
 
-#include "FullWarnings.h"
-#include "Options.h"
+#include "follow/FullWarnings.h"
+#include "cli/Options.h"
 
 namespace {
 

@@ -12,12 +12,12 @@
 #include <cstring>
 #include <sstream>
 
-#include "Journal.h"
-#include "Options.h"
-#include "Output.h"
+#include "output/Journal.h"
+#include "cli/Options.h"
+#include "output/Output.h"
 #include "ScratchDirectory.h"
-#include "SyslogMessage.h"
-#include "SyslogSender.h"
+#include "follow/SyslogMessage.h"
+#include "follow/SyslogSender.h"
 
 namespace {
 

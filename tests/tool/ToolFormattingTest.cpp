@@ -3,10 +3,10 @@
 
 #include <sstream>
 
-#include "HexBytes.h"
-#include "Options.h"
-#include "Output.h"
-#include "TimeStamps.h"
+#include "base/HexBytes.h"
+#include "cli/Options.h"
+#include "output/Output.h"
+#include "output/TimeStamps.h"
 
 namespace {
 

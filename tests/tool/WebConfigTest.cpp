@@ -4,7 +4,7 @@
 
 #include "ConfigFileTest.h"
 #include "ScratchDirectory.h"
-#include "WebConfig.h"
+#include "web/WebConfig.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 
 #include "ScratchDirectory.h"
 #include "WebCredentials.h"
-#include "WebServer.h"
+#include "web/WebServer.h"
 
 namespace {
 

@@ -1,0 +1,282 @@
+// ipmi-event-log: reads, filters and exports BMC event logs, and changes the SEL, through
+// Tolmar::IpmiEventLog and Tolmar::IpmiEventFollower. Argument parsing, library calls, formatting;
+// no IPMI of its own.
+#include <IpmiConnectionSettings.h>
+#include <IpmiEventLog.h>
+#include <sys/ioctl.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <mutex>
+#include <set>
+#include <thread>
+
+#include "exporter/Exporter.h"
+#include "fleet/FanOut.h"
+#include "follow/Follow.h"
+#include "cli/HostRequests.h"
+#include "output/Journal.h"
+#include "cli/Options.h"
+#include "output/Output.h"
+#include "follow/SyslogMessage.h"
+#include "output/TimeStamps.h"
+
+namespace {
+
+using Tolmar::IpmiEventLog;
+using Tolmar::TolmarAgentless::IPMIEVENT;
+using tool::EntryRow;
+using tool::EventRow;
+using tool::HostResult;
+using tool::Options;
+
+constexpr int kUsageStatus = 2;
+// The state file or directory asked for is kept by another process.
+constexpr int kStateInUseStatus = 1;
+
+void checkArguments(const Options& options) {
+    static const std::vector<std::pair<std::string, std::size_t>> counts = {
+        {"list", 0}, {"show", 1},   {"raw", 0},    {"get", 1},  {"clear", 0},
+        {"add", 1},  {"status", 0}, {"follow", 0}, {"serve", 0}};
+    if (options.command == "delete") {
+        if (options.arguments.empty()) throw tool::UsageError("delete needs record IDs");
+        for (const std::string& id : options.arguments) tool::parseRecordId(id);
+        return;
+    }
+    const auto found = std::find_if(counts.begin(), counts.end(),
+                                    [&](const auto& c) { return c.first == options.command; });
+    if (found == counts.end()) throw tool::UsageError("unknown command " + options.command);
+    if (options.arguments.size() != found->second) {
+        throw tool::UsageError(options.command + " takes " + std::to_string(found->second) +
+                               " argument(s)");
+    }
+    if (options.command == "show" || options.command == "get")
+        tool::parseRecordId(options.arguments[0]);
+    if (options.command == "add") tool::parseHexBytes(options.arguments[0]);
+    if (!options.statePath.empty() && options.command != "list")
+        throw tool::UsageError("--state goes with list");
+    if (options.newOnly && options.command != "follow")
+        throw tool::UsageError("--new-only goes with follow");
+    if (options.newOnly && options.last != 0)
+        throw tool::UsageError("--new-only shows none of the events there are; --last N some");
+    const bool following = options.command == "follow" || options.command == "serve" ||
+                           (options.command == "list" && !options.statePath.empty());
+    const bool serving = options.command == "serve";
+    if (!serving && (!options.configPath.empty() || !options.webConfigPath.empty()))
+        throw tool::UsageError("--config and --web-config go with serve");
+    if (!options.stateDirectory.empty() && !serving && options.command != "follow")
+        throw tool::UsageError("--state-dir goes with serve or follow");
+    if (options.clearWhenFull != 0 && !following)
+        throw tool::UsageError("--clear-when-full goes with follow, serve or list --state");
+    if (!options.syslog.empty() && options.command != "follow")
+        throw tool::UsageError("--syslog goes with follow");
+    if (!options.syslog.empty()) tool::parseSyslogAddress(options.syslog);
+    if (options.syslogFacility && options.syslog.empty())
+        throw tool::UsageError("--syslog-facility goes with --syslog");
+    if (!options.since.empty()) tool::parseUserTime(options.since);
+    if (!options.until.empty()) tool::parseUserTime(options.until);
+}
+
+// On a terminal, a line on standard error while the hosts are read: requests sent, SEL entries
+// read, hosts done. The library does not ask a BMC for its SEL's size, so there is no total.
+class Progress {
+public:
+    explicit Progress(std::size_t hosts) : hosts_(hosts), shown_(isatty(STDERR_FILENO)) {
+        if (shown_) thread_ = std::thread([this] { run(); });
+    }
+    ~Progress() {
+        if (!shown_) return;
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            finished_ = true;
+        }
+        wake_.notify_one();
+        thread_.join();
+        std::cerr << "\r\033[K" << std::flush;
+    }
+    void hostDone() { ++done_; }
+
+private:
+    void run() {
+        std::unique_lock<std::mutex> lock(mutex_);
+        while (
+            !wake_.wait_for(lock, std::chrono::milliseconds(250), [this] { return finished_; })) {
+            const Tolmar::ClientActivity activity = Tolmar::GetClientActivity();
+            std::cerr << "\rreading: " << activity.requestsSent << " requests, "
+                      << activity.selEntriesRead << " SEL entries, " << done_ << " of " << hosts_
+                      << " hosts done" << std::flush;
+        }
+    }
+
+    const std::size_t hosts_;
+    const bool shown_;
+    std::atomic<std::size_t> done_{0};
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    bool finished_ = false;
+    std::thread thread_;
+};
+
+// Reads every host, `fanout` at a time; results keep the hosts' order.
+std::vector<HostResult> runAll(const Options& options) {
+    const std::vector<std::string> hosts = tool::hostsOf(options);
+    std::vector<HostResult> results(hosts.size());
+    Progress progress(hosts.size());
+    tool::fanOut(hosts.size(), options.fanout, [&](std::size_t i) {
+        results[i] = tool::run(options, hosts[i]);
+        progress.hostDone();
+    });
+    return results;
+}
+
+tool::Style outputStyle(const Options& options) {
+    tool::Style style;
+    style.format = options.format;
+    style.rendering = options.rendering;
+    style.localTime = options.localTime;
+    style.wide = options.wide;
+    style.showHost = options.hosts.size() > 1;
+    const bool terminal = isatty(STDOUT_FILENO);
+    style.colour = terminal && std::getenv("NO_COLOR") == nullptr;
+    winsize size{};
+    if (terminal && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0) style.width = size.ws_col;
+    style.journal = tool::standardOutputIsJournal();
+    return style;
+}
+
+// For programs: a host whose incomplete read gave no row (for show, not the record asked for) still
+// says so in JSON and CSV, with a row that carries no record (standard error says it already).
+void addMarkerRow(HostResult& r, const std::string& host, const Options& options) {
+    if (!r.incomplete || options.format == tool::Format::Table) return;
+    const bool raw = options.command == "raw" || options.command == "get";
+    if (raw && r.entries.empty()) {
+        tool::EntryRow marker;
+        marker.host = host;
+        marker.marker = true;
+        marker.complete = false;
+        r.entries.push_back(marker);
+    } else if (!raw && r.events.empty()) {
+        tool::EventRow marker;
+        marker.host = host;
+        marker.marker = true;
+        marker.complete = false;
+        r.events.push_back(std::move(marker));
+    }
+}
+
+// Keeps passwords and BMC keys out of core dumps: a process that is not dumpable leaves none (nor
+// may other processes of its user read its memory through /proc or ptrace).
+void keepSecretsOutOfCoreDumps() { prctl(PR_SET_DUMPABLE, 0, 0, 0, 0); }
+
+// Erases the values of -P, -k and -y from the process's arguments, which other users can read in
+// /proc/PID/cmdline (the copy parsed is kept).
+void eraseSecretArguments(int argc, char** argv) {
+    for (int i = 1; i + 1 < argc; ++i) {
+        if (tool::takesSecret(argv[i])) std::memset(argv[i + 1], 0, std::strlen(argv[i + 1]));
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    keepSecretsOutOfCoreDumps();
+    Options options;
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    eraseSecretArguments(argc, argv);
+    try {
+        options = tool::parseOptions(arguments);
+        if (options.command == "help") {
+            std::cout << tool::kUsage;
+            return 0;
+        }
+        checkArguments(options);
+    } catch (const tool::UsageError& e) {
+        std::cerr << "ipmi-event-log: " << e.what() << "\n(ipmi-event-log --help for the usage)\n";
+        return kUsageStatus;
+    }
+    // -v traces the whole exchange. Otherwise the library's own lines stay quiet, as each
+    // failure gets one line of the tool's, unless TOLMAR_LOG_LEVEL asks for them.
+    const char* logLevel = std::getenv("TOLMAR_LOG_LEVEL");
+    if (options.verbose) {
+        Tolmar::SetLogLevel(4);
+    } else if (logLevel == nullptr || *logLevel == '\0') {
+        Tolmar::SetLogLevel(0);
+    }
+
+    // One process at a time keeps a state file or directory: two would save each other's
+    // positions over their own.
+    const bool stateFile = options.command == "list" && !options.statePath.empty();
+    if (stateFile || !options.stateDirectory.empty()) {
+        const std::string& state = stateFile ? options.statePath : options.stateDirectory;
+        const bool directory = !stateFile || options.hosts.size() > 1;
+        std::string message;
+        if (!tool::lockState(tool::stateLockFile(state, directory), state, message)) {
+            std::cerr << "ipmi-event-log: " << message << "\n";
+            return kStateInUseStatus;
+        }
+        tool::sayWarning(message);
+    }
+    if (options.command == "follow") return tool::follow(options, outputStyle(options));
+    if (options.command == "serve") return tool::serve(options);
+    std::vector<HostResult> results = runAll(options);
+    std::vector<EventRow> events;
+    std::vector<EntryRow> entries;
+    std::string problems;  // one line a host that failed or stopped answering, after the output
+    std::set<std::string> warnings;  // how sessions were opened: each once, before the problems
+    int status = 0;
+    bool anyRead = false;
+    const std::vector<std::string> hosts = tool::hostsOf(options);
+    for (std::size_t i = 0; i < results.size(); ++i) {
+        HostResult& r = results[i];  // its events move into the merged list
+        addMarkerRow(r, hosts[i], options);
+        events.insert(events.end(), std::make_move_iterator(r.events.begin()),
+                      std::make_move_iterator(r.events.end()));
+        entries.insert(entries.end(), r.entries.begin(), r.entries.end());
+        if (r.result != IpmiEventLog::EL_SUCCESS) {
+            problems += "ipmi-event-log: " + tool::failureText(hosts[i], r) + "\n";
+        } else {
+            anyRead = true;
+            std::cout << r.note;
+            problems += tool::selChangeText(hosts[i], r);
+            if (r.incomplete)
+                problems += "ipmi-event-log: " + tool::incompleteText(hosts[i], r, options) + "\n";
+        }
+        status = std::max(status, tool::exitStatus(r));
+        if (!r.call.warning.empty()) warnings.insert(r.call.warning);
+        if (!r.warning.empty()) warnings.insert(r.warning);
+    }
+    // Headers and brackets only for something read: a failed read prints nothing on stdout.
+    const tool::Style style = outputStyle(options);
+    // With --state, a run that found nothing new prints nothing, not even the table's header.
+    const bool nothingNew = !options.statePath.empty() && events.empty();
+    if (anyRead && (options.command == "list" || options.command == "show") &&
+        !(nothingNew && options.format == tool::Format::Table)) {
+        tool::writeEvents(std::cout, events, style);
+    } else if (anyRead && (options.command == "raw" || options.command == "get")) {
+        tool::writeEntries(std::cout, entries, style);
+    }
+    std::cout.flush();
+    // list --state: each state is saved only now that what its poll brought is written out, so
+    // that a run that ends sooner, however it ends, shows those events again rather than never.
+    for (std::size_t i = 0; i < results.size(); ++i) {
+        HostResult& r = results[i];
+        if (!r.follower) continue;
+        const std::string unsaved =
+            std::cout.good()
+                ? tool::saveStateOf(*r.follower, r.statePath, tool::hostName(hosts[i]))
+                : tool::hostName(hosts[i]) +
+                      ": the state was not saved: standard output could not be written";
+        if (!unsaved.empty()) warnings.insert(unsaved);
+    }
+    for (const std::string& warning : warnings)
+        std::cerr << "ipmi-event-log: warning: " << warning << "\n";
+    std::cerr << problems;
+    return status;
+}

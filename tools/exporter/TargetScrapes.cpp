@@ -1,0 +1,182 @@
+#include "exporter/TargetScrapes.h"
+
+#include <algorithm>
+#include <future>
+#include <optional>
+
+#include "output/TimeStamps.h"
+
+namespace tool {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Polls under way at once; more wait for a thread. Polls mostly wait for their BMCs' answers.
+constexpr std::size_t kPollThreads = 128;
+// The session timeout when neither the module nor the environment sets one.
+constexpr std::chrono::milliseconds kDefaultSessionTimeout{10000};
+
+double secondsSince(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+bool sameConnection(const Tolmar::TolmarConnection::ConnectionInfo& a,
+                    const Tolmar::TolmarConnection::ConnectionInfo& b) {
+    return a.ip == b.ip && a.port == b.port && a.user == b.user && a.password == b.password &&
+           a.cipherSuite == b.cipherSuite && a.connectionType == b.connectionType;
+}
+
+// The settings of a poll that must end within `limit`: a BMC that stops answering part way costs
+// the session's opening and one request a session timeout each, so each gets half of it.
+Tolmar::ConnectionSettings withinLimit(Tolmar::ConnectionSettings settings,
+                                       std::chrono::milliseconds limit) {
+    const std::chrono::milliseconds half = std::max(limit / 2, std::chrono::milliseconds(500));
+    settings.sessionTimeout =
+        std::min(settings.sessionTimeout.value_or(kDefaultSessionTimeout), half);
+    return settings;
+}
+
+}  // namespace
+
+void recordPoll(FleetMetrics& metrics, const std::string& host, const HostResult& r) {
+    std::vector<EventFacts> events;
+    events.reserve(r.events.size());
+    for (const EventRow& row : r.events)
+        events.push_back({row.event.severity, absoluteTime(row.record)});
+    metrics.recordPoll(host,
+                       {r.result == Tolmar::IpmiEventLog::EL_SUCCESS, !r.incomplete, r.cleared,
+                        r.call.selEntriesRead, r.seconds, r.emptied, r.sel},
+                       events);
+}
+
+struct TargetScrapes::Target {
+    explicit Target(const std::string& name) : metrics({name}, false) {}
+
+    std::mutex mutex;  // guards all but `follower` and `info`, which only the poll under way uses,
+                       // and `lastScraped`, which TargetScrapes::mutex_ guards
+    Clock::time_point lastScraped = Clock::now();
+    std::optional<std::shared_future<void>> polling;  // the poll under way
+    std::thread poller;                               // its thread, or the last one's
+    std::optional<Tolmar::IpmiEventFollower> follower;
+    Tolmar::TolmarConnection::ConnectionInfo info;  // the follower's
+    FleetMetrics metrics;
+    bool up = false;  // whether the last poll succeeded
+    Tolmar::SelHealth sel;
+};
+
+TargetScrapes::TargetScrapes(std::string stateDirectory)
+    : stateDirectory_(std::move(stateDirectory)), polls_(kPollThreads) {}
+
+// Nothing is left running: the polls under way end within their session timeouts.
+TargetScrapes::~TargetScrapes() { polls_.shutdown(); }
+
+std::size_t TargetScrapes::size() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const auto since = Clock::now() - forgetAfter_;
+    return static_cast<std::size_t>(
+        std::count_if(targets_.begin(), targets_.end(),
+                      [since](const auto& entry) { return entry.second->lastScraped >= since; }));
+}
+
+void TargetScrapes::forgetUnscraped(Clock::time_point now) {
+    for (auto entry = targets_.begin(); entry != targets_.end();) {
+        const std::shared_ptr<Target>& target = entry->second;
+        bool idle = target->lastScraped < now - forgetAfter_;
+        if (idle) {
+            std::lock_guard<std::mutex> lock(target->mutex);
+            idle = !target->polling;
+        }
+        entry = idle ? targets_.erase(entry) : std::next(entry);
+    }
+}
+
+std::shared_ptr<TargetScrapes::Target> TargetScrapes::targetOf(const TargetKey& key,
+                                                               const TargetLimits& limits) {
+    const auto now = Clock::now();
+    std::lock_guard<std::mutex> lock(mutex_);
+    forgetAfter_ = limits.forgetAfter;
+    forgetUnscraped(now);
+    auto found = targets_.find(key);
+    if (found == targets_.end()) {
+        if (targets_.size() >= limits.limit) {
+            throw ServiceUnavailable(
+                "too many targets: the exporter follows " + std::to_string(targets_.size()) +
+                ", as many as targets.limit allows; a target not scraped for " +
+                std::to_string(limits.forgetAfter.count()) +
+                " s (targets.forget_after) is forgotten");
+        }
+        found = targets_.emplace(key, std::make_shared<Target>(key.target)).first;
+    }
+    found->second->lastScraped = now;
+    return found->second;
+}
+
+std::string TargetScrapes::statePath(const TargetKey& key) const {
+    return stateFileIn(stateDirectory_, key.target + "@" + key.module);
+}
+
+std::string TargetScrapes::scrape(const TargetKey& key, const TargetConnection& connection,
+                                  std::chrono::milliseconds limit) {
+    const auto started = Clock::now();
+    const TargetKey followed{connection.target.empty() ? key.target : connection.target,
+                             key.module};
+    const std::shared_ptr<Target> target = targetOf(followed, connection.limits);
+    std::shared_future<void> poll;
+    {
+        std::lock_guard<std::mutex> lock(target->mutex);
+        if (!target->polling) {
+            auto done = std::make_shared<std::promise<void>>();
+            target->polling = done->get_future().share();
+            polls_.enqueue([this, target, followed, connection, limit, done] {
+                this->poll(*target, followed, connection, limit);
+                {
+                    std::lock_guard<std::mutex> lock(target->mutex);
+                    target->polling.reset();
+                }
+                done->set_value();
+            });
+        }
+        poll = *target->polling;
+    }
+    const bool ended = poll.wait_for(limit) == std::future_status::ready;
+    std::lock_guard<std::mutex> lock(target->mutex);
+    return target->metrics.text() +
+           ipmiExporterText(ended && target->up, secondsSince(started), target->sel);
+}
+
+void TargetScrapes::poll(Target& target, const TargetKey& key, const TargetConnection& connection,
+                         std::chrono::milliseconds limit) const {
+    const auto started = Clock::now();
+    const std::string name = key.target + " (module " + key.module + ")";
+    if (!target.follower) {
+        target.follower.emplace(connection.info, connection.settings);
+        if (!stateDirectory_.empty())
+            sayWarning(loadStateOf(*target.follower, statePath(key), name));
+    } else if (!sameConnection(target.info, connection.info)) {
+        // Other credentials, from a configuration read again: the same BMC, its state kept.
+        Tolmar::IpmiEventFollower renewed(connection.info, connection.settings);
+        std::string error;
+        renewed.LoadStateText(target.follower->StateText(), error);
+        target.follower = std::move(renewed);
+    }
+    target.info = connection.info;
+    target.follower->SetRendering(connection.rendering);
+    target.follower->ClearWhenFull(connection.clearWhenFull);
+    target.follower->SetSettings(withinLimit(connection.settings, limit));
+    HostResult result;
+    pollFollower(*target.follower, key.target, Options{}, result);
+    result.seconds = secondsSince(started);
+    {
+        std::lock_guard<std::mutex> lock(target.mutex);
+        recordPoll(target.metrics, key.target, result);
+        target.metrics.recordFleetPoll();
+        target.up = result.result == Tolmar::IpmiEventLog::EL_SUCCESS;
+        target.sel = result.sel;
+    }
+    // Saved once the poll's events are counted, as follow saves once they are printed.
+    if (!stateDirectory_.empty() && result.result == Tolmar::IpmiEventLog::EL_SUCCESS)
+        sayWarning(saveStateOf(*target.follower, statePath(key), name));
+}
+
+}  // namespace tool

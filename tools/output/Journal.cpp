@@ -1,0 +1,32 @@
+#include "output/Journal.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "follow/SyslogMessage.h"
+
+namespace tool {
+
+bool isJournalStream(const char* journalStream, int fd) {
+    if (journalStream == nullptr) return false;
+    char* colon = nullptr;
+    const unsigned long long device = std::strtoull(journalStream, &colon, 10);
+    if (colon == journalStream || *colon != ':') return false;
+    char* end = nullptr;
+    const unsigned long long inode = std::strtoull(colon + 1, &end, 10);
+    if (end == colon + 1 || *end != '\0') return false;
+    struct stat opened {};
+    return fstat(fd, &opened) == 0 && opened.st_dev == device && opened.st_ino == inode;
+}
+
+bool standardOutputIsJournal() {
+    return isJournalStream(std::getenv("JOURNAL_STREAM"), STDOUT_FILENO);
+}
+
+std::string journalPrefix(int eventSeverity) {
+    return "<" + std::to_string(syslogSeverity(eventSeverity)) + ">";
+}
+
+}  // namespace tool
