@@ -16,7 +16,9 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <memory>
+#include <mutex>
 #include <thread>
 
 #include "LanFixture.h"
@@ -74,6 +76,7 @@ public:
         return static_cast<unsigned short>(std::stoi(listen().substr(listen().rfind(':') + 1)));
     }
     void signal(int number) const { kill(server_->pid(), number); }
+    pid_t pid() const { return server_->pid(); }
     // A TCP connection to it, or -1.
     int connect() const {
         const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -483,6 +486,130 @@ TEST_F(ExporterTest, ScrapesOfOneTargetThatComeTogetherShareOnePoll) {
         EXPECT_EQ(seriesValue(answer, "ipmi_event_log_sel_entries_read_total"), "35");
     }
     EXPECT_TRUE(gateOpen);
+}
+
+// How many descriptors process `pid` holds.
+std::size_t descriptorsOf(pid_t pid) {
+    std::error_code gone;
+    const std::filesystem::directory_iterator descriptors("/proc/" + std::to_string(pid) + "/fd",
+                                                          gone);
+    return static_cast<std::size_t>(
+        std::distance(std::filesystem::begin(descriptors), std::filesystem::end(descriptors)));
+}
+
+// Clients that trickle their requests a header line at a time, and clients that connect and say
+// nothing, are each cut off at the request deadline (5 s), however steadily they send; scrapes of
+// /metrics are answered all along, and the descriptors they took are all given back.
+TEST_F(ExporterTest, SlowAndSilentClientsHoldNoScrapeUpAndLeaveNoDescriptorBehind) {
+    using Clock = std::chrono::steady_clock;
+    Exporter exporter({"-H", targetOf(*bmc), "--interval", "3600"}, scratch);
+    const std::string entries =
+        "ipmi_event_log_sel_entries_read_total{host=\"" + targetOf(*bmc) + "\"}";
+    // The fleet's one poll is over: nothing but the clients below opens descriptors.
+    ASSERT_EQ(exporter.fleetSeries(entries), "35");
+    const std::size_t before = descriptorsOf(exporter.pid());
+    // Clients that hang up at once are forgotten at once.
+    for (int i = 0; i < 300; ++i) close(exporter.connect());
+    EXPECT_TRUE(bmcsim::waitUntil([&] { return descriptorsOf(exporter.pid()) <= before; },
+                                  std::chrono::seconds(10)));
+
+    const std::size_t trickling = 200;
+    const std::size_t silent = 250;
+    std::vector<int> clients;
+    for (std::size_t i = 0; i < trickling + silent; ++i) {
+        clients.push_back(exporter.connect());
+        ASSERT_GE(clients.back(), 0);
+    }
+    const auto connected = Clock::now();
+    const std::string requestLine = "GET /metrics HTTP/1.1\r\n";
+    const std::string headerLine = "X-Trickle: 1\r\n";
+    for (std::size_t i = 0; i < trickling; ++i)
+        send(clients[i], requestLine.data(), requestLine.size(), MSG_NOSIGNAL);
+    // The server holds every one of them.
+    std::size_t most = 0;
+    EXPECT_TRUE(bmcsim::waitUntil(
+        [&] {
+            most = descriptorsOf(exporter.pid());
+            return most >= before + trickling + silent;
+        },
+        std::chrono::seconds(10)))
+        << most << " descriptors, " << before << " before";
+
+    std::mutex mutex;
+    std::atomic<bool> done{false};
+    std::size_t scrapes = 0;
+    std::size_t failed = 0;
+    Clock::duration slowest{};
+    std::thread scraper([&] {
+        while (!done) {
+            const auto start = Clock::now();
+            const std::string metrics = exporter.get("/metrics").out;
+            const auto took = Clock::now() - start;
+            std::lock_guard<std::mutex> lock(mutex);
+            ++scrapes;
+            failed += seriesValue(metrics, entries) != "35";
+            slowest = std::max(slowest, took);
+        }
+    });
+    // A header line to each trickling client every 500 ms, until the server has closed them all.
+    std::size_t cutOff = 0;
+    std::size_t bytesAnswered = 0;
+    auto firstCut = Clock::time_point::max();
+    auto lastTrickle = Clock::now();
+    while (cutOff < clients.size() && Clock::now() - connected < std::chrono::seconds(60)) {
+        std::vector<pollfd> waiting;
+        for (int fd : clients) waiting.push_back({fd, POLLIN | POLLRDHUP, 0});
+        poll(waiting.data(), waiting.size(), 100);
+        for (std::size_t i = 0; i < clients.size(); ++i) {
+            if (clients[i] < 0 || waiting[i].revents == 0) continue;
+            char buffer[512];
+            const ssize_t got = recv(clients[i], buffer, sizeof buffer, MSG_DONTWAIT);
+            if (got > 0) {
+                bytesAnswered += static_cast<std::size_t>(got);
+                continue;
+            }
+            close(clients[i]);
+            clients[i] = -1;
+            ++cutOff;
+            firstCut = std::min(firstCut, Clock::now());
+        }
+        if (Clock::now() - lastTrickle < std::chrono::milliseconds(500)) continue;
+        lastTrickle = Clock::now();
+        for (std::size_t i = 0; i < trickling; ++i) {
+            if (clients[i] >= 0)
+                send(clients[i], headerLine.data(), headerLine.size(), MSG_NOSIGNAL);
+        }
+    }
+    const auto lastCut = Clock::now();
+    done = true;
+    scraper.join();
+    for (int fd : clients) {
+        if (fd >= 0) close(fd);
+    }
+    EXPECT_EQ(cutOff, trickling + silent);
+    EXPECT_EQ(bytesAnswered, 0u);
+    // Cut off by the deadline, not before.
+    EXPECT_GE(firstCut - connected, std::chrono::seconds(4));
+    EXPECT_LT(lastCut - connected, std::chrono::seconds(15));
+    EXPECT_GT(scrapes, 0u);
+    EXPECT_EQ(failed, 0u);
+    EXPECT_LT(slowest, std::chrono::seconds(3));
+    std::size_t after = 0;
+    EXPECT_TRUE(bmcsim::waitUntil(
+        [&] {
+            after = descriptorsOf(exporter.pid());
+            return after <= before + 2;
+        },
+        std::chrono::seconds(30)))
+        << after << " descriptors, " << before << " before";
+    RecordProperty("descriptors_before", std::to_string(before));
+    RecordProperty("descriptors_most", std::to_string(most));
+    RecordProperty("descriptors_after", std::to_string(after));
+    RecordProperty("scrapes", std::to_string(scrapes));
+    RecordProperty(
+        "slowest_scrape_ms",
+        std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(slowest).count()));
+    EXPECT_EQ(exporter.stop(), 0);
 }
 
 }  // namespace

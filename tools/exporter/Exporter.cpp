@@ -1,18 +1,19 @@
 #include "exporter/Exporter.h"
 
-#include <httplib.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-
-#include <filesystem>
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
 #include <iostream>
+#include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "exporter/Metrics.h"
-#include "fleet/Polling.h"
 #include "exporter/ScrapeModules.h"
 #include "exporter/TargetScrapes.h"
+#include "fleet/Polling.h"
 #include "web/WebServer.h"
 
 namespace tool {
@@ -20,11 +21,24 @@ namespace tool {
 namespace {
 
 const char* const kMetricsType = "text/plain; version=0.0.4; charset=utf-8";
-// Connections served at once: dozens of idle or half-open ones (each holds its thread until the
-// read timeout) leave threads for the scrapes.
-constexpr std::size_t kHttpThreads = 128;
-constexpr time_t kReadTimeoutSeconds = 5;
-constexpr std::size_t kLargestRequestBody = 64 * 1024;
+
+// What the HTTP server allows each client. Idle, half-open or trickling connections cost a
+// descriptor and no thread, each until its request deadline: Prometheus sends a scrape's request
+// whole at once, so 5 s is ample, and frees soon what a client that went left behind. Beyond the
+// connections served at once (the service's LimitNOFILE counts them), a new one is closed as soon
+// as it is accepted. A scrape blocks its handler thread while it waits for its BMC: as many
+// threads as the polls have, so that scrapes that come together are not served one by one.
+HttpLimits httpLimits() {
+    HttpLimits limits;
+    limits.connections = 512;
+    limits.requestDeadline = std::chrono::seconds(5);
+    limits.responseDeadline = std::chrono::seconds(10);
+    limits.largestHead = 8 * 1024;
+    limits.largestBody = 64 * 1024;
+    limits.handlerThreads = 128;
+    return limits;
+}
+
 // A scrape without Prometheus' header saying how long it may take.
 constexpr std::chrono::milliseconds kDefaultScrapeLimit{10000};
 
@@ -46,8 +60,8 @@ ListenAddress listenAddress(const std::string& text) {
 }
 
 // How long a scrape may take: a little less than Prometheus' scrape timeout, which it sends along.
-std::chrono::milliseconds scrapeLimit(const httplib::Request& request) {
-    const std::string header = request.get_header_value("X-Prometheus-Scrape-Timeout-Seconds");
+std::chrono::milliseconds scrapeLimit(const HttpRequest& request) {
+    const std::string header = request.header("X-Prometheus-Scrape-Timeout-Seconds");
     char* end = nullptr;
     const double seconds = std::strtod(header.c_str(), &end);
     if (header.empty() || *end != '\0' || !(seconds > 0)) return kDefaultScrapeLimit;
@@ -55,49 +69,17 @@ std::chrono::milliseconds scrapeLimit(const httplib::Request& request) {
     return std::max(limit, std::chrono::milliseconds(500));
 }
 
-// The port a socket is bound to; 0 for a socket of neither IPv4 nor IPv6.
-int boundPort(int socket) {
-    sockaddr_storage address{};
-    socklen_t size = sizeof address;
-    if (getsockname(socket, reinterpret_cast<sockaddr*>(&address), &size) != 0) return 0;
-    if (address.ss_family == AF_INET)
-        return ntohs(reinterpret_cast<sockaddr_in&>(address).sin_port);
-    if (address.ss_family == AF_INET6)
-        return ntohs(reinterpret_cast<sockaddr_in6&>(address).sin6_port);
-    return 0;
-}
-
-// Debian's cpp-httplib listens with a backlog of 5 connections: scrapes that come together
-// overflow it, and each one dropped waits a second for its SYN to be sent again. Listening again
-// on the same socket sets the kernel's longest queue instead; cpp-httplib keeps the socket to
-// itself, so it is found among the process's descriptors by its port.
-void widenListenBacklog(int port) {
-    std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", error)) {
-        int socket = -1;
-        try {
-            socket = std::stoi(entry.path().filename().string());
-        } catch (const std::exception&) {
-            continue;
-        }
-        int listening = 0;
-        socklen_t size = sizeof listening;
-        if (getsockopt(socket, SOL_SOCKET, SO_ACCEPTCONN, &listening, &size) == 0 && listening &&
-            boundPort(socket) == port)
-            ::listen(socket, SOMAXCONN);
-    }
-}
-
-void answerBadRequest(httplib::Response& response, const std::string& reason) {
+void answerBadRequest(HttpResponse& response, const std::string& reason) {
     response.status = 400;
-    response.set_content(reason + "\n", "text/plain; charset=utf-8");
+    response.contentType = "text/plain; charset=utf-8";
+    response.body = reason + "\n";
 }
 
 // The web configuration's server, or a plain one without --web-config.
-std::unique_ptr<httplib::Server> httpServer(const Options& options) {
-    if (options.webConfigPath.empty()) return makeHttpServer(nullptr);
+std::unique_ptr<HttpServer> httpServer(const Options& options) {
+    if (options.webConfigPath.empty()) return std::make_unique<HttpServer>(nullptr, httpLimits());
     const WebConfig config = loadWebConfig(options.webConfigPath);
-    return makeHttpServer(&config);
+    return std::make_unique<HttpServer>(&config, httpLimits());
 }
 
 // Reads the configuration again: SIGHUP, POST /-/reload. A file that cannot be taken leaves the
@@ -113,7 +95,7 @@ bool reloadModules(ScrapeModules& modules, std::string& reason) {
 int serve(const Options& options) {
     const ListenAddress address = listenAddress(options.listen);
     std::unique_ptr<ScrapeModules> modules;
-    std::unique_ptr<httplib::Server> server;
+    std::unique_ptr<HttpServer> server;
     try {
         modules = std::make_unique<ScrapeModules>(options);
         server = httpServer(options);
@@ -130,48 +112,41 @@ int serve(const Options& options) {
     FleetMetrics metrics(hosts);
     std::mutex guard;
     TargetScrapes targets(options.stateDirectory);
-    server->new_task_queue = [] { return new httplib::ThreadPool(kHttpThreads); };
-    server->set_read_timeout(kReadTimeoutSeconds, 0);
-    server->set_payload_max_length(kLargestRequestBody);
-    server->Get("/metrics", [&](const httplib::Request&, httplib::Response& response) {
+    server->handle("GET", "/metrics", [&](const HttpRequest&, HttpResponse& response) {
         std::lock_guard<std::mutex> lock(guard);
-        response.set_content(metrics.text() + targetsText(targets.size()), kMetricsType);
+        response.contentType = kMetricsType;
+        response.body = metrics.text() + targetsText(targets.size());
     });
-    server->Get("/ipmi", [&](const httplib::Request& request, httplib::Response& response) {
-        const TargetKey key{
-            request.get_param_value("target"),
-            request.has_param("module") ? request.get_param_value("module") : "default"};
+    server->handle("GET", "/ipmi", [&](const HttpRequest& request, HttpResponse& response) {
+        const TargetKey key{request.param("target").value_or(""),
+                            request.param("module").value_or("default")};
         if (key.target.empty())
             return answerBadRequest(response, "no target: scrape /ipmi?target=HOST[:PORT]");
         TargetConnection connection;
         std::string reason;
         if (!modules->resolve(key, connection, reason)) return answerBadRequest(response, reason);
-        response.set_content(targets.scrape(key, connection, scrapeLimit(request)), kMetricsType);
+        response.contentType = kMetricsType;
+        response.body = targets.scrape(key, connection, scrapeLimit(request));
     });
-    // A handler that takes the body as a reader: the body, none mostly, is never read, so that
-    // `curl -X POST .../-/reload`, which sends no Content-Length, is taken too.
-    server->Post("/-/reload", [&](const httplib::Request&, httplib::Response& response,
-                                  const httplib::ContentReader&) {
+    // A body is not needed: `curl -X POST .../-/reload`, which sends none, is taken.
+    server->handle("POST", "/-/reload", [&](const HttpRequest&, HttpResponse& response) {
         std::string reason;
-        if (reloadModules(*modules, reason)) return response.set_content("", "text/plain");
+        if (reloadModules(*modules, reason)) return;
         response.status = 500;
-        response.set_content(reason + "\n", "text/plain; charset=utf-8");
+        response.contentType = "text/plain; charset=utf-8";
+        response.body = reason + "\n";
     });
-    server->Get("/", [](const httplib::Request&, httplib::Response& response) {
-        response.set_content(
-            "ipmi-event-log exporter: see /metrics, and /ipmi?target=HOST&module=NAME\n",
-            "text/plain");
+    server->handle("GET", "/", [](const HttpRequest&, HttpResponse& response) {
+        response.body =
+            "ipmi-event-log exporter: see /metrics, and /ipmi?target=HOST&module=NAME\n";
     });
     // Port 0: one the system chooses, said below.
-    const int port = address.port == 0 ? server->bind_to_any_port(address.host)
-                     : server->bind_to_port(address.host, address.port) ? address.port
-                                                                        : -1;
+    const int port = server->bind(address.host, address.port);
     if (port <= 0) {
         std::cerr << "ipmi-event-log: cannot listen on " << options.listen
                   << ": the address is not this machine's, or the port is taken\n";
         return 1;
     }
-    widenListenBacklog(port);
     std::cerr << "ipmi-event-log: serving /metrics on "
               << options.listen.substr(0, options.listen.rfind(':') + 1) << port << "\n";
     // The polls and the reloads run on threads of their own; a signal ends them, and then the
@@ -194,7 +169,7 @@ int serve(const Options& options) {
         });
         server->stop();
     });
-    server->listen_after_bind();
+    server->run();
     poller.join();
     reloader.join();
     return 0;

@@ -1,6 +1,6 @@
 // ipmi-event-log serve: a Prometheus exporter. A thread polls the fleet every --interval seconds
 // through an IpmiEventFollower a host; /metrics answers with what the polls found (FleetMetrics),
-// served by cpp-httplib on the address --listen names (loopback by default).
+// served by our HttpServer (web/) on the address --listen names (loopback by default).
 #pragma once
 
 #include "cli/Options.h"
