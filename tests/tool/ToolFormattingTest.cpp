@@ -198,7 +198,7 @@ TEST(ToolOptions, RenderingIsIpmiUnlessDescribedIsAskedFor) {
     } catch (const tool::UsageError& e) {
         EXPECT_EQ(std::string(e.what()), "--rendering needs a value");
     }
-    EXPECT_NE(std::string(tool::kUsage).find("  --rendering R "), std::string::npos);
+    EXPECT_NE(tool::usageText().find("  --rendering R "), std::string::npos);
 }
 
 TEST(ToolOutput, EscapesEveryByteThatIsNotPrintable) {

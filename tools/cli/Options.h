@@ -63,12 +63,24 @@ struct Options {
     std::optional<int> syslogFacility;      // follow --syslog: the facility's code; daemon unset
 };
 
-// Parses the command line (without the program name). The password comes from -P, -E
-// (IPMI_PASSWORD), -f FILE, or a prompt when standard input is a terminal; the BMC key from -k
-// (text) or -y (hexadecimal), as ipmitool takes them.
+// Parses the command line (without the program name) and checks it whole: every value, the
+// command and its arguments, and which options go with which command. The password comes from -P,
+// -E (IPMI_PASSWORD), -f FILE, or a prompt when standard input is a terminal; the BMC key from -k
+// (text) or -y (hexadecimal), as ipmitool takes them. -h or --help anywhere gives the command
+// "help". Throws UsageError.
 Options parseOptions(const std::vector<std::string>& args);
 
-// "bmc[01-03].example,other" -> bmc01.example, bmc02.example, bmc03.example, other.
+// The usage --help prints, made from the options and commands parseOptions knows.
+std::string usageText();
+
+// Every spelling of every option parseOptions knows ("-H", "--host", ...), and its commands.
+std::vector<std::string> optionNames();
+std::vector<std::string> commandNames();
+
+// "bmc[01-03].example,other" -> bmc01.example, bmc02.example, bmc03.example, other. Each host is
+// HOST, HOST:PORT, an IPv6 address, or one in brackets with a port ("[fd00::7]:623"): brackets
+// around a range hold no colon, around an IPv6 address they do. A host is given back as
+// joinHostPort spells it ("[::1]" as "::1").
 std::vector<std::string> expandHosts(const std::string& list);
 
 // --rendering's value: "ipmi" or "described". Throws UsageError for another.
@@ -103,6 +115,12 @@ std::vector<unsigned char> parseHexBytes(const std::string& text);
 // The options whose value is a secret, to be erased from the process's arguments.
 bool takesSecret(const std::string& option);
 
-extern const char* const kUsage;
+// Where a secret is in the command line, as parseOptions reads it: the argument's index and the
+// offset in it where the secret starts (0 after "-P", 2 in "-Psecret", 3 in "-vPsecret").
+struct SecretArgument {
+    std::size_t index = 0;
+    std::size_t offset = 0;
+};
+std::vector<SecretArgument> secretsIn(const std::vector<std::string>& args);
 
 }  // namespace tool

@@ -18,15 +18,13 @@
 #include <set>
 #include <thread>
 
+#include "cli/HostRequests.h"
+#include "cli/Options.h"
 #include "exporter/Exporter.h"
 #include "fleet/FanOut.h"
 #include "follow/Follow.h"
-#include "cli/HostRequests.h"
 #include "output/Journal.h"
-#include "cli/Options.h"
 #include "output/Output.h"
-#include "follow/SyslogMessage.h"
-#include "output/TimeStamps.h"
 
 namespace {
 
@@ -40,49 +38,6 @@ using tool::Options;
 constexpr int kUsageStatus = 2;
 // The state file or directory asked for is kept by another process.
 constexpr int kStateInUseStatus = 1;
-
-void checkArguments(const Options& options) {
-    static const std::vector<std::pair<std::string, std::size_t>> counts = {
-        {"list", 0}, {"show", 1},   {"raw", 0},    {"get", 1},  {"clear", 0},
-        {"add", 1},  {"status", 0}, {"follow", 0}, {"serve", 0}};
-    if (options.command == "delete") {
-        if (options.arguments.empty()) throw tool::UsageError("delete needs record IDs");
-        for (const std::string& id : options.arguments) tool::parseRecordId(id);
-        return;
-    }
-    const auto found = std::find_if(counts.begin(), counts.end(),
-                                    [&](const auto& c) { return c.first == options.command; });
-    if (found == counts.end()) throw tool::UsageError("unknown command " + options.command);
-    if (options.arguments.size() != found->second) {
-        throw tool::UsageError(options.command + " takes " + std::to_string(found->second) +
-                               " argument(s)");
-    }
-    if (options.command == "show" || options.command == "get")
-        tool::parseRecordId(options.arguments[0]);
-    if (options.command == "add") tool::parseHexBytes(options.arguments[0]);
-    if (!options.statePath.empty() && options.command != "list")
-        throw tool::UsageError("--state goes with list");
-    if (options.newOnly && options.command != "follow")
-        throw tool::UsageError("--new-only goes with follow");
-    if (options.newOnly && options.last != 0)
-        throw tool::UsageError("--new-only shows none of the events there are; --last N some");
-    const bool following = options.command == "follow" || options.command == "serve" ||
-                           (options.command == "list" && !options.statePath.empty());
-    const bool serving = options.command == "serve";
-    if (!serving && (!options.configPath.empty() || !options.webConfigPath.empty()))
-        throw tool::UsageError("--config and --web-config go with serve");
-    if (!options.stateDirectory.empty() && !serving && options.command != "follow")
-        throw tool::UsageError("--state-dir goes with serve or follow");
-    if (options.clearWhenFull != 0 && !following)
-        throw tool::UsageError("--clear-when-full goes with follow, serve or list --state");
-    if (!options.syslog.empty() && options.command != "follow")
-        throw tool::UsageError("--syslog goes with follow");
-    if (!options.syslog.empty()) tool::parseSyslogAddress(options.syslog);
-    if (options.syslogFacility && options.syslog.empty())
-        throw tool::UsageError("--syslog-facility goes with --syslog");
-    if (!options.since.empty()) tool::parseUserTime(options.since);
-    if (!options.until.empty()) tool::parseUserTime(options.until);
-}
 
 // On a terminal, a line on standard error while the hosts are read: requests sent, SEL entries
 // read, hosts done. The library does not ask a BMC for its SEL's size, so there is no total.
@@ -176,10 +131,12 @@ void addMarkerRow(HostResult& r, const std::string& host, const Options& options
 void keepSecretsOutOfCoreDumps() { prctl(PR_SET_DUMPABLE, 0, 0, 0, 0); }
 
 // Erases the values of -P, -k and -y from the process's arguments, which other users can read in
-// /proc/PID/cmdline (the copy parsed is kept).
-void eraseSecretArguments(int argc, char** argv) {
-    for (int i = 1; i + 1 < argc; ++i) {
-        if (tool::takesSecret(argv[i])) std::memset(argv[i + 1], 0, std::strlen(argv[i + 1]));
+// /proc/PID/cmdline (the copy parsed is kept): a whole word after the option, or the rest of the
+// word the option ends in ("-Psecret").
+void eraseSecretArguments(const std::vector<std::string>& arguments, char** argv) {
+    for (const tool::SecretArgument& secret : tool::secretsIn(arguments)) {
+        char* word = argv[secret.index + 1];
+        std::memset(word + secret.offset, 0, std::strlen(word) - secret.offset);
     }
 }
 
@@ -189,14 +146,13 @@ int main(int argc, char** argv) {
     keepSecretsOutOfCoreDumps();
     Options options;
     const std::vector<std::string> arguments(argv + 1, argv + argc);
-    eraseSecretArguments(argc, argv);
+    eraseSecretArguments(arguments, argv);
     try {
         options = tool::parseOptions(arguments);
         if (options.command == "help") {
-            std::cout << tool::kUsage;
+            std::cout << tool::usageText();
             return 0;
         }
-        checkArguments(options);
     } catch (const tool::UsageError& e) {
         std::cerr << "ipmi-event-log: " << e.what() << "\n(ipmi-event-log --help for the usage)\n";
         return kUsageStatus;
