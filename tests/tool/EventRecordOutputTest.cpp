@@ -1,14 +1,16 @@
-// What the tool writes of a record's IPMI v2.0 meaning (DecodedSelRecord): the keys JSON and JSON
-// lines add, the columns CSV adds, and the time stamp the IPMI rendering's table shows, from
-// records made by hand, one of each kind.
+// What the tool writes of a record's IPMI v2.0 meaning (DecodedSelRecord), as the IPMI source
+// gives it: the keys JSON and JSON lines add, the columns CSV adds, and the time stamp the IPMI
+// rendering's table shows, from records made by hand, one of each kind.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 #include <limits>
 #include <sstream>
 
+#include "base/TimeText.h"
+#include "fleet/IpmiEventSource.h"
 #include "output/Output.h"
-#include "output/TimeStamps.h"
 
 namespace {
 
@@ -16,22 +18,38 @@ using Kind = Tolmar::DecodedSelRecord::Kind;
 using Time = Tolmar::DecodedSelRecord::Time;
 using tool::EventRow;
 using tool::Format;
+using tool::Rendering;
 
 // 2022-12-14 13:40:44 UTC.
 constexpr std::uint32_t kStamped = 0x6399D25C;
 
-// The keys every row has before the record's, for an event of `id` worded as `source` and
-// `message`, severity info.
-EventRow row(std::uint16_t id, const Tolmar::DecodedSelRecord& record) {
+// The record as the follower gives it: an event of `id` worded as the record's `source` and
+// `description`, severity info, its time stamp the library's text `timeStamp`.
+Tolmar::FollowedEvent followed(std::uint16_t id, const Tolmar::DecodedSelRecord& record,
+                               const std::string& timeStamp = "") {
+    Tolmar::FollowedEvent f;
+    f.record = record;
+    f.event.recordId = id;
+    f.event.timeStamp = timeStamp;
+    f.event.severity = 0;
+    f.event.source = record.source;
+    f.event.message = record.description;
+    f.event.auxLog = "";
+    return f;
+}
+
+// The row of bmc1 the IPMI source makes of `f` in `rendering`. Its local time texts are this
+// machine's time zone's when it is made.
+EventRow row(const Tolmar::FollowedEvent& f, Rendering rendering = Rendering::Ipmi) {
     EventRow r;
     r.host = "bmc1";
-    r.event.recordId = id;
-    r.event.severity = 0;
-    r.event.source = record.source;
-    r.event.message = record.description;
-    r.event.auxLog = "";
-    r.record = record;
+    r.event = tool::ipmiEvent(f, rendering);
     return r;
+}
+
+EventRow row(std::uint16_t id, const Tolmar::DecodedSelRecord& record,
+             Rendering rendering = Rendering::Ipmi) {
+    return row(followed(id, record), rendering);
 }
 
 // A threshold event of a sensor the SDR repository describes: voltage SYS_12V went above its
@@ -126,12 +144,10 @@ Tolmar::DecodedSelRecord processorAt(Time time, std::uint32_t timestamp) {
     return r;
 }
 
-std::string written(const std::vector<EventRow>& rows, Format format,
-                    Tolmar::EventRendering rendering = Tolmar::EventRendering::Ipmi,
-                    bool localTime = false) {
+std::string written(const std::vector<EventRow>& rows, Format format, bool localTime = false) {
     tool::Style style;
     style.format = format;
-    style.rendering = rendering;
+    style.columns = tool::ipmiEventColumns();
     style.localTime = localTime;
     std::ostringstream out;
     tool::writeEvents(out, rows, style);
@@ -231,9 +247,9 @@ TEST(EventRecordJson, TheArrayHoldsTheSameObjectsAsTheLines) {
 }
 
 TEST(EventRecordJson, KeysAreFactsOfTheBytesInEitherRendering) {
-    const std::vector<EventRow> rows = {row(0x30, voltageAboveCritical())};
-    EXPECT_EQ(recordKeys(written(rows, Format::Jsonl, Tolmar::EventRendering::Described)),
-              recordKeys(written(rows, Format::Jsonl)));
+    EXPECT_EQ(recordKeys(written({row(0x30, voltageAboveCritical(), Rendering::Described)},
+                                 Format::Jsonl)),
+              recordKeys(written({row(0x30, voltageAboveCritical())}, Format::Jsonl)));
 }
 
 TEST(EventRecordCsv, AddsTheRecordsColumnsAfterComplete) {
@@ -273,13 +289,14 @@ TEST(EventRecordCsv, TextsAreQuotedAndEscapedAsTheOtherColumns) {
 }
 
 TEST(EventRecordTable, TheIpmiRenderingShowsTheRecordsTimeSourceAndMessage) {
-    std::vector<EventRow> rows = {row(0x30, voltageAboveCritical()),
-                                  row(0x31, processorAt(Time::PreInit, 5)),
-                                  row(0x33, untimed(0xE0))};
-    rows[0].event.severity = 2;
     // The event's own time stamp text is not what the IPMI rendering's table shows.
-    for (EventRow& r : rows) r.event.timeStamp = "01/01/1970 00:00:00";
+    const std::string stamp = "01/01/1970 00:00:00";
+    std::vector<EventRow> rows = {row(followed(0x30, voltageAboveCritical(), stamp)),
+                                  row(followed(0x31, processorAt(Time::PreInit, 5), stamp)),
+                                  row(followed(0x33, untimed(0xE0), stamp))};
+    rows[0].event.severity = tool::Severity::Critical;
     tool::Style style;
+    style.columns = tool::ipmiEventColumns();
     style.wide = true;
     std::ostringstream out;
     tool::writeEvents(out, rows, style);
@@ -300,13 +317,12 @@ TEST(EventRecordTable, LocalTimeAppliesToAbsoluteStampsOnly) {
     const std::vector<EventRow> rows = {row(0x30, voltageAboveCritical()),
                                         row(0x31, processorAt(Time::PreInit, 5)),
                                         row(0x31, processorAt(Time::Unspecified, 0xFFFFFFFF))};
-    const std::string csv =
-        written(rows, Format::Csv, Tolmar::EventRendering::Ipmi, /*localTime=*/true);
+    const std::string csv = written(rows, Format::Csv, /*localTime=*/true);
     EXPECT_NE(csv.find("\r\nbmc1,0x0030,2022-12-14 14:40:44 CET,info,"), std::string::npos) << csv;
     EXPECT_NE(csv.find("\r\nbmc1,0x0031,PreInit +5s,"), std::string::npos) << csv;
     EXPECT_NE(csv.find("\r\nbmc1,0x0031,Unspecified,"), std::string::npos) << csv;
     // JSON's timeStamp is the table's; its time, UTC.
-    const std::string line = written({rows[0]}, Format::Jsonl, Tolmar::EventRendering::Ipmi, true);
+    const std::string line = written({rows[0]}, Format::Jsonl, true);
     EXPECT_NE(line.find("\"timeStamp\":\"2022-12-14 14:40:44 CET\","), std::string::npos) << line;
     EXPECT_NE(line.find(",\"time\":\"2022-12-14T13:40:44Z\","), std::string::npos) << line;
     setenv("TZ", "UTC", 1);
@@ -314,14 +330,14 @@ TEST(EventRecordTable, LocalTimeAppliesToAbsoluteStampsOnly) {
 }
 
 TEST(EventRecordTable, TheDescribedRenderingShowsTheEventsOwnTimeStamp) {
-    EventRow described = row(0x30, voltageAboveCritical());
-    described.event.timeStamp = "12/14/2022 13:40:44";
-    EXPECT_NE(written({described}, Format::Csv, Tolmar::EventRendering::Described)
+    const Tolmar::FollowedEvent described =
+        followed(0x30, voltageAboveCritical(), "12/14/2022 13:40:44");
+    EXPECT_NE(written({row(described, Rendering::Described)}, Format::Csv)
                   .find("\r\nbmc1,0x0030,12/14/2022 13:40:44,info,"),
               std::string::npos);
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
     tzset();
-    EXPECT_NE(written({described}, Format::Csv, Tolmar::EventRendering::Described, true)
+    EXPECT_NE(written({row(described, Rendering::Described)}, Format::Csv, true)
                   .find("\r\nbmc1,0x0030,12/14/2022 14:40:44,info,"),
               std::string::npos);
     setenv("TZ", "UTC", 1);
@@ -336,8 +352,10 @@ TEST(EventRecordTime, TextsOfEachKindOfTimeStamp) {
     EXPECT_EQ(tool::recordTimeText(processorAt(Time::PreInit, 0x20000000), false),
               "PreInit +536870912s");
     EXPECT_EQ(tool::recordTimeText(untimed(0xE0), true), "Unspecified");
-    EXPECT_EQ(tool::absoluteTime(voltageAboveCritical()), std::optional<std::time_t>(kStamped));
-    EXPECT_EQ(tool::absoluteTime(processorAt(Time::PreInit, 5)), std::nullopt);
+    // The moment of an absolute stamp only.
+    EXPECT_EQ(row(0x30, voltageAboveCritical()).event.time,
+              std::optional<tool::EventTime>(std::chrono::system_clock::from_time_t(kStamped)));
+    EXPECT_EQ(row(0x31, processorAt(Time::PreInit, 5)).event.time, std::nullopt);
     EXPECT_EQ(tool::isoUtcText(0), "1970-01-01T00:00:00Z");
     // The last absolute stamp a record can hold, beyond 2038.
     EXPECT_EQ(tool::isoUtcText(0xFFFFFFFE), "2106-02-07T06:28:14Z");

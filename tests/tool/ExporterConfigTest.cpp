@@ -8,8 +8,8 @@
 #include <sstream>
 
 #include "ConfigFileTest.h"
-#include "exporter/ExporterConfig.h"
 #include "ScratchDirectory.h"
+#include "exporter/ExporterConfig.h"
 
 namespace {
 
@@ -202,7 +202,7 @@ TEST_F(ExporterConfigTest, OurOwnKeysBesideIpmiExportersOnes) {
     EXPECT_EQ(rack7.privilege, "admin");
     EXPECT_EQ(rack7.cipherSuite, 17);
     EXPECT_EQ(rack7.port, 6230);
-    EXPECT_EQ(rack7.rendering, Tolmar::EventRendering::Described);
+    EXPECT_EQ(rack7.rendering, tool::Rendering::Described);
     EXPECT_EQ(rack7.refusal, "");
     EXPECT_TRUE(rack7.allows("bmc-r7-01.example"));
     EXPECT_TRUE(rack7.allows("BMC-R7-02.Example"));

@@ -2,32 +2,39 @@
 // hosts without a critical event left out of the families that do not apply.
 #include <gtest/gtest.h>
 
+#include "base/TimeText.h"
 #include "exporter/Metrics.h"
-#include "output/TimeStamps.h"
 
 namespace {
 
+using tool::Severity;
+
 // An event of `severity` whose record was stamped at `timeStamp` (nothing for "Unspecified").
-tool::EventFacts event(int severity, const char* timeStamp) {
-    return {severity, tool::parseEventTime(timeStamp)};
+tool::EventFacts event(Severity severity, const char* timeStamp) {
+    return {severity, tool::parseMonthDayYear(timeStamp)};
 }
 
-Tolmar::SelHealth health(unsigned entries, unsigned freeBytes, bool overflow) {
-    Tolmar::SelHealth sel;
+// A SEL as the IPMI source tells it: `entries` records of 16 bytes, and `freeBytes` more.
+tool::LogHealth health(unsigned long entries, unsigned long freeBytes, bool overflow) {
+    tool::LogHealth sel;
     sel.known = true;
     sel.entries = entries;
     sel.freeBytes = freeBytes;
+    sel.used = entries * 16;
+    sel.room = sel.used + freeBytes;
     sel.overflow = overflow;
     return sel;
 }
 
 TEST(FleetMetricsTest, CountsEventsBySeverityAndKeepsTheNewestCriticalTime) {
     tool::FleetMetrics metrics({"bmc1", "b\"m\\c2", "never-polled"});
-    metrics.recordPoll("bmc1", {true, true, false, 4, 0.25, true, health(10, 63840, false)},
-                       {event(2, "03/12/2015 16:58:14"), event(2, "03/11/2015 08:00:00"),
-                        event(1, "03/12/2015 17:00:00"), event(0, "Unspecified")});
+    metrics.recordPoll(
+        "bmc1", {true, true, false, 4, 0.25, true, health(10, 63840, false)},
+        {event(Severity::Critical, "03/12/2015 16:58:14"),
+         event(Severity::Critical, "03/11/2015 08:00:00"),
+         event(Severity::Warning, "03/12/2015 17:00:00"), event(Severity::Info, "Unspecified")});
     metrics.recordPoll("bmc1", {true, false, true, 2, 0.5, false, health(4000, 0, true)},
-                       {event(2, "Unspecified")});
+                       {event(Severity::Critical, "Unspecified")});
     // A host that never answered Get SEL Info has no SEL gauges.
     metrics.recordPoll("b\"m\\c2", {false, true, false, 0, 10, false, {}}, {});
     metrics.recordFleetPoll();
@@ -100,7 +107,7 @@ TEST(FleetMetricsTest, CountsEventsBySeverityAndKeepsTheNewestCriticalTime) {
 TEST(FleetMetricsTest, ASingleTargetsSeriesCarryNoHostLabel) {
     tool::FleetMetrics metrics({"bmc1"}, false);
     metrics.recordPoll("bmc1", {true, true, false, 1, 0.5, false, health(1, 16, false)},
-                       {event(2, "03/12/2015 16:58:14")});
+                       {event(Severity::Critical, "03/12/2015 16:58:14")});
     metrics.recordFleetPoll();
     const std::string text = metrics.text();
     for (const char* line :

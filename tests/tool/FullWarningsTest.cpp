@@ -2,19 +2,21 @@
 // only after the SEL emptied; and the percentages as the command line gives them.
 #include <gtest/gtest.h>
 
-#include "follow/FullWarnings.h"
 #include "cli/Options.h"
+#include "follow/FullWarnings.h"
 
 namespace {
 
 using Lines = std::vector<std::string>;
 
-// A SEL of 100 records of 16 bytes, `entries` of them taken.
-Tolmar::SelHealth selOf100(unsigned entries, bool overflow = false) {
-    Tolmar::SelHealth sel;
+// A SEL of 100 records of 16 bytes, `entries` of them taken, as the IPMI source tells it.
+tool::LogHealth selOf100(unsigned long entries, bool overflow = false) {
+    tool::LogHealth sel;
     sel.known = true;
     sel.entries = entries;
     sel.freeBytes = (100 - entries) * 16;
+    sel.used = entries * 16;
+    sel.room = 100 * 16;
     sel.overflow = overflow;
     return sel;
 }
@@ -47,7 +49,7 @@ TEST(FullWarnings, DroppedEventsAreSaidOnceUntilTheFlagGoesOff) {
 
 TEST(FullWarnings, ASelThatDoesNotTellSaysNothing) {
     tool::FullWarnings warnings({80});
-    EXPECT_EQ(warnings.next(Tolmar::SelHealth{}), Lines{});
+    EXPECT_EQ(warnings.next(tool::LogHealth{}), Lines{});
 }
 
 TEST(ToolOptions, FullWarningsAndClearWhenFullTakePercentages) {

@@ -12,16 +12,17 @@
 #include <cstring>
 #include <sstream>
 
-#include "output/Journal.h"
-#include "cli/Options.h"
-#include "output/Output.h"
 #include "ScratchDirectory.h"
+#include "fleet/IpmiEventSource.h"
 #include "follow/SyslogMessage.h"
 #include "follow/SyslogSender.h"
+#include "output/Journal.h"
+#include "output/Output.h"
 
 namespace {
 
 using tool::EventRow;
+using tool::Severity;
 
 // What the memory error's record means in IPMI v2.0.
 Tolmar::DecodedSelRecord memoryErrorRecord() {
@@ -42,14 +43,30 @@ Tolmar::DecodedSelRecord memoryErrorRecord() {
     return r;
 }
 
-EventRow memoryError() {
-    return {"10.1.2.3:623",
-            {0x16, "03/12/2015 15:56:18",
-             "Memory Device 1 (Memory - DIMM Status): Assertion: Uncorrectable ECC  ", 2,
-             "BMC. Channel 0. ", "No Extended Data"},
-            true,
-            memoryErrorRecord()};
+// The memory error as the follower gives it.
+Tolmar::FollowedEvent memoryErrorRead() {
+    Tolmar::FollowedEvent followed;
+    followed.record = memoryErrorRecord();
+    followed.event.recordId = 0x16;
+    followed.event.timeStamp = "03/12/2015 15:56:18";
+    followed.event.message =
+        "Memory Device 1 (Memory - DIMM Status): Assertion: Uncorrectable ECC  ";
+    followed.event.severity = 2;
+    followed.event.source = "BMC. Channel 0. ";
+    followed.event.auxLog = "No Extended Data";
+    return followed;
 }
+
+// The row of 10.1.2.3:623 the IPMI source makes of `followed` in `rendering`.
+EventRow rowOf(const Tolmar::FollowedEvent& followed,
+               tool::Rendering rendering = tool::Rendering::Ipmi) {
+    EventRow row;
+    row.host = "10.1.2.3:623";
+    row.event = tool::ipmiEvent(followed, rendering);
+    return row;
+}
+
+EventRow memoryError() { return rowOf(memoryErrorRead()); }
 
 // 2023-11-14 22:13:20.123 UTC.
 std::chrono::system_clock::time_point readAt() {
@@ -58,8 +75,13 @@ std::chrono::system_clock::time_point readAt() {
 
 tool::SyslogOrigin origin(int facility) { return {facility, "monitor.example", "4242"}; }
 
+// The message of `row`, read at readAt().
+std::string messageOf(const EventRow& row, const tool::SyslogOrigin& from) {
+    return tool::syslogMessage(row, tool::ipmiEventColumns(), from, readAt());
+}
+
 TEST(SyslogMessage, HasEveryPartOfTheEventInItsPlace) {
-    EXPECT_EQ(tool::syslogMessage(memoryError(), origin(16), readAt()),
+    EXPECT_EQ(messageOf(memoryError(), origin(16)),
               "<130>1 2023-11-14T22:13:20.123Z monitor.example ipmi-event-log 4242 sel "
               "[ipmi@32473 host=\"10.1.2.3:623\" recordId=\"22\" severity=\"critical\" "
               "eventTime=\"2015-03-12T15:56:18Z\" source=\"BMC. Channel 0. \" recordType=\"2\" "
@@ -69,50 +91,51 @@ TEST(SyslogMessage, HasEveryPartOfTheEventInItsPlace) {
 }
 
 TEST(SyslogMessage, TheEventsTimeIsTheRecordsWhateverItsText) {
-    EventRow event = memoryError();
+    Tolmar::FollowedEvent followed = memoryErrorRead();
     // The IPMI rendering's text, or a local time: the record's own stamp is what eventTime says.
-    event.event.timeStamp = "2015-03-12 16:56:18 CET";
-    EXPECT_NE(tool::syslogMessage(event, origin(3), readAt())
+    followed.event.timeStamp = "2015-03-12 16:56:18 CET";
+    EXPECT_NE(messageOf(rowOf(followed, tool::Rendering::Described), origin(3))
                   .find(" eventTime=\"2015-03-12T15:56:18Z\" "),
               std::string::npos);
-    event.record.time = Tolmar::DecodedSelRecord::Time::PreInit;
-    event.record.timestamp = 12;
-    EXPECT_EQ(tool::syslogMessage(event, origin(3), readAt()).find("eventTime"), std::string::npos);
+    followed.record.time = Tolmar::DecodedSelRecord::Time::PreInit;
+    followed.record.timestamp = 12;
+    EXPECT_EQ(messageOf(rowOf(followed), origin(3)).find("eventTime"), std::string::npos);
 }
 
 TEST(SyslogMessage, ASensorWithoutAnSdrHasNoName) {
-    EventRow event = memoryError();
-    event.record.sensorName.reset();
-    EXPECT_NE(tool::syslogMessage(event, origin(3), readAt())
+    Tolmar::FollowedEvent followed = memoryErrorRead();
+    followed.record.sensorName.reset();
+    EXPECT_NE(messageOf(rowOf(followed), origin(3))
                   .find(" sensorTypeName=\"Memory\" sensorNumber=\"96\"] "),
               std::string::npos);
 }
 
 TEST(SyslogMessage, PriorityIsTheFacilityTimesEightPlusTheSeverity) {
     EventRow event = memoryError();
-    const auto priority = [&](int facility, int severity) {
+    const auto priority = [&](int facility, Severity severity) {
         event.event.severity = severity;
-        const std::string message = tool::syslogMessage(event, origin(facility), readAt());
+        const std::string message = messageOf(event, origin(facility));
         return message.substr(0, message.find(' '));
     };
-    EXPECT_EQ(priority(3, 2), "<26>1");
-    EXPECT_EQ(priority(3, 1), "<28>1");
-    EXPECT_EQ(priority(3, 0), "<30>1");
-    EXPECT_EQ(priority(0, 2), "<2>1");
-    EXPECT_EQ(priority(23, 0), "<190>1");
+    EXPECT_EQ(priority(3, Severity::Critical), "<26>1");
+    EXPECT_EQ(priority(3, Severity::Warning), "<28>1");
+    EXPECT_EQ(priority(3, Severity::Info), "<30>1");
+    EXPECT_EQ(priority(0, Severity::Critical), "<2>1");
+    EXPECT_EQ(priority(23, Severity::Info), "<190>1");
 }
 
 TEST(SyslogMessage, LeavesOutWhatTheEventLacksAndMarksAnIncompleteRead) {
-    EventRow event = memoryError();
+    Tolmar::FollowedEvent followed = memoryErrorRead();
     // A non-timestamped OEM record (E0h): no time stamp, no sensor.
-    event.event.timeStamp = "Unspecified";
-    event.event.source.clear();
-    event.event.message = "tab\there";
+    followed.event.timeStamp = "Unspecified";
+    followed.event.source.clear();
+    followed.event.message = "tab\there";
+    followed.record = Tolmar::DecodedSelRecord{};
+    followed.record.recordType = 0xE0;
+    followed.record.kind = Tolmar::DecodedSelRecord::Kind::NonTimestampedOem;
+    EventRow event = rowOf(followed);
     event.complete = false;
-    event.record = Tolmar::DecodedSelRecord{};
-    event.record.recordType = 0xE0;
-    event.record.kind = Tolmar::DecodedSelRecord::Kind::NonTimestampedOem;
-    EXPECT_EQ(tool::syslogMessage(event, {3, "", ""}, readAt()),
+    EXPECT_EQ(messageOf(event, {3, "", ""}),
               "<26>1 2023-11-14T22:13:20.123Z - ipmi-event-log - sel [ipmi@32473 "
               "host=\"10.1.2.3:623\" recordId=\"22\" severity=\"critical\" recordType=\"224\" "
               "complete=\"false\"] tab\\x09here");
@@ -120,10 +143,10 @@ TEST(SyslogMessage, LeavesOutWhatTheEventLacksAndMarksAnIncompleteRead) {
 
 TEST(SyslogMessage, EscapesQuotesBackslashesAndClosingBracketsInParameterValues) {
     EXPECT_EQ(tool::sdParamValue("a\"b\\c]d[e"), "a\\\"b\\\\c\\]d[e");
-    EventRow event = memoryError();
-    event.event.source = "OEM \"x\" ]";
-    event.record.sensorName = "CPU\\1 [\"0\"]";
-    const std::string message = tool::syslogMessage(event, origin(3), readAt());
+    Tolmar::FollowedEvent followed = memoryErrorRead();
+    followed.event.source = "OEM \"x\" ]";
+    followed.record.sensorName = "CPU\\1 [\"0\"]";
+    const std::string message = messageOf(rowOf(followed), origin(3));
     EXPECT_NE(message.find(" source=\"OEM \\\"x\\\" \\]\" "), std::string::npos) << message;
     // A backslash is shown doubled, as the table shows it, and each of the two escaped.
     EXPECT_NE(message.find(" sensorName=\"CPU\\\\\\\\1 [\\\"0\\\"\\]\"] "), std::string::npos)
@@ -131,8 +154,7 @@ TEST(SyslogMessage, EscapesQuotesBackslashesAndClosingBracketsInParameterValues)
 }
 
 TEST(SyslogMessage, HeaderFieldsHaveNoSpaces) {
-    EXPECT_NE(tool::syslogMessage(memoryError(), {3, "my host", "1"}, readAt())
-                  .find(" my_host ipmi-event-log 1 sel "),
+    EXPECT_NE(messageOf(memoryError(), {3, "my host", "1"}).find(" my_host ipmi-event-log 1 sel "),
               std::string::npos);
 }
 
@@ -165,7 +187,7 @@ TEST(SyslogAddress, TakesUdpTcpAndUnixSockets) {
     EXPECT_EQ(local.text, "unix:/dev/log");
     for (const char* refused : {"logs:514", "udp://", "udp://:514", "tcp://h:70000",
                                 "tcp://h:", "udp://[::1", "udp://[::1]x", "unix:"})
-        EXPECT_THROW(tool::parseSyslogAddress(refused), tool::UsageError) << refused;
+        EXPECT_THROW(tool::parseSyslogAddress(refused), tool::SyslogSettingError) << refused;
 }
 
 TEST(SyslogAddress, FacilitiesByTheirUsualNames) {
@@ -174,8 +196,8 @@ TEST(SyslogAddress, FacilitiesByTheirUsualNames) {
     EXPECT_EQ(tool::parseSyslogFacility("authpriv"), 10);
     EXPECT_EQ(tool::parseSyslogFacility("local0"), 16);
     EXPECT_EQ(tool::parseSyslogFacility("local7"), 23);
-    EXPECT_THROW(tool::parseSyslogFacility("local8"), tool::UsageError);
-    EXPECT_THROW(tool::parseSyslogFacility("DAEMON"), tool::UsageError);
+    EXPECT_THROW(tool::parseSyslogFacility("local8"), tool::SyslogSettingError);
+    EXPECT_THROW(tool::parseSyslogFacility("DAEMON"), tool::SyslogSettingError);
 }
 
 TEST(PendingMessages, KeepsTheNewestUpToItsBoundAndCountsTheOthers) {
@@ -273,11 +295,12 @@ TEST(Journal, RecognisesTheStreamItsVariableNames) {
 
 std::string journalOutput(tool::Format format) {
     EventRow warning = memoryError();
-    warning.event.severity = 1;
+    warning.event.severity = Severity::Warning;
     EventRow info = memoryError();
-    info.event.severity = 0;
+    info.event.severity = Severity::Info;
     tool::Style style;
     style.format = format;
+    style.columns = tool::ipmiEventColumns();
     style.journal = true;
     std::ostringstream out;
     tool::writeEvents(out, {memoryError(), warning, info}, style);

@@ -4,9 +4,10 @@
 #include <sstream>
 
 #include "base/HexBytes.h"
+#include "base/TimeText.h"
 #include "cli/Options.h"
+#include "fleet/IpmiEventSource.h"
 #include "output/Output.h"
-#include "output/TimeStamps.h"
 
 namespace {
 
@@ -49,8 +50,14 @@ const char* const kOsStopKeys =
 const char* const kOsStopCells =
     ",2,2015-03-12T16:57:54Z,,65,32,OS Stop / Shutdown,1,,111,assertion,1,1 255 255,,,,,,,";
 
+// `event` of the OS stop's record, as the IPMI source gives it in the described rendering.
+tool::SourceEvent described(const Tolmar::TolmarAgentless::IPMIEVENT& event) {
+    return tool::ipmiEvent({Tolmar::IPMISELENTRY{}, osStopRecord(), event},
+                           tool::Rendering::Described);
+}
+
 EventRow osStopRow(const std::string& host, bool complete = true) {
-    return {host, osStop(), complete, osStopRecord()};
+    return {host, described(osStop()), complete};
 }
 
 // The library's described texts, which these tests are about.
@@ -58,7 +65,7 @@ std::string write(const std::vector<EventRow>& rows, Format format, bool showHos
     std::ostringstream out;
     tool::Style style;
     style.format = format;
-    style.rendering = Tolmar::EventRendering::Described;
+    style.columns = tool::ipmiEventColumns();
     style.showHost = showHost;
     tool::writeEvents(out, rows, style);
     return out.str();
@@ -276,24 +283,25 @@ TEST(ToolOutput, TableFitsTheTerminalUnlessWide) {
     std::ostringstream narrow;
     tool::Style style;
     style.width = 100;
-    tool::writeEvents(narrow, {{"", event}}, style);
+    tool::writeEvents(narrow, {{"", described(event)}}, style);
     std::istringstream lines(narrow.str());
     for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 100u) << line;
     std::ostringstream wide;
     style.wide = true;
-    tool::writeEvents(wide, {{"", event}}, style);
+    tool::writeEvents(wide, {{"", described(event)}}, style);
     EXPECT_NE(wide.str().find(std::string(200, 'm')), std::string::npos);
 }
 
 TEST(ToolTime, ConvertsBetweenTheLibrarysTextAndMoments) {
-    EXPECT_EQ(tool::parseEventTime("03/11/2015 08:42:40"), std::optional<std::time_t>(0x55000000));
-    EXPECT_EQ(tool::parseEventTime("Unspecified"), std::nullopt);
+    EXPECT_EQ(tool::parseMonthDayYear("03/11/2015 08:42:40"),
+              std::optional<std::time_t>(0x55000000));
+    EXPECT_EQ(tool::parseMonthDayYear("Unspecified"), std::nullopt);
     EXPECT_EQ(tool::parseUserTime("2015-03-11 08:42:40"), 0x55000000);
     EXPECT_EQ(tool::parseUserTime("2015-03-11"), 0x55000000 - (8 * 3600 + 42 * 60 + 40));
     EXPECT_THROW(tool::parseUserTime("yesterday"), tool::UsageError);
     setenv("TZ", "UTC", 1);
     tzset();
-    EXPECT_EQ(tool::localTimeText(0x55000000), "03/11/2015 08:42:40");
+    EXPECT_EQ(tool::monthDayYearLocalText(0x55000000), "03/11/2015 08:42:40");
 }
 
 }  // namespace

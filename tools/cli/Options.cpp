@@ -20,9 +20,10 @@
 #include "base/HexBytes.h"
 #include "base/HostPort.h"
 #include "base/Printable.h"
+#include "base/TimeText.h"
 #include "base/WordLists.h"
+#include "fleet/ConnectionProfile.h"
 #include "follow/SyslogMessage.h"
-#include "output/TimeStamps.h"
 
 namespace tool {
 
@@ -161,11 +162,10 @@ void addWorkarounds(const std::string& text, std::vector<std::string>& workaroun
     }
 }
 
-std::optional<std::string> privilegeName(std::string text) {
-    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    if (text == "administrator") text = "admin";
-    if (text != "admin" && text != "operator" && text != "user") return std::nullopt;
-    return text;
+std::time_t parseUserTime(const std::string& text) {
+    const std::optional<std::time_t> moment = parseDayTime(text);
+    if (!moment) throw UsageError("time \"" + text + "\" is not YYYY-MM-DD[ HH:MM[:SS]]");
+    return *moment;
 }
 
 std::string othersCanReadPassword(const std::string& path) {
@@ -184,6 +184,16 @@ std::string checkedHost(const std::string& host) {
     } catch (const HostPortError& e) {
         throw UsageError("host \"" + printable(host) + "\": " + e.what());
     }
+}
+
+// --listen's ADDRESS:PORT, checked now; port 0 asks for a free one.
+std::string checkedListenAddress(const std::string& text) {
+    try {
+        if (parseHostPort(text, PortZero::Allowed).port) return text;
+    } catch (const HostPortError& e) {
+        throw UsageError("--listen \"" + printable(text) + "\": " + e.what());
+    }
+    throw UsageError("--listen \"" + printable(text) + "\" is not ADDRESS:PORT");
 }
 
 // `item` with its first range of numbers expanded, and the ranges after it in each of those.
@@ -336,7 +346,11 @@ std::string checkedSyslogAddress(const std::string& text) {
         const std::string port = address.port ? ":" + std::to_string(*address.port) : "";
         return scheme + host + port;
     }
-    parseSyslogAddress(text);  // unix:PATH, or the error that names the forms
+    try {
+        parseSyslogAddress(text);  // unix:PATH, or the error that names the forms
+    } catch (const SyslogSettingError& e) {
+        throw UsageError(e.what());
+    }
     return text;
 }
 
@@ -586,7 +600,7 @@ private:
         value("--severity", "MIN", group, "info, warning or critical",
               [&o](const std::string& v) { o.minimumSeverity = parseSeverity(v); });
         value("--since", "T", group, "YYYY-MM-DD[ HH:MM[:SS]] in UTC", [&o](const std::string& v) {
-            parseUserTime(v);
+            parseUserTime(v);  // checked now, taken by the filters
             o.since = v;
         });
         value("--until", "T", group, "as --since", [&o](const std::string& v) {
@@ -617,7 +631,7 @@ private:
         value("--listen", "A:P", group,
               "serve: the address and port of /metrics and /ipmi (127.0.0.1:9290); port 0 takes "
               "a free one, said on standard error",
-              [&o](const std::string& v) { o.listen = v; });
+              [&o](const std::string& v) { o.listen = checkedListenAddress(v); });
         value("--config", "FILE", group,
               "serve: the modules of /ipmi?target=HOST&module=NAME (ipmi_exporter's)",
               [&o](const std::string& v) { o.configPath = fileName("--config", v); });
@@ -653,7 +667,13 @@ private:
               [&o](const std::string& v) { o.syslog = checkedSyslogAddress(v); });
         value("--syslog-facility", "NAME", group,
               "follow --syslog: kern, user, ..., local0 to local7 (daemon)",
-              [&o](const std::string& v) { o.syslogFacility = parseSyslogFacility(v); });
+              [&o](const std::string& v) {
+                  try {
+                      o.syslogFacility = parseSyslogFacility(v);
+                  } catch (const SyslogSettingError& e) {
+                      throw UsageError(e.what());
+                  }
+              });
     }
 
     // What CLI11 could not place: an unknown option, a word before the command (an unknown

@@ -4,10 +4,13 @@
 #include <IpmiConnectionSettings.h>
 #include <IpmiEventFollower.h>
 
+#include <ctime>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "output/Output.h"
 
 namespace tool {
 
@@ -15,8 +18,6 @@ namespace tool {
 struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
-
-enum class Format { Table, Json, Jsonl, Csv };
 
 struct Options {
     std::string command;                 // list, show, raw, get, delete, clear, add, status, follow
@@ -96,9 +97,8 @@ unsigned short parseCipherSuite(const std::string& text);
 // Tolmar::WorkaroundNames() does not list is refused.
 void addWorkarounds(const std::string& text, std::vector<std::string>& workarounds);
 
-// "admin", "operator" or "user" for a privilege level as ipmitool and FreeIPMI name them
-// (ADMINISTRATOR, OPERATOR, USER, in any case); none for another name.
-std::optional<std::string> privilegeName(std::string text);
+// "YYYY-MM-DD", "YYYY-MM-DD HH:MM" or "YYYY-MM-DD HH:MM:SS", in UTC. Throws UsageError.
+std::time_t parseUserTime(const std::string& text);
 
 // The warning that others can read the password file at `path`.
 std::string othersCanReadPassword(const std::string& path);

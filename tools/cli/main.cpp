@@ -2,8 +2,6 @@
 // Tolmar::IpmiEventLog and Tolmar::IpmiEventFollower. Argument parsing, library calls, formatting;
 // no IPMI of its own.
 #include <IpmiConnectionSettings.h>
-#include <IpmiEventLog.h>
-#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -20,16 +18,14 @@
 
 #include "cli/HostRequests.h"
 #include "cli/Options.h"
+#include "cli/Profiles.h"
 #include "exporter/Exporter.h"
 #include "fleet/FanOut.h"
 #include "follow/Follow.h"
-#include "output/Journal.h"
 #include "output/Output.h"
 
 namespace {
 
-using Tolmar::IpmiEventLog;
-using Tolmar::TolmarAgentless::IPMIEVENT;
 using tool::EntryRow;
 using tool::EventRow;
 using tool::HostResult;
@@ -80,8 +76,8 @@ private:
 };
 
 // Reads every host, `fanout` at a time; results keep the hosts' order.
-std::vector<HostResult> runAll(const Options& options) {
-    const std::vector<std::string> hosts = tool::hostsOf(options);
+std::vector<HostResult> runAll(const Options& options,
+                               const std::vector<tool::ConnectionProfile>& hosts) {
     std::vector<HostResult> results(hosts.size());
     Progress progress(hosts.size());
     tool::fanOut(hosts.size(), options.fanout, [&](std::size_t i) {
@@ -89,21 +85,6 @@ std::vector<HostResult> runAll(const Options& options) {
         progress.hostDone();
     });
     return results;
-}
-
-tool::Style outputStyle(const Options& options) {
-    tool::Style style;
-    style.format = options.format;
-    style.rendering = options.rendering;
-    style.localTime = options.localTime;
-    style.wide = options.wide;
-    style.showHost = options.hosts.size() > 1;
-    const bool terminal = isatty(STDOUT_FILENO);
-    style.colour = terminal && std::getenv("NO_COLOR") == nullptr;
-    winsize size{};
-    if (terminal && ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0) style.width = size.ws_col;
-    style.journal = tool::standardOutputIsJournal();
-    return style;
 }
 
 // For programs: a host whose incomplete read gave no row (for show, not the record asked for) still
@@ -179,37 +160,38 @@ int main(int argc, char** argv) {
         }
         tool::sayWarning(message);
     }
-    if (options.command == "follow") return tool::follow(options, outputStyle(options));
-    if (options.command == "serve") return tool::serve(options);
-    std::vector<HostResult> results = runAll(options);
+    const std::vector<tool::ConnectionProfile> hosts = tool::profilesOf(options);
+    if (options.command == "follow") {
+        return tool::follow(hosts, tool::readSettingsOf(options), tool::pollSettingsOf(options),
+                            tool::followSettingsOf(options), tool::outputStyle(options));
+    }
+    if (options.command == "serve") return tool::serve(tool::serveSettingsOf(options));
+    std::vector<HostResult> results = runAll(options, hosts);
     std::vector<EventRow> events;
     std::vector<EntryRow> entries;
     std::string problems;  // one line a host that failed or stopped answering, after the output
     std::set<std::string> warnings;  // how sessions were opened: each once, before the problems
     int status = 0;
     bool anyRead = false;
-    const std::vector<std::string> hosts = tool::hostsOf(options);
     for (std::size_t i = 0; i < results.size(); ++i) {
         HostResult& r = results[i];  // its events move into the merged list
-        addMarkerRow(r, hosts[i], options);
+        addMarkerRow(r, hosts[i].host, options);
         events.insert(events.end(), std::make_move_iterator(r.events.begin()),
                       std::make_move_iterator(r.events.end()));
         entries.insert(entries.end(), r.entries.begin(), r.entries.end());
-        if (r.result != IpmiEventLog::EL_SUCCESS) {
-            problems += "ipmi-event-log: " + tool::failureText(hosts[i], r) + "\n";
+        if (r.failure != tool::Failure::None) {
+            problems += "ipmi-event-log: " + r.failureText + "\n";
         } else {
             anyRead = true;
             std::cout << r.note;
-            problems += tool::selChangeText(hosts[i], r);
-            if (r.incomplete)
-                problems += "ipmi-event-log: " + tool::incompleteText(hosts[i], r, options) + "\n";
+            problems += r.changes;
+            if (r.incomplete) problems += "ipmi-event-log: " + r.incompleteText + "\n";
         }
         status = std::max(status, tool::exitStatus(r));
-        if (!r.call.warning.empty()) warnings.insert(r.call.warning);
-        if (!r.warning.empty()) warnings.insert(r.warning);
+        warnings.insert(r.warnings.begin(), r.warnings.end());
     }
     // Headers and brackets only for something read: a failed read prints nothing on stdout.
-    const tool::Style style = outputStyle(options);
+    const tool::Style style = tool::outputStyle(options);
     // With --state, a run that found nothing new prints nothing, not even the table's header.
     const bool nothingNew = !options.statePath.empty() && events.empty();
     if (anyRead && (options.command == "list" || options.command == "show") &&
@@ -223,11 +205,11 @@ int main(int argc, char** argv) {
     // that a run that ends sooner, however it ends, shows those events again rather than never.
     for (std::size_t i = 0; i < results.size(); ++i) {
         HostResult& r = results[i];
-        if (!r.follower) continue;
+        if (!r.source) continue;
         const std::string unsaved =
             std::cout.good()
-                ? tool::saveStateOf(*r.follower, r.statePath, tool::hostName(hosts[i]))
-                : tool::hostName(hosts[i]) +
+                ? r.source->saveState(r.statePath)
+                : r.source->hostName() +
                       ": the state was not saved: standard output could not be written";
         if (!unsaved.empty()) warnings.insert(unsaved);
     }

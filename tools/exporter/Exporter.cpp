@@ -42,23 +42,6 @@ HttpLimits httpLimits() {
 // A scrape without Prometheus' header saying how long it may take.
 constexpr std::chrono::milliseconds kDefaultScrapeLimit{10000};
 
-struct ListenAddress {
-    std::string host;
-    int port;
-};
-
-// "ADDRESS:PORT", an IPv6 address in brackets ("[::1]:9290").
-ListenAddress listenAddress(const std::string& text) {
-    const std::size_t colon = text.rfind(':');
-    if (colon == std::string::npos || colon == 0)
-        throw UsageError("--listen \"" + text + "\" is not ADDRESS:PORT");
-    std::string host = text.substr(0, colon);
-    if (host.size() > 2 && host.front() == '[' && host.back() == ']')
-        host = host.substr(1, host.size() - 2);
-    const auto port = static_cast<int>(parseNumber(text.substr(colon + 1), 65535, "--listen port"));
-    return {host, port};
-}
-
 // How long a scrape may take: a little less than Prometheus' scrape timeout, which it sends along.
 std::chrono::milliseconds scrapeLimit(const HttpRequest& request) {
     const std::string header = request.header("X-Prometheus-Scrape-Timeout-Seconds");
@@ -75,11 +58,18 @@ void answerBadRequest(HttpResponse& response, const std::string& reason) {
     response.body = reason + "\n";
 }
 
-// The web configuration's server, or a plain one without --web-config.
-std::unique_ptr<HttpServer> httpServer(const Options& options) {
-    if (options.webConfigPath.empty()) return std::make_unique<HttpServer>(nullptr, httpLimits());
-    const WebConfig config = loadWebConfig(options.webConfigPath);
+// The web configuration's server, or a plain one without one.
+std::unique_ptr<HttpServer> httpServer(const std::string& webConfigPath) {
+    if (webConfigPath.empty()) return std::make_unique<HttpServer>(nullptr, httpLimits());
+    const WebConfig config = loadWebConfig(webConfigPath);
     return std::make_unique<HttpServer>(&config, httpLimits());
+}
+
+// The names of the fleet's hosts, as the metrics label them.
+std::vector<std::string> hostsOf(const std::vector<ConnectionProfile>& fleet) {
+    std::vector<std::string> hosts;
+    for (const ConnectionProfile& profile : fleet) hosts.push_back(profile.host);
+    return hosts;
 }
 
 // Reads the configuration again: SIGHUP, POST /-/reload. A file that cannot be taken leaves the
@@ -92,26 +82,23 @@ bool reloadModules(ScrapeModules& modules, std::string& reason) {
 
 }  // namespace
 
-int serve(const Options& options) {
-    const ListenAddress address = listenAddress(options.listen);
+int serve(const ServeSettings& settings) {
     std::unique_ptr<ScrapeModules> modules;
     std::unique_ptr<HttpServer> server;
     try {
-        modules = std::make_unique<ScrapeModules>(options);
-        server = httpServer(options);
+        modules = std::make_unique<ScrapeModules>(settings.modules);
+        server = httpServer(settings.webConfigPath);
     } catch (const ConfigError& e) {
         std::cerr << "ipmi-event-log: " << e.what() << "\n";
         return 2;
     }
     // SIGHUP reads the configuration again from the start.
     catchReloadSignal();
-    // The fleet of -H (or, without it and without --config, the local BMC), polled in the
-    // background; /ipmi's targets, polled as they are scraped.
-    const bool fleet = !options.hosts.empty() || options.configPath.empty();
-    const std::vector<std::string> hosts = fleet ? hostsOf(options) : std::vector<std::string>{};
+    // The fleet, polled in the background; /ipmi's targets, polled as they are scraped.
+    const std::vector<std::string> hosts = hostsOf(settings.fleet);
     FleetMetrics metrics(hosts);
     std::mutex guard;
-    TargetScrapes targets(options.stateDirectory);
+    TargetScrapes targets(settings.polling.stateDirectory);
     server->handle("GET", "/metrics", [&](const HttpRequest&, HttpResponse& response) {
         std::lock_guard<std::mutex> lock(guard);
         response.contentType = kMetricsType;
@@ -141,25 +128,27 @@ int serve(const Options& options) {
             "ipmi-event-log exporter: see /metrics, and /ipmi?target=HOST&module=NAME\n";
     });
     // Port 0: one the system chooses, said below.
-    const int port = server->bind(address.host, address.port);
+    HostPort listening = settings.listen;
+    const int port = server->bind(listening.host, listening.port.value_or(0));
     if (port <= 0) {
-        std::cerr << "ipmi-event-log: cannot listen on " << options.listen
+        std::cerr << "ipmi-event-log: cannot listen on " << joinHostPort(listening)
                   << ": the address is not this machine's, or the port is taken\n";
         return 1;
     }
-    std::cerr << "ipmi-event-log: serving /metrics on "
-              << options.listen.substr(0, options.listen.rfind(':') + 1) << port << "\n";
+    listening.port = static_cast<unsigned short>(port);
+    std::cerr << "ipmi-event-log: serving /metrics on " << joinHostPort(listening) << "\n";
     // The polls and the reloads run on threads of their own; a signal ends them, and then the
     // server: a signal handler may not stop the server itself.
     std::thread poller([&] {
-        if (fleet) {
-            pollHosts(options, [&](std::vector<HostResult>& results) {
-                std::lock_guard<std::mutex> lock(guard);
-                for (std::size_t i = 0; i < hosts.size(); ++i)
-                    recordPoll(metrics, hosts[i], results[i]);
-                metrics.recordFleetPoll();
-                return true;
-            });
+        if (!settings.fleet.empty()) {
+            pollHosts(settings.fleet, settings.modules.read, settings.polling,
+                      [&](std::vector<SourcePoll>& results) {
+                          std::lock_guard<std::mutex> lock(guard);
+                          for (std::size_t i = 0; i < hosts.size(); ++i)
+                              recordPoll(metrics, hosts[i], results[i]);
+                          metrics.recordFleetPoll();
+                          return true;
+                      });
         }
     });
     std::thread reloader([&] {

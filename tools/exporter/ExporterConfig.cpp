@@ -1,8 +1,8 @@
 #include "exporter/ExporterConfig.h"
 
 #include "base/BoundedFile.h"
-#include "cli/Options.h"
 #include "base/Printable.h"
+#include "fleet/ConnectionProfile.h"
 
 #include <IpmiConnectionSettings.h>
 #include <arpa/inet.h>
@@ -160,9 +160,9 @@ private:
     void readRendering(const YamlEntry& entry) {
         const std::string given = file_.text(entry);
         if (given == "ipmi") {
-            module_.rendering = Tolmar::EventRendering::Ipmi;
+            module_.rendering = Rendering::Ipmi;
         } else if (given == "described") {
-            module_.rendering = Tolmar::EventRendering::Described;
+            module_.rendering = Rendering::Described;
         } else {
             throw file_.error(entry, quoted(given) + " is not ipmi or described");
         }

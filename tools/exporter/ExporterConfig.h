@@ -3,10 +3,6 @@
 // /ipmi?target=HOST[:PORT]&module=NAME reaches the target with the module's credentials.
 #pragma once
 
-#include <IpmiEventFollower.h>
-
-#include "base/YamlFile.h"
-
 #include <chrono>
 #include <cstddef>
 #include <map>
@@ -14,6 +10,9 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
+
+#include "base/YamlFile.h"
+#include "fleet/ConnectionProfile.h"
 
 namespace tool {
 
@@ -28,7 +27,7 @@ struct ExporterModule {
     std::optional<std::string> bmcKey;          // K_g, as text
     unsigned short port = 623;
     // How its targets' events are worded (the severities counted); unset: as the command line says
-    std::optional<Tolmar::EventRendering> rendering;
+    std::optional<Rendering> rendering;
     // Shell patterns of the targets' hosts the module may reach, matched against the whole host
     // ignoring case; the file must give them, or `hosts: any`.
     std::vector<std::string> hosts;

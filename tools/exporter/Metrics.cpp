@@ -41,7 +41,7 @@ void family(std::ostringstream& out, const char* name, const char* type, const c
 
 }  // namespace
 
-std::string ipmiExporterText(bool up, double seconds, const Tolmar::SelHealth& sel) {
+std::string ipmiExporterText(bool up, double seconds, const LogHealth& sel) {
     std::ostringstream out;
     const auto gauge = [&](const char* name, const char* help, const std::string& series,
                            const std::string& value) {
@@ -54,8 +54,10 @@ std::string ipmiExporterText(bool up, double seconds, const Tolmar::SelHealth& s
               "ipmi_sel_entries_count", entries);
         gauge("ipmi_sel_logs_count", "Current number of log entries in the SEL.",
               "ipmi_sel_logs_count", entries);
-        gauge("ipmi_sel_free_space_bytes", "Current free space remaining for new SEL entries.",
-              "ipmi_sel_free_space_bytes", std::to_string(sel.freeBytes));
+        if (sel.freeBytes) {
+            gauge("ipmi_sel_free_space_bytes", "Current free space remaining for new SEL entries.",
+                  "ipmi_sel_free_space_bytes", std::to_string(*sel.freeBytes));
+        }
     }
     gauge("ipmi_up", "'1' if a scrape of the IPMI device was successful, '0' otherwise.",
           "ipmi_up{collector=\"sel\"}", up ? "1" : "0");
@@ -87,12 +89,11 @@ void FleetMetrics::recordPoll(const std::string& host, const PollFacts& poll,
     h.selEntries += poll.selEntries;
     if (poll.cleared) ++h.clears;
     if (poll.emptied) ++h.fullClears;
-    if (poll.sel.known) h.sel = poll.sel;
+    if (poll.health.known) h.sel = poll.health;
     h.lastPollSeconds = poll.seconds;
     for (const auto& event : events) {
-        const int severity = std::clamp(event.severity, 0, 2);
-        ++h.events[severity];
-        if (severity != 2) continue;
+        ++h.events[static_cast<int>(event.severity)];
+        if (event.severity != Severity::Critical) continue;
         if (event.time && (!h.newestCritical || *event.time > *h.newestCritical))
             h.newestCritical = event.time;
     }
@@ -159,16 +160,18 @@ std::string FleetMetrics::text() const {
               [&](const Host& h) { return h.sel.known ? value(h.sel) : std::string(); });
     };
     selGauge("ipmi_event_log_sel_entries", "Records in the BMC's SEL.",
-             [](const Tolmar::SelHealth& sel) { return std::to_string(sel.entries); });
+             [](const LogHealth& sel) { return std::to_string(sel.entries); });
     selGauge("ipmi_event_log_sel_free_bytes",
              "Free space in the BMC's SEL, in bytes (65535: that much or more).",
-             [](const Tolmar::SelHealth& sel) { return std::to_string(sel.freeBytes); });
+             [](const LogHealth& sel) {
+                 return sel.freeBytes ? std::to_string(*sel.freeBytes) : std::string();
+             });
     selGauge("ipmi_event_log_sel_fill_ratio",
              "The share of the BMC's SEL its records take, from 0 to 1.",
-             [](const Tolmar::SelHealth& sel) { return number(sel.FillRatio()); });
+             [](const LogHealth& sel) { return number(sel.fillRatio()); });
     selGauge("ipmi_event_log_sel_overflow",
              "Whether the BMC dropped events for lack of space in its SEL.",
-             [](const Tolmar::SelHealth& sel) { return std::string(sel.overflow ? "1" : "0"); });
+             [](const LogHealth& sel) { return std::string(sel.overflow ? "1" : "0"); });
     family(out, "ipmi_event_log_polls_total", "counter",
            hostLabels_ ? "Polls of the whole fleet since the exporter started."
                        : "Polls of the BMC since the exporter started.");

@@ -4,13 +4,13 @@
 // the last poll went.
 #pragma once
 
-#include <IpmiEventFollower.h>
-
 #include <ctime>
 #include <map>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "fleet/EventSource.h"
 
 namespace tool {
 
@@ -22,20 +22,20 @@ struct PollFacts {
     unsigned long selEntries = 0;  // SEL entries it read
     double seconds = 0;            // how long it took
     bool emptied = false;          // it cleared the SEL, full (--clear-when-full)
-    Tolmar::SelHealth sel;         // how full it found the SEL
+    LogHealth health;              // how full it found the SEL
 };
 
-// What the metrics take of one event: its severity (0 info, 1 warning, 2 critical) and the
-// moment its record's time stamp names, when it names one.
+// What the metrics take of one event: its severity and the moment it happened, when its source
+// knows it.
 struct EventFacts {
-    int severity = 0;
+    Severity severity = Severity::Info;
     std::optional<std::time_t> time;
 };
 
 // What the community's ipmi_exporter answers for a scrape of one target with its `sel` collector,
 // under its names and help texts: whether the scrape succeeded, how long it took, and, when it
 // did, the SEL's entry count (under both names that exporter has used) and free space.
-std::string ipmiExporterText(bool up, double seconds, const Tolmar::SelHealth& sel);
+std::string ipmiExporterText(bool up, double seconds, const LogHealth& sel);
 
 // The exporter's own metric beside the fleet's: how many targets /ipmi's scrapes have it follow.
 std::string targetsText(std::size_t targets);
@@ -63,7 +63,7 @@ private:
         unsigned long selEntries = 0;
         unsigned long clears = 0;
         unsigned long fullClears = 0;
-        Tolmar::SelHealth sel;  // as the last poll that could tell found it
+        LogHealth sel;  // as the last poll that could tell found it
         double lastPollSeconds = 0;
     };
 

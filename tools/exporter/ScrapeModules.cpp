@@ -1,21 +1,22 @@
 #include "exporter/ScrapeModules.h"
 
 #include "base/Printable.h"
+#include "fleet/Polling.h"
 
 namespace tool {
 
 namespace {
 
-// How `options` reach `target`: at the port the target names, else at theirs. The target is
+// How `profile` reaches `target`: at the port the target names, else at its own. The target is
 // followed under its one spelling.
-TargetConnection targetConnection(Options options, const ScrapeTarget& target) {
+TargetConnection targetConnection(ConnectionProfile profile, const ReadSettings& read,
+                                  const ScrapeTarget& target) {
     TargetConnection connection;
-    connection.target = canonicalTarget(target, options.port);
-    options.port = target.port.value_or(options.port);
-    connection.info = tool::connection(options, target.host);
-    connection.settings = settings(options);
-    connection.clearWhenFull = options.clearWhenFull;
-    connection.rendering = options.rendering;
+    connection.target = canonicalTarget(target, profile.port);
+    profile.port = target.port.value_or(profile.port);
+    profile.host = target.host;
+    connection.profile = std::move(profile);
+    connection.read = read;
     return connection;
 }
 
@@ -35,8 +36,8 @@ std::string moduleNames(const ExporterConfig& config) {
 
 }  // namespace
 
-ScrapeModules::ScrapeModules(const Options& options) : options_(options) {
-    if (!options.configPath.empty()) config_ = readConfig(options.configPath);
+ScrapeModules::ScrapeModules(ScrapeDefaults defaults) : defaults_(std::move(defaults)) {
+    if (!defaults_.configPath.empty()) config_ = readConfig(defaults_.configPath);
 }
 
 std::shared_ptr<const ExporterConfig> ScrapeModules::current() const {
@@ -45,12 +46,12 @@ std::shared_ptr<const ExporterConfig> ScrapeModules::current() const {
 }
 
 bool ScrapeModules::reload(std::string& reason) {
-    if (options_.configPath.empty()) {
+    if (defaults_.configPath.empty()) {
         reason = "there is no configuration file to read again (serve --config FILE)";
         return false;
     }
     try {
-        std::shared_ptr<const ExporterConfig> config = readConfig(options_.configPath);
+        std::shared_ptr<const ExporterConfig> config = readConfig(defaults_.configPath);
         std::lock_guard<std::mutex> lock(mutex_);
         config_ = std::move(config);
         return true;
@@ -88,18 +89,18 @@ bool ScrapeModules::resolve(const TargetKey& key, TargetConnection& connection,
         return false;
     }
     // The module's user, password and settings in place of the command line's.
-    Options moduleOptions = options_;
-    moduleOptions.port = module.port;
-    moduleOptions.user = module.user;
-    moduleOptions.password = module.password;
-    moduleOptions.cipherSuite = module.cipherSuite.value_or(options_.cipherSuite);
-    moduleOptions.privilege = module.privilege;
-    moduleOptions.bmcKey = module.bmcKey;
-    moduleOptions.workarounds = module.workarounds;
-    moduleOptions.rendering = module.rendering.value_or(options_.rendering);
-    connection = targetConnection(moduleOptions, target);
-    if (module.timeoutMs)
-        connection.settings.sessionTimeout = std::chrono::milliseconds(*module.timeoutMs);
+    ConnectionProfile profile = defaults_.profile;
+    profile.port = module.port;
+    profile.user = module.user;
+    profile.password = module.password;
+    if (module.cipherSuite) profile.cipherSuite = module.cipherSuite;
+    profile.privilege = module.privilege;
+    profile.bmcKey = module.bmcKey;
+    profile.workarounds = module.workarounds;
+    if (module.timeoutMs) profile.sessionTimeout = std::chrono::milliseconds(*module.timeoutMs);
+    ReadSettings read = defaults_.read;
+    if (module.rendering) read.rendering = *module.rendering;
+    connection = targetConnection(std::move(profile), read, target);
     connection.limits = config->targets;
     return true;
 }
@@ -111,7 +112,7 @@ bool ScrapeModules::resolveCommandLine(const TargetKey& key, const ScrapeTarget&
             "unknown module " + quoted(key.module) + ": without --config there is only default";
         return false;
     }
-    connection = targetConnection(options_, target);
+    connection = targetConnection(defaults_.profile, defaults_.read, target);
     return true;
 }
 

@@ -7,15 +7,22 @@
 #include <string>
 
 #include "exporter/ExporterConfig.h"
-#include "cli/Options.h"
 #include "exporter/TargetScrapes.h"
+#include "fleet/ConnectionProfile.h"
 
 namespace tool {
 
+// The module "default" without a configuration file, and what a module's keys are laid over.
+struct ScrapeDefaults {
+    std::string configPath;  // the modules' YAML file; empty: none
+    ConnectionProfile profile;
+    ReadSettings read;
+};
+
 class ScrapeModules {
 public:
-    // Reads --config when the command line gives one; throws ConfigError when it cannot be taken.
-    explicit ScrapeModules(const Options& options);
+    // Reads the configuration file when there is one; throws ConfigError when it cannot be taken.
+    explicit ScrapeModules(ScrapeDefaults defaults);
 
     // Reads the configuration file again. False, with the reason, when it cannot be taken: the
     // configuration in use stays.
@@ -29,7 +36,7 @@ private:
     bool resolveCommandLine(const TargetKey& key, const ScrapeTarget& target,
                             TargetConnection& connection, std::string& reason) const;
 
-    const Options& options_;
+    const ScrapeDefaults defaults_;
     mutable std::mutex mutex_;
     std::shared_ptr<const ExporterConfig> config_;  // null without --config
 };

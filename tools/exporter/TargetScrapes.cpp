@@ -4,8 +4,6 @@
 #include <future>
 #include <optional>
 
-#include "output/TimeStamps.h"
-
 namespace tool {
 
 namespace {
@@ -21,32 +19,28 @@ double secondsSince(Clock::time_point start) {
     return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-bool sameConnection(const Tolmar::TolmarConnection::ConnectionInfo& a,
-                    const Tolmar::TolmarConnection::ConnectionInfo& b) {
-    return a.ip == b.ip && a.port == b.port && a.user == b.user && a.password == b.password &&
-           a.cipherSuite == b.cipherSuite && a.connectionType == b.connectionType;
-}
-
-// The settings of a poll that must end within `limit`: a BMC that stops answering part way costs
+// The profile of a poll that must end within `limit`: a BMC that stops answering part way costs
 // the session's opening and one request a session timeout each, so each gets half of it.
-Tolmar::ConnectionSettings withinLimit(Tolmar::ConnectionSettings settings,
-                                       std::chrono::milliseconds limit) {
+ConnectionProfile withinLimit(ConnectionProfile profile, std::chrono::milliseconds limit) {
     const std::chrono::milliseconds half = std::max(limit / 2, std::chrono::milliseconds(500));
-    settings.sessionTimeout =
-        std::min(settings.sessionTimeout.value_or(kDefaultSessionTimeout), half);
-    return settings;
+    profile.sessionTimeout =
+        std::min(profile.sessionTimeout.value_or(kDefaultSessionTimeout), half);
+    return profile;
 }
 
 }  // namespace
 
-void recordPoll(FleetMetrics& metrics, const std::string& host, const HostResult& r) {
+void recordPoll(FleetMetrics& metrics, const std::string& host, const SourcePoll& poll) {
     std::vector<EventFacts> events;
-    events.reserve(r.events.size());
-    for (const EventRow& row : r.events)
-        events.push_back({row.event.severity, absoluteTime(row.record)});
+    events.reserve(poll.events.size());
+    for (const SourceEvent& event : poll.events) {
+        std::optional<std::time_t> moment;
+        if (event.time) moment = std::chrono::system_clock::to_time_t(*event.time);
+        events.push_back({event.severity, moment});
+    }
     metrics.recordPoll(host,
-                       {r.result == Tolmar::IpmiEventLog::EL_SUCCESS, !r.incomplete, r.cleared,
-                        r.call.selEntriesRead, r.seconds, r.emptied, r.sel},
+                       {poll.failure == Failure::None, poll.complete, poll.cleared,
+                        poll.entriesRead, poll.seconds, poll.emptied, poll.health},
                        events);
 }
 
@@ -58,15 +52,14 @@ struct TargetScrapes::Target {
     Clock::time_point lastScraped = Clock::now();
     std::optional<std::shared_future<void>> polling;  // the poll under way
     std::thread poller;                               // its thread, or the last one's
-    std::optional<Tolmar::IpmiEventFollower> follower;
-    Tolmar::TolmarConnection::ConnectionInfo info;  // the follower's
+    std::unique_ptr<EventSource> source;
     FleetMetrics metrics;
     bool up = false;  // whether the last poll succeeded
-    Tolmar::SelHealth sel;
+    LogHealth health;
 };
 
-TargetScrapes::TargetScrapes(std::string stateDirectory)
-    : stateDirectory_(std::move(stateDirectory)), polls_(kPollThreads) {}
+TargetScrapes::TargetScrapes(std::string stateDirectory, SourceFactory make)
+    : stateDirectory_(std::move(stateDirectory)), make_(std::move(make)), polls_(kPollThreads) {}
 
 // Nothing is left running: the polls under way end within their session timeouts.
 TargetScrapes::~TargetScrapes() { polls_.shutdown(); }
@@ -112,8 +105,8 @@ std::shared_ptr<TargetScrapes::Target> TargetScrapes::targetOf(const TargetKey& 
     return found->second;
 }
 
-std::string TargetScrapes::statePath(const TargetKey& key) const {
-    return stateFileIn(stateDirectory_, key.target + "@" + key.module);
+std::string TargetScrapes::statePath(const TargetKey& key, const EventSource& source) const {
+    return stateFileIn(stateDirectory_, key.target + "@" + key.module, source.kind());
 }
 
 std::string TargetScrapes::scrape(const TargetKey& key, const TargetConnection& connection,
@@ -142,41 +135,34 @@ std::string TargetScrapes::scrape(const TargetKey& key, const TargetConnection& 
     const bool ended = poll.wait_for(limit) == std::future_status::ready;
     std::lock_guard<std::mutex> lock(target->mutex);
     return target->metrics.text() +
-           ipmiExporterText(ended && target->up, secondsSince(started), target->sel);
+           ipmiExporterText(ended && target->up, secondsSince(started), target->health);
 }
 
 void TargetScrapes::poll(Target& target, const TargetKey& key, const TargetConnection& connection,
                          std::chrono::milliseconds limit) const {
     const auto started = Clock::now();
-    const std::string name = key.target + " (module " + key.module + ")";
-    if (!target.follower) {
-        target.follower.emplace(connection.info, connection.settings);
+    const ConnectionProfile profile = withinLimit(connection.profile, limit);
+    if (!target.source) {
+        target.source = make_(profile, connection.read);
         if (!stateDirectory_.empty())
-            sayWarning(loadStateOf(*target.follower, statePath(key), name));
-    } else if (!sameConnection(target.info, connection.info)) {
-        // Other credentials, from a configuration read again: the same BMC, its state kept.
-        Tolmar::IpmiEventFollower renewed(connection.info, connection.settings);
-        std::string error;
-        renewed.LoadStateText(target.follower->StateText(), error);
-        target.follower = std::move(renewed);
+            sayWarning(target.source->loadState(statePath(key, *target.source)));
+    } else {
+        // Other credentials or settings, from a configuration read again: the same BMC, its
+        // place kept.
+        target.source->reconfigure(profile, connection.read);
     }
-    target.info = connection.info;
-    target.follower->SetRendering(connection.rendering);
-    target.follower->ClearWhenFull(connection.clearWhenFull);
-    target.follower->SetSettings(withinLimit(connection.settings, limit));
-    HostResult result;
-    pollFollower(*target.follower, key.target, Options{}, result);
+    SourcePoll result = target.source->poll(false);
     result.seconds = secondsSince(started);
     {
         std::lock_guard<std::mutex> lock(target.mutex);
         recordPoll(target.metrics, key.target, result);
         target.metrics.recordFleetPoll();
-        target.up = result.result == Tolmar::IpmiEventLog::EL_SUCCESS;
-        target.sel = result.sel;
+        target.up = result.failure == Failure::None;
+        target.health = result.health;
     }
     // Saved once the poll's events are counted, as follow saves once they are printed.
-    if (!stateDirectory_.empty() && result.result == Tolmar::IpmiEventLog::EL_SUCCESS)
-        sayWarning(saveStateOf(*target.follower, statePath(key), name));
+    if (!stateDirectory_.empty() && result.failure == Failure::None)
+        sayWarning(target.source->saveState(statePath(key, *target.source)));
 }
 
 }  // namespace tool

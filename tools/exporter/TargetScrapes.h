@@ -7,7 +7,6 @@
 // after each poll and taken up again when the exporter starts.
 #pragma once
 
-#include <IpmiEventFollower.h>
 #include <httplib.h>
 
 #include <chrono>
@@ -17,8 +16,10 @@
 #include <string>
 
 #include "exporter/ExporterConfig.h"
-#include "cli/HostRequests.h"
 #include "exporter/Metrics.h"
+#include "fleet/ConnectionProfile.h"
+#include "fleet/EventSource.h"
+#include "fleet/Polling.h"
 #include "web/WebServer.h"
 
 namespace tool {
@@ -34,21 +35,20 @@ struct TargetKey {
 // How a module reaches a target.
 struct TargetConnection {
     std::string target;  // the target's canonical spelling (canonicalTarget); empty: as named
-    Tolmar::TolmarConnection::ConnectionInfo info;
-    Tolmar::ConnectionSettings settings;
-    unsigned clearWhenFull = 0;
+    ConnectionProfile profile;
     // How the target's events are worded (their severities, which the metrics count, with it).
-    Tolmar::EventRendering rendering = Tolmar::EventRendering::Ipmi;
+    ReadSettings read;
     TargetLimits limits;  // how many targets may be followed, and for how long unscraped
 };
 
 // Records one poll of `host` and the events it brought.
-void recordPoll(FleetMetrics& metrics, const std::string& host, const HostResult& result);
+void recordPoll(FleetMetrics& metrics, const std::string& host, const SourcePoll& poll);
 
 class TargetScrapes {
 public:
-    // `stateDirectory`: where the followers' states are kept; empty: nowhere.
-    explicit TargetScrapes(std::string stateDirectory);
+    // `stateDirectory`: where the sources' places are kept; empty: nowhere. `make` makes a
+    // target's source.
+    explicit TargetScrapes(std::string stateDirectory, SourceFactory make = makeEventSource);
     ~TargetScrapes();
 
     // One scrape of `key` (followed under connection.target, its canonical spelling) through
@@ -68,9 +68,10 @@ private:
     void forgetUnscraped(std::chrono::steady_clock::time_point now);
     void poll(Target& target, const TargetKey& key, const TargetConnection& connection,
               std::chrono::milliseconds limit) const;
-    std::string statePath(const TargetKey& key) const;
+    std::string statePath(const TargetKey& key, const EventSource& source) const;
 
     std::string stateDirectory_;
+    SourceFactory make_;
     mutable std::mutex mutex_;
     std::map<TargetKey, std::shared_ptr<Target>> targets_;
     std::chrono::seconds forgetAfter_{TargetLimits().forgetAfter};  // the last scrape's

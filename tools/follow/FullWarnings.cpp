@@ -6,28 +6,29 @@ namespace tool {
 
 namespace {
 
-std::string fillText(const Tolmar::SelHealth& sel) {
-    const std::string entries = std::to_string(sel.entries) + " entries";
-    if (sel.FullTo(100)) return "the SEL is full: " + entries + ", no space left";
+std::string fillText(const LogHealth& log) {
+    const std::string entries = std::to_string(log.entries) + " entries";
+    if (log.fullTo(100)) return "the SEL is full: " + entries + ", no space left";
     // Whole percents, down: not yet 80% is not said to be 80%.
-    const auto percent = static_cast<unsigned>(sel.FillRatio() * 100 + 1e-9);
-    return "the SEL is " + std::to_string(percent) + "% full: " + entries + ", " +
-           std::to_string(sel.freeBytes) + " bytes free";
+    const auto percent = static_cast<unsigned>(log.fillRatio() * 100 + 1e-9);
+    std::string text = "the SEL is " + std::to_string(percent) + "% full: " + entries;
+    if (log.freeBytes) text += ", " + std::to_string(*log.freeBytes) + " bytes free";
+    return text;
 }
 
 }  // namespace
 
-std::vector<std::string> FullWarnings::next(const Tolmar::SelHealth& sel) {
+std::vector<std::string> FullWarnings::next(const LogHealth& log) {
     std::vector<std::string> said;
-    if (!sel.known) return said;
+    if (!log.known) return said;
     const auto passed = static_cast<std::size_t>(
         std::count_if(percentages_.begin(), percentages_.end(),
-                      [&sel](unsigned percent) { return sel.FullTo(percent); }));
-    if (passed > passed_) said.push_back(fillText(sel));
+                      [&log](unsigned percent) { return log.fullTo(percent); }));
+    if (passed > passed_) said.push_back(fillText(log));
     // Records deleted take nothing back; only a SEL below every percentage starts again.
     passed_ = passed == 0 ? 0 : std::max(passed_, passed);
-    if (sel.overflow && !overflow_) said.push_back("the BMC dropped events: its SEL is full");
-    overflow_ = sel.overflow;
+    if (log.overflow && !overflow_) said.push_back("the BMC dropped events: its SEL is full");
+    overflow_ = log.overflow;
     return said;
 }
 

@@ -3,10 +3,10 @@
 // percentage (cleared) has them said again as it fills again.
 #pragma once
 
-#include <IpmiEventFollower.h>
-
 #include <string>
 #include <vector>
+
+#include "fleet/EventSource.h"
 
 namespace tool {
 
@@ -16,8 +16,8 @@ public:
     explicit FullWarnings(std::vector<unsigned> percentages)
         : percentages_(std::move(percentages)) {}
 
-    // What to say after a poll that found `sel`, a line each; nothing when it did not tell.
-    std::vector<std::string> next(const Tolmar::SelHealth& sel);
+    // What to say after a poll that found `log`, a line each; nothing when it did not tell.
+    std::vector<std::string> next(const LogHealth& log);
 
 private:
     std::vector<unsigned> percentages_;

@@ -6,8 +6,9 @@
 #include <cstdio>
 #include <map>
 
-#include "cli/Options.h"
-#include "output/TimeStamps.h"
+#include "base/HostPort.h"
+#include "base/TimeText.h"
+#include "output/Journal.h"
 
 namespace tool {
 
@@ -31,58 +32,50 @@ std::string sdParam(const std::string& name, const std::string& value) {
     return " " + name + "=\"" + sdParamValue(displayText(value)) + "\"";
 }
 
-// The record's facts, whatever the rendering: its type and, for a system event, its sensor (the
-// name only where the BMC's SDR gives one). Numbers in decimal, as JSON has them.
-std::string recordParams(const Tolmar::DecodedSelRecord& record) {
-    std::string data = sdParam("recordType", std::to_string(record.recordType));
-    if (record.kind != Tolmar::DecodedSelRecord::Kind::SystemEvent) return data;
-    data += sdParam("sensorType", std::to_string(record.sensorType)) +
-            sdParam("sensorTypeName", record.sensorTypeName) +
-            sdParam("sensorNumber", std::to_string(record.sensorNumber));
-    if (record.sensorName) data += sdParam("sensorName", *record.sensorName);
+// A fact as an SD-PARAM value: numbers in decimal, as JSON has them.
+std::optional<std::string> paramText(const EventField::Value& value) {
+    if (const auto* number = std::get_if<unsigned long>(&value)) return std::to_string(*number);
+    if (const auto* text = std::get_if<std::string>(&value)) return *text;
+    return std::nullopt;
+}
+
+// The facts of the event its source names for syslog (for a SEL record: its type and, for a
+// system event, its sensor), those it has.
+std::string factParams(const SourceEvent& event, const EventColumns& columns) {
+    std::string data;
+    for (const std::string& key : columns.syslogFacts) {
+        for (const EventField& field : event.fields) {
+            const std::optional<std::string> text = paramText(field.value);
+            if (field.key == key && text) data += sdParam(key, *text);
+        }
+    }
     return data;
 }
 
-std::string structuredData(const EventRow& row) {
-    const auto& event = row.event;
-    std::string data = std::string("[") + kSyslogSdId + sdParam("host", row.host) +
-                       sdParam("recordId", std::to_string(event.recordId)) +
-                       sdParam("severity", severityWord(event.severity));
-    // The BMC's own time stamp, from the record's bytes: the same in either rendering.
-    if (const std::optional<std::time_t> stamped = absoluteTime(row.record))
-        data += sdParam("eventTime", isoUtcText(*stamped));
+std::string structuredData(const EventRow& row, const EventColumns& columns) {
+    const SourceEvent& event = row.event;
+    std::string data =
+        std::string("[") + kSyslogSdId + sdParam("host", row.host) +
+        sdParam(columns.idKey, event.number ? std::to_string(*event.number) : event.id) +
+        sdParam("severity", severityWord(event.severity));
+    // The moment the event happened, as its source stamped it.
+    if (event.time)
+        data += sdParam("eventTime", isoUtcText(std::chrono::system_clock::to_time_t(*event.time)));
     if (!event.source.empty()) data += sdParam("source", event.source);
-    data += recordParams(row.record);
+    data += factParams(event, columns);
     if (!row.complete) data += sdParam("complete", "false");
     return data + "]";
 }
 
 // "HOST[:PORT]" or "[IPV6][:PORT]" into `address`.
 void parseHostAndPort(const std::string& rest, SyslogAddress& address) {
-    std::string portText;
-    bool portGiven = false;
-    if (!rest.empty() && rest[0] == '[') {
-        const std::size_t close = rest.find(']');
-        if (close == std::string::npos)
-            throw UsageError("syslog address \"" + address.text +
-                             "\" opens a bracket it does not close");
-        address.host = rest.substr(1, close - 1);
-        if (close + 1 < rest.size()) {
-            if (rest[close + 1] != ':')
-                throw UsageError("syslog address \"" + address.text + "\" is not udp://HOST:PORT");
-            portText = rest.substr(close + 2);
-            portGiven = true;
-        }
-    } else {
-        const std::size_t colon = rest.find(':');
-        address.host = rest.substr(0, colon);
-        portGiven = colon != std::string::npos;
-        if (portGiven) portText = rest.substr(colon + 1);
+    try {
+        const HostPort parsed = parseHostPort(rest);
+        address.host = parsed.host;
+        address.port = parsed.port ? std::to_string(*parsed.port) : kDefaultPort;
+    } catch (const HostPortError& e) {
+        throw SyslogSettingError("syslog address \"" + address.text + "\": " + e.what());
     }
-    if (address.host.empty())
-        throw UsageError("syslog address \"" + address.text + "\" names no host");
-    address.port =
-        portGiven ? std::to_string(parseNumber(portText, 65535, "syslog port")) : kDefaultPort;
 }
 
 }  // namespace
@@ -94,7 +87,7 @@ SyslogAddress parseSyslogAddress(const std::string& text) {
         address.transport = SyslogTransport::Unix;
         address.path = text.substr(5);
         if (address.path.empty())
-            throw UsageError("syslog address \"" + text + "\" names no socket");
+            throw SyslogSettingError("syslog address \"" + text + "\" names no socket");
         return address;
     }
     if (text.rfind("udp://", 0) == 0) {
@@ -102,8 +95,8 @@ SyslogAddress parseSyslogAddress(const std::string& text) {
     } else if (text.rfind("tcp://", 0) == 0) {
         address.transport = SyslogTransport::Tcp;
     } else {
-        throw UsageError("syslog address \"" + text +
-                         "\" is not udp://HOST:PORT, tcp://HOST:PORT or unix:PATH");
+        throw SyslogSettingError("syslog address \"" + text +
+                                 "\" is not udp://HOST:PORT, tcp://HOST:PORT or unix:PATH");
     }
     parseHostAndPort(text.substr(6), address);
     return address;
@@ -118,19 +111,9 @@ int parseSyslogFacility(const std::string& name) {
         {"local3", 19},   {"local4", 20}, {"local5", 21}, {"local6", 22}, {"local7", 23}};
     const auto found = codes.find(name);
     if (found != codes.end()) return found->second;
-    throw UsageError("syslog facility \"" + name + "\" is not one of kern, user, mail, daemon, " +
-                     "auth, syslog, lpr, news, uucp, cron, authpriv, ftp, local0 to local7");
-}
-
-int syslogSeverity(int eventSeverity) {
-    switch (eventSeverity) {
-        case 2:
-            return 2;
-        case 1:
-            return 4;
-        default:
-            return 6;
-    }
+    throw SyslogSettingError(
+        "syslog facility \"" + name + "\" is not one of kern, user, mail, daemon, " +
+        "auth, syslog, lpr, news, uucp, cron, authpriv, ftp, local0 to local7");
 }
 
 SyslogOrigin localSyslogOrigin(int facility) {
@@ -162,12 +145,12 @@ std::string sdParamValue(const std::string& text) {
     return out;
 }
 
-std::string syslogMessage(const EventRow& row, const SyslogOrigin& origin,
-                          std::chrono::system_clock::time_point read) {
+std::string syslogMessage(const EventRow& row, const EventColumns& columns,
+                          const SyslogOrigin& origin, std::chrono::system_clock::time_point read) {
     const int priority = origin.facility * 8 + syslogSeverity(row.event.severity);
     return "<" + std::to_string(priority) + ">1 " + syslogTimestamp(read) + " " +
            headerField(origin.hostname) + " ipmi-event-log " + headerField(origin.processId) +
-           " sel " + structuredData(row) + " " + displayText(row.event.message);
+           " sel " + structuredData(row, columns) + " " + displayText(row.event.message);
 }
 
 std::string octetCountedFrame(const std::string& message) {

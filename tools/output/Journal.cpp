@@ -5,8 +5,6 @@
 
 #include <cstdlib>
 
-#include "follow/SyslogMessage.h"
-
 namespace tool {
 
 bool isJournalStream(const char* journalStream, int fd) {
@@ -25,8 +23,19 @@ bool standardOutputIsJournal() {
     return isJournalStream(std::getenv("JOURNAL_STREAM"), STDOUT_FILENO);
 }
 
-std::string journalPrefix(int eventSeverity) {
-    return "<" + std::to_string(syslogSeverity(eventSeverity)) + ">";
+int syslogSeverity(Severity severity) {
+    switch (severity) {
+        case Severity::Critical:
+            return 2;
+        case Severity::Warning:
+            return 4;
+        default:
+            return 6;
+    }
+}
+
+std::string journalPrefix(Severity severity) {
+    return "<" + std::to_string(syslogSeverity(severity)) + ">";
 }
 
 }  // namespace tool

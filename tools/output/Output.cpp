@@ -7,9 +7,8 @@
 #include <sstream>
 
 #include "base/HexBytes.h"
-#include "output/Journal.h"
 #include "base/Printable.h"
-#include "output/TimeStamps.h"
+#include "output/Journal.h"
 
 namespace tool {
 
@@ -40,14 +39,14 @@ std::string padded(const std::string& text, std::size_t width) {
     return text.size() >= width ? text : text + std::string(width - text.size(), ' ');
 }
 
-std::string coloured(const std::string& word, int severity, bool colour) {
-    if (!colour || severity == 0) return word;
-    return (severity == 2 ? "\033[31m" : "\033[33m") + word + "\033[0m";
+std::string coloured(const std::string& word, Severity severity, bool colour) {
+    if (!colour || severity == Severity::Info) return word;
+    return (severity == Severity::Critical ? "\033[31m" : "\033[33m") + word + "\033[0m";
 }
 
 // An aligned table: column widths from the rows; the last text column is cut to the terminal.
 void writeTable(std::ostream& out, const std::vector<std::vector<std::string>>& rows,
-                std::size_t cutColumn, const std::vector<int>& severities,
+                std::size_t cutColumn, const std::vector<Severity>& severities,
                 std::size_t severityColumn, const Style& style) {
     if (rows.empty()) return;
     std::vector<std::size_t> widths(rows[0].size(), 0);
@@ -78,25 +77,13 @@ void writeTable(std::ostream& out, const std::vector<std::vector<std::string>>& 
     }
 }
 
-using Kind = Tolmar::DecodedSelRecord::Kind;
-using Time = Tolmar::DecodedSelRecord::Time;
-
-// OEM bytes as JSON and CSV give them: lower-case digits, no spaces.
-std::string oemHex(const std::vector<std::uint8_t>& bytes) {
-    return hexText(bytes.data(), bytes.size());
+// The CSV header of events: the common columns, then the source's own.
+std::string eventColumns(const EventColumns& columns) {
+    std::string header =
+        "host," + columns.idKey + ",timeStamp,severity,message,source,auxLog,complete";
+    for (const std::string& fact : columns.facts) header += "," + fact;
+    return header;
 }
-
-// The columns JSON and CSV add for what a record's bytes mean, in this order; a key that does
-// not apply to a record is absent from its object and an empty cell of its row.
-const char* const kRecordColumns =
-    "recordType,time,preInitSeconds,generatorId,sensorType,sensorTypeName,sensorNumber,"
-    "sensorName,eventType,direction,offset,eventData,reading,readingUnits,threshold,"
-    "thresholdUnits,manufacturerId,manufacturer,oemData";
-
-// The CSV headers of events and of raw entries.
-const std::string kEventColumns =
-    std::string("host,recordId,timeStamp,severity,message,source,auxLog,complete,") +
-    kRecordColumns;
 const char* const kEntryColumns = "host,recordId,bytes,complete";
 
 // A host's marker row (EventRow::marker): its host and "complete": false, nothing else.
@@ -117,75 +104,61 @@ std::string markerCsv(const std::string& host, const std::string& columns) {
     return row;
 }
 
-bool isOem(const Tolmar::DecodedSelRecord& record) { return record.kind != Kind::SystemEvent; }
-
-// A reading or threshold that can be written: one the SDR converted to a finite number.
-const Tolmar::SensorValue* writable(const std::optional<Tolmar::SensorValue>& value) {
-    return value && std::isfinite(value->value) ? &*value : nullptr;
+std::string numbersText(const std::vector<unsigned>& numbers, const char* separator) {
+    std::string text;
+    for (std::size_t i = 0; i < numbers.size(); ++i)
+        text += (i ? separator : "") + std::to_string(numbers[i]);
+    return text;
 }
 
-std::string jsonValue(const char* key, const std::optional<Tolmar::SensorValue>& value) {
-    const Tolmar::SensorValue* shown = writable(value);
-    if (shown == nullptr) return "";
-    return std::string(",\"") + key + "\":{\"value\":" + valueNumber(shown->value) +
-           ",\"units\":" + jsonString(shown->units) + "}";
-}
-
-// The record's facts as JSON members, each preceded by a comma.
-std::string recordJson(const Tolmar::DecodedSelRecord& r) {
-    const auto number = [](const char* key, unsigned long value) {
-        return std::string(",\"") + key + "\":" + std::to_string(value);
-    };
-    const auto text = [](const char* key, const std::optional<std::string>& value) {
-        return std::string(",\"") + key + "\":" + (value ? jsonString(*value) : "null");
-    };
-    const std::optional<std::time_t> moment = absoluteTime(r);
-    std::string out =
-        number("recordType", r.recordType) +
-        text("time", moment ? std::optional<std::string>(isoUtcText(*moment)) : std::nullopt);
-    if (r.time == Time::PreInit) out += number("preInitSeconds", r.timestamp);
-    if (r.kind == Kind::SystemEvent) {
-        out += number("generatorId", r.generatorId) + number("sensorType", r.sensorType) +
-               text("sensorTypeName", r.sensorTypeName) + number("sensorNumber", r.sensorNumber) +
-               text("sensorName", r.sensorName) + number("eventType", r.eventType) +
-               text("direction", r.assertion ? "assertion" : "deassertion") +
-               number("offset", r.offset) + ",\"eventData\":[" + std::to_string(r.eventData[0]) +
-               "," + std::to_string(r.eventData[1]) + "," + std::to_string(r.eventData[2]) + "]" +
-               jsonValue("reading", r.reading) + jsonValue("threshold", r.threshold);
-    } else {
-        if (r.kind == Kind::TimestampedOem) out += number("manufacturerId", r.manufacturerId);
-        out += text("manufacturer", r.manufacturer) + text("oemData", oemHex(r.oemData));
+// A fact as a JSON value.
+std::string jsonValue(const EventField::Value& value) {
+    if (const auto* number = std::get_if<unsigned long>(&value)) return std::to_string(*number);
+    if (const auto* text = std::get_if<std::string>(&value)) return jsonString(*text);
+    if (const auto* numbers = std::get_if<std::vector<unsigned>>(&value))
+        return "[" + numbersText(*numbers, ",") + "]";
+    if (const auto* measured = std::get_if<Measurement>(&value)) {
+        return "{\"value\":" + valueNumber(measured->value) +
+               ",\"units\":" + jsonString(measured->units) + "}";
     }
+    return "null";
+}
+
+// The event's facts as JSON members, each preceded by a comma.
+std::string factsJson(const SourceEvent& event) {
+    std::string out;
+    for (const EventField& field : event.fields)
+        out += ",\"" + field.key + "\":" + jsonValue(field.value);
     return out;
 }
 
-// The record's facts as CSV cells, each preceded by a comma, in kRecordColumns' order.
-std::string recordCsv(const Tolmar::DecodedSelRecord& r) {
-    const bool system = r.kind == Kind::SystemEvent;
-    const auto number = [](bool applies, unsigned long value) {
-        return "," + (applies ? std::to_string(value) : std::string());
-    };
-    const auto text = [](bool applies, const std::string& value) {
-        return "," + (applies ? csvField(value) : std::string());
-    };
-    const auto value = [](const std::optional<Tolmar::SensorValue>& v) {
-        const Tolmar::SensorValue* shown = writable(v);
-        return shown == nullptr ? std::string(",,")
-                                : "," + valueNumber(shown->value) + "," + csvField(shown->units);
-    };
-    const std::optional<std::time_t> moment = absoluteTime(r);
-    return number(true, r.recordType) +
-           text(moment.has_value(), moment ? isoUtcText(*moment) : "") +
-           number(r.time == Time::PreInit, r.timestamp) + number(system, r.generatorId) +
-           number(system, r.sensorType) + text(system, r.sensorTypeName) +
-           number(system, r.sensorNumber) + text(system, r.sensorName.value_or("")) +
-           number(system, r.eventType) + text(system, r.assertion ? "assertion" : "deassertion") +
-           number(system, r.offset) +
-           text(system, std::to_string(r.eventData[0]) + " " + std::to_string(r.eventData[1]) +
-                            " " + std::to_string(r.eventData[2])) +
-           (system ? value(r.reading) + value(r.threshold) : std::string(",,,,")) +
-           number(r.kind == Kind::TimestampedOem, r.manufacturerId) +
-           text(isOem(r), r.manufacturer.value_or("")) + text(isOem(r), oemHex(r.oemData));
+// The CSV cell of `column`: a fact of that name, or the units of the measurement it names.
+std::string factCell(const SourceEvent& event, const std::string& column) {
+    for (const EventField& field : event.fields) {
+        const auto* measured = std::get_if<Measurement>(&field.value);
+        if (field.key == column) {
+            if (const auto* number = std::get_if<unsigned long>(&field.value))
+                return std::to_string(*number);
+            if (const auto* text = std::get_if<std::string>(&field.value)) return csvField(*text);
+            if (const auto* numbers = std::get_if<std::vector<unsigned>>(&field.value))
+                return numbersText(*numbers, " ");
+            return measured ? valueNumber(measured->value) : "";
+        }
+        if (measured && column == field.key + "Units") return csvField(measured->units);
+    }
+    return "";
+}
+
+// The event's facts as CSV cells, each preceded by a comma, in the columns' order.
+std::string factsCsv(const SourceEvent& event, const EventColumns& columns) {
+    std::string out;
+    for (const std::string& column : columns.facts) out += "," + factCell(event, column);
+    return out;
+}
+
+// The ID as JSON gives it: its number where the source numbers its records.
+std::string idJson(const SourceEvent& event) {
+    return event.number ? std::to_string(*event.number) : jsonString(event.id);
 }
 
 // How many lines writeEvents puts before the rows: JSON's bracket, or a header.
@@ -204,7 +177,7 @@ std::string withJournalPrefixes(const std::string& text, const std::vector<Event
     for (std::size_t start = 0; start < text.size(); ++line) {
         const std::size_t end = std::min(text.find('\n', start), text.size() - 1);
         const bool row = line >= first && line - first < rows.size();
-        out += journalPrefix(row ? rows[line - first].event.severity : 0);
+        out += journalPrefix(row ? rows[line - first].event.severity : Severity::Info);
         out.append(text, start, end + 1 - start);
         start = end + 1;
     }
@@ -214,12 +187,7 @@ std::string withJournalPrefixes(const std::string& text, const std::vector<Event
 }  // namespace
 
 std::string timeStampText(const EventRow& row, const Style& style) {
-    if (style.rendering == Tolmar::EventRendering::Ipmi)
-        return recordTimeText(row.record, style.localTime);
-    if (style.localTime) {
-        if (const auto moment = parseEventTime(row.event.timeStamp)) return localTimeText(*moment);
-    }
-    return row.event.timeStamp;
+    return style.localTime ? row.event.localTimeText : row.event.timeText;
 }
 
 std::string valueNumber(double value) {
@@ -228,11 +196,11 @@ std::string valueNumber(double value) {
     return text;
 }
 
-const char* severityWord(int severity) {
+const char* severityWord(Severity severity) {
     switch (severity) {
-        case 1:
+        case Severity::Warning:
             return "warning";
-        case 2:
+        case Severity::Critical:
             return "critical";
         default:
             return "info";
@@ -302,12 +270,12 @@ void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Sty
     const auto json = [&style](const EventRow& row) {
         if (row.marker) return markerJson(row.host);
         const auto& e = row.event;
-        return "{\"host\":" + jsonString(row.host) + ",\"recordId\":" + std::to_string(e.recordId) +
-               ",\"timeStamp\":" + jsonString(timeStampText(row, style)) +
+        return "{\"host\":" + jsonString(row.host) + ",\"" + style.columns.idKey +
+               "\":" + idJson(e) + ",\"timeStamp\":" + jsonString(timeStampText(row, style)) +
                ",\"severity\":" + jsonString(severityWord(e.severity)) +
                ",\"message\":" + jsonString(e.message) + ",\"source\":" + jsonString(e.source) +
-               ",\"auxLog\":" + jsonString(e.auxLog) +
-               ",\"complete\":" + trueOrFalse(row.complete) + recordJson(row.record) + "}";
+               ",\"auxLog\":" + jsonString(e.details) +
+               ",\"complete\":" + trueOrFalse(row.complete) + factsJson(e) + "}";
     };
     switch (style.format) {
         case Format::Json:
@@ -320,24 +288,25 @@ void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Sty
             for (const EventRow& row : rows) out << json(row) << "\n";
             return;
         case Format::Csv:
-            if (style.header) out << kEventColumns << "\r\n";
+            if (style.header) out << eventColumns(style.columns) << "\r\n";
             for (const EventRow& row : rows) {
                 if (row.marker) {
-                    out << markerCsv(row.host, kEventColumns) << "\r\n";
+                    out << markerCsv(row.host, eventColumns(style.columns)) << "\r\n";
                     continue;
                 }
                 const auto& e = row.event;
-                out << csvField(row.host) << "," << recordIdText(e.recordId) << ","
+                out << csvField(row.host) << "," << csvField(e.id) << ","
                     << csvField(timeStampText(row, style)) << "," << severityWord(e.severity) << ","
-                    << csvField(e.message) << "," << csvField(e.source) << "," << csvField(e.auxLog)
-                    << "," << trueOrFalse(row.complete) << recordCsv(row.record) << "\r\n";
+                    << csvField(e.message) << "," << csvField(e.source) << ","
+                    << csvField(e.details) << "," << trueOrFalse(row.complete)
+                    << factsCsv(e, style.columns) << "\r\n";
             }
             return;
         case Format::Table:
             break;
     }
     std::vector<std::vector<std::string>> table;
-    std::vector<int> severities;
+    std::vector<Severity> severities;
     std::vector<std::string> header = {"ID", "TIME", "SEVERITY", "SOURCE", "MESSAGE"};
     if (style.wide) header.push_back("AUXILIARY LOG");
     if (style.showHost) header.insert(header.begin(), "HOST");
@@ -345,10 +314,10 @@ void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Sty
     for (const EventRow& row : rows) {
         if (row.marker) continue;
         const auto& e = row.event;
-        std::vector<std::string> cells = {recordIdText(e.recordId), timeStampText(row, style),
+        std::vector<std::string> cells = {displayText(e.id), timeStampText(row, style),
                                           severityWord(e.severity), displayText(e.source),
                                           displayText(e.message)};
-        if (style.wide) cells.push_back(displayText(e.auxLog));
+        if (style.wide) cells.push_back(displayText(e.details));
         if (style.showHost) cells.insert(cells.begin(), row.host);
         table.push_back(cells);
         severities.push_back(e.severity);

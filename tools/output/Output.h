@@ -1,19 +1,19 @@
-// Writing what the library returned: decoded events and raw SEL entries, as an aligned table,
+// Writing events, whatever their source, and raw SEL entries, as an aligned table,
 // JSON, JSON lines or CSV (RFC 4180). Every byte is shown faithfully and safely: control bytes and
 // bytes above 0x7E are escaped, never written raw.
 #pragma once
 
-#include <IpmiEventFollower.h>
 #include <IpmiEventLog.h>
-#include <IpmiSelDecoding.h>
 
 #include <ostream>
 #include <string>
 #include <vector>
 
-#include "cli/Options.h"
+#include "fleet/EventSource.h"
 
 namespace tool {
+
+enum class Format { Table, Json, Jsonl, Csv };
 
 // A row's `complete` is false when its host stopped answering part way through the read: the
 // host's rows are those read before, and events may lack severities, sensor names and auxiliary
@@ -22,12 +22,8 @@ namespace tool {
 // that programs see its read was incomplete there too; the table leaves it out.
 struct EventRow {
     std::string host;
-    Tolmar::TolmarAgentless::IPMIEVENT event;  // worded in the rendering asked for
+    SourceEvent event;
     bool complete = true;
-    // What the record's bytes mean in IPMI v2.0, whatever the rendering: JSON and CSV carry its
-    // fields, and the IPMI rendering's table its time stamp.
-    Tolmar::DecodedSelRecord record{};
-    Tolmar::IPMISELENTRY entry{};  // the record as the BMC gave it
     bool marker = false;
 };
 
@@ -40,10 +36,9 @@ struct EntryRow {
 
 struct Style {
     Format format = Format::Table;
-    // Ipmi: the time stamp shown is the record's own (EventRow::record); Described: the event's
-    // text, as the library words it.
-    Tolmar::EventRendering rendering = Tolmar::EventRendering::Ipmi;
-    bool localTime = false;  // absolute time stamps in this machine's local time, not UTC
+    // The names of the events' ID and facts in JSON and CSV.
+    EventColumns columns;
+    bool localTime = false;  // time stamps in this machine's local time, not UTC
     bool wide = false;
     bool showHost = false;
     bool colour = false;
@@ -57,8 +52,8 @@ struct Style {
 void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Style& style);
 void writeEntries(std::ostream& out, const std::vector<EntryRow>& rows, const Style& style);
 
-const char* severityWord(int severity);
-// The time stamp a row shows in `style`'s rendering (TIME, timeStamp).
+const char* severityWord(Severity severity);
+// The time stamp a row shows (TIME, timeStamp): in UTC, or local time where the style asks.
 std::string timeStampText(const EventRow& row, const Style& style);
 // A reading's or threshold's value as a JSON number (and CSV cell): up to 15 significant digits,
 // so that the conversion's rounding noise does not show. Only for finite values.
