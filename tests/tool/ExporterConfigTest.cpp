@@ -426,7 +426,7 @@ TEST(ScrapeTarget, HostAndPortAreSplit) {
 
 TEST(ScrapeTarget, BadTargetsSayWhy) {
     EXPECT_EQ(split(""), "the target is empty");
-    EXPECT_EQ(split("bmc1:"), "target \"bmc1:\": \"\" is not a port from 1 to 65535");
+    EXPECT_EQ(split("bmc1:"), "target \"bmc1:\": no port after \":\"");
     EXPECT_EQ(split("bmc1:0"), "target \"bmc1:0\": \"0\" is not a port from 1 to 65535");
     EXPECT_EQ(split("bmc1:65536"),
               "target \"bmc1:65536\": \"65536\" is not a port from 1 to 65535");

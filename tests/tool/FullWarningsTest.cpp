@@ -12,6 +12,7 @@ using Lines = std::vector<std::string>;
 // A SEL of 100 records of 16 bytes, `entries` of them taken, as the IPMI source tells it.
 tool::LogHealth selOf100(unsigned long entries, bool overflow = false) {
     tool::LogHealth sel;
+    sel.name = "SEL";
     sel.known = true;
     sel.entries = entries;
     sel.freeBytes = (100 - entries) * 16;

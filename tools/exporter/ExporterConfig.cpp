@@ -1,6 +1,7 @@
 #include "exporter/ExporterConfig.h"
 
 #include "base/BoundedFile.h"
+#include "base/HostPort.h"
 #include "base/Printable.h"
 #include "fleet/ConnectionProfile.h"
 
@@ -263,17 +264,6 @@ private:
     throw TargetError("target " + quoted(target) + ": " + why);
 }
 
-unsigned short targetPort(const std::string& target, const std::string& text) {
-    const bool decimal =
-        !text.empty() && text.size() <= 5 && std::all_of(text.begin(), text.end(), [](char c) {
-            return std::isdigit(static_cast<unsigned char>(c));
-        });
-    const unsigned long port = decimal ? std::stoul(text) : 0;
-    if (port < 1 || port > 65535)
-        badTarget(target, quoted(text) + " is not a port from 1 to 65535");
-    return static_cast<unsigned short>(port);
-}
-
 // What no target may hold, wherever it is: checked on the whole text, so that nothing after a NUL
 // or a line break escapes the checks of its parts.
 void checkWholeTarget(const std::string& target) {
@@ -354,21 +344,6 @@ std::string checkedHost(const std::string& target, const std::string& host) {
     return lowerCase(host);
 }
 
-ScrapeTarget bracketedTarget(const std::string& target) {
-    const auto close = target.find(']');
-    if (close == std::string::npos) badTarget(target, "no \"]\" after the IPv6 address");
-    const std::string inside = target.substr(1, close - 1);
-    if (inside.empty()) badTarget(target, "no address between \"[\" and \"]\"");
-    const std::optional<std::string> address = ipv6Address(inside);
-    if (!address) badTarget(target, quoted(inside) + " is not an IPv6 address");
-    ScrapeTarget split{*address, std::nullopt};
-    const std::string rest = target.substr(close + 1);
-    if (rest.empty()) return split;
-    if (rest.front() != ':') badTarget(target, "only \":PORT\" may follow \"]\"");
-    split.port = targetPort(target, rest.substr(1));
-    return split;
-}
-
 }  // namespace
 
 bool ExporterModule::allows(const std::string& targetHost) const {
@@ -425,22 +400,17 @@ ExporterConfig loadExporterConfig(const std::string& path) {
 ScrapeTarget parseScrapeTarget(const std::string& target) {
     if (target.empty()) throw TargetError("the target is empty");
     checkWholeTarget(target);
-    if (target.front() == '[') return bracketedTarget(target);
-    const auto colon = target.find(':');
-    // A bare IPv6 address has more than one colon, and no port.
-    if (colon != std::string::npos && target.find(':', colon + 1) != std::string::npos) {
-        const std::optional<std::string> address = ipv6Address(target);
-        if (!address) {
-            badTarget(target,
-                      "is not an IPv6 address; a port follows an IPv6 address in "
-                      "brackets: [ADDRESS]:PORT");
-        }
-        return {*address, std::nullopt};
+    HostPort split;
+    try {
+        split = parseHostPort(target);
+    } catch (const HostPortError& e) {
+        badTarget(target, e.what());
     }
-    if (colon == std::string::npos) return {checkedHost(target, target), std::nullopt};
-    if (colon == 0) badTarget(target, "no host before the port");
-    const std::string host = checkedHost(target, target.substr(0, colon));
-    return {host, targetPort(target, target.substr(colon + 1))};
+    // One spelling a host: an IPv6 address as inet_ntop writes it, a name in lower case.
+    if (!split.ipv6) return {checkedHost(target, split.host), split.port};
+    const std::optional<std::string> address = ipv6Address(split.host);
+    if (!address) badTarget(target, quoted(split.host) + " is not an IPv6 address");
+    return {*address, split.port};
 }
 
 std::string canonicalTarget(const ScrapeTarget& target, unsigned short modulePort) {

@@ -70,8 +70,9 @@ enum class Failure {
     Internal = 6
 };
 
-// How full a host's log is, as far as the source could tell.
+// A host's log, and how full it is as far as the source could tell.
 struct LogHealth {
+    std::string name;  // as the tool names it in what it says: "SEL"
     bool known = false;
     unsigned long entries = 0;
     std::optional<unsigned long> freeBytes;  // where the log counts its room in bytes

@@ -244,6 +244,7 @@ Tolmar::EventRendering libraryRendering(Rendering rendering) {
 
 LogHealth healthOf(const Tolmar::SelHealth& sel) {
     LogHealth health;
+    health.name = "SEL";
     health.known = sel.known;
     health.entries = sel.entries;
     health.freeBytes = sel.freeBytes;

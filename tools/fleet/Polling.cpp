@@ -80,8 +80,9 @@ int exitStatus(Failure failure, bool complete) {
 std::string changesText(const std::string& hostName, const SourcePoll& poll) {
     std::string text;
     const std::string prefix = "ipmi-event-log: " + hostName + ": ";
-    if (poll.cleared) text += prefix + "the SEL was cleared\n";
-    if (poll.emptied) text += prefix + "cleared the SEL, every record in it read first\n";
+    const std::string log = "the " + poll.health.name;
+    if (poll.cleared) text += prefix + log + " was cleared\n";
+    if (poll.emptied) text += prefix + "cleared " + log + ", every record in it read first\n";
     if (!poll.clearFailure.empty()) text += prefix + "warning: " + poll.clearFailure + "\n";
     return text;
 }

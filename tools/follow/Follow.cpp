@@ -61,7 +61,8 @@ int follow(const std::vector<ConnectionProfile>& hosts, const ReadSettings& read
             }
             if (r.skipped) {
                 said += "ipmi-event-log: " + name + ": new events only: the " +
-                        std::to_string(*r.skipped) + " in the SEL now are not shown\n";
+                        std::to_string(*r.skipped) + " in the " + r.health.name +
+                        " now are not shown\n";
             }
             const bool saidBefore = r.clearFailure == clearFailures[i];
             clearFailures[i] = r.clearFailure;

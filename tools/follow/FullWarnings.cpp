@@ -8,10 +8,10 @@ namespace {
 
 std::string fillText(const LogHealth& log) {
     const std::string entries = std::to_string(log.entries) + " entries";
-    if (log.fullTo(100)) return "the SEL is full: " + entries + ", no space left";
+    if (log.fullTo(100)) return "the " + log.name + " is full: " + entries + ", no space left";
     // Whole percents, down: not yet 80% is not said to be 80%.
     const auto percent = static_cast<unsigned>(log.fillRatio() * 100 + 1e-9);
-    std::string text = "the SEL is " + std::to_string(percent) + "% full: " + entries;
+    std::string text = "the " + log.name + " is " + std::to_string(percent) + "% full: " + entries;
     if (log.freeBytes) text += ", " + std::to_string(*log.freeBytes) + " bytes free";
     return text;
 }
@@ -27,7 +27,8 @@ std::vector<std::string> FullWarnings::next(const LogHealth& log) {
     if (passed > passed_) said.push_back(fillText(log));
     // Records deleted take nothing back; only a SEL below every percentage starts again.
     passed_ = passed == 0 ? 0 : std::max(passed_, passed);
-    if (log.overflow && !overflow_) said.push_back("the BMC dropped events: its SEL is full");
+    if (log.overflow && !overflow_)
+        said.push_back("the BMC dropped events: its " + log.name + " is full");
     overflow_ = log.overflow;
     return said;
 }
