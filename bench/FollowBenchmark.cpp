@@ -23,10 +23,10 @@
 
 #include "BenchSupport.h"
 #include "BmcSimulator.h"
-#include "fleet/FanOut.h"
 #include "LossyLink.h"
 #include "SampleServer.h"
 #include "ScratchDirectory.h"
+#include "fleet/FanOut.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
-// Prometheus' scrape job as shipped in tools/exporter/prometheus, run by Debian's Prometheus against
-// `ipmi-event-log serve` and ipmi_sim BMCs: every event found, a new one within three scrapes, a
-// dead BMC seen; two replicas behind the hashmod job, each BMC scraped by one of them; and the
-// community's ipmi_exporter counting the same SEL entries and free space as ours.
+// Prometheus' scrape job as shipped in tools/exporter/prometheus, run by Debian's Prometheus
+// against `ipmi-event-log serve` and ipmi_sim BMCs: every event found, a new one within three
+// scrapes, a dead BMC seen; two replicas behind the hashmod job, each BMC scraped by one of them;
+// and the community's ipmi_exporter counting the same SEL entries and free space as ours.
 #include <gtest/gtest.h>
 #include <yaml-cpp/yaml.h>
 

@@ -7,11 +7,11 @@
 
 #include <string>
 
-#include "base/BoundedFile.h"
-#include "exporter/ExporterConfig.h"
-#include "cli/Options.h"
-#include "base/Printable.h"
 #include "ScratchDirectory.h"
+#include "base/BoundedFile.h"
+#include "base/Printable.h"
+#include "cli/Options.h"
+#include "exporter/ExporterConfig.h"
 #include "web/WebConfig.h"
 
 namespace {
