@@ -120,4 +120,12 @@ unsigned long connectionsReadThrough(unsigned short port) {
     return read;
 }
 
+unsigned long connectionsHeldAt(unsigned short port) {
+    unsigned long held = 0;
+    // 01: established; 08: close wait, the client's end closed.
+    for (const ListedSocket& socket : socketsOf(SOCK_STREAM, port))
+        held += socket.state == "01" || socket.state == "08";
+    return held;
+}
+
 }  // namespace bmcsim

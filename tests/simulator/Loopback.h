@@ -24,5 +24,10 @@ bool holdsLoopbackPort(pid_t pid, int type, unsigned short port);
 // what their clients sent and the kernel delivered, the server has accepted and read. (A
 // connection not yet accepted keeps what was sent to it.)
 unsigned long connectionsReadThrough(unsigned short port);
+// How many TCP connections to 127.0.0.1:`port` its server holds open: established (accepted or
+// waiting to be), or closed by the client and not yet by the server. Read from /proc/net/tcp, so
+// it needs no access to the server's descriptors (a process that is not dumpable keeps them from
+// other users, its own included).
+unsigned long connectionsHeldAt(unsigned short port);
 
 }  // namespace bmcsim
