@@ -32,6 +32,11 @@ struct ConnectionProfile {
     std::string privilege;  // "admin", "operator", "user"; empty: the highest the BMC grants
     std::vector<std::string> workarounds;
     std::optional<std::chrono::milliseconds> sessionTimeout;  // none: the default
+    // A Redfish service's ("https://HOST[:PORT]", "http://..."); IPMI has no use for them.
+    std::string caFile;  // the authorities its certificate is checked against; empty: the system's
+    bool insecure = false;  // its certificate is not checked at all
+    // The logs read, by Id or name; empty: the hardware event logs the service has.
+    std::vector<std::string> logs;
 };
 
 // How a host's log is read and its events worded, whatever the host.

@@ -15,6 +15,8 @@
 
 #include "fleet/FanOut.h"
 #include "fleet/IpmiEventSource.h"
+#include "fleet/RedfishClient.h"
+#include "fleet/RedfishEventSource.h"
 
 namespace tool {
 
@@ -89,6 +91,8 @@ std::string changesText(const std::string& hostName, const SourcePoll& poll) {
 
 std::unique_ptr<EventSource> makeEventSource(const ConnectionProfile& profile,
                                              const ReadSettings& settings) {
+    // A URL names a Redfish service; anything else, a BMC reached over IPMI.
+    if (isRedfishHost(profile.host)) return std::make_unique<RedfishEventSource>(profile, settings);
     return std::make_unique<IpmiEventSource>(profile, settings);
 }
 
