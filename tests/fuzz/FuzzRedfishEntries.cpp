@@ -18,9 +18,9 @@ class FuzzedService : public tool::RedfishTransport {
 public:
     explicit FuzzedService(std::string page) : page_(std::move(page)) {}
 
-    tool::HttpResponse request(const std::string&, const std::string& path, const std::string&,
+    tool::RedfishReply request(const std::string&, const std::string& path, const std::string&,
                                const std::vector<std::string>&) override {
-        tool::HttpResponse response;
+        tool::RedfishReply response;
         response.status = 200;
         const auto link = [](const std::string& to) { return json{{"@odata.id", to}}; };
         const std::string system = "/redfish/v1/Systems/system";

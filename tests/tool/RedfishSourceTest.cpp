@@ -29,15 +29,15 @@ namespace {
 using nlohmann::json;
 using tool::ConnectionProfile;
 using tool::Failure;
-using tool::HttpResponse;
 using tool::RedfishEventSource;
+using tool::RedfishReply;
 using tool::Severity;
 using tool::SourceEvent;
 using tool::SourcePoll;
 
-HttpResponse answer(long status, const json& body = json::object(),
+RedfishReply answer(long status, const json& body = json::object(),
                     std::vector<std::pair<std::string, std::string>> headers = {}) {
-    HttpResponse response;
+    RedfishReply response;
     response.status = status;
     response.body = body.dump();
     response.headers = std::move(headers);
@@ -59,15 +59,15 @@ struct Service {
     unsigned issued = 0;
     std::vector<std::string> requests;  // "GET /redfish/v1", "POST ...", "DELETE ..."
     std::vector<std::string> authorizations;
-    std::map<std::string, std::deque<HttpResponse>> scripted;  // by the whole path asked for
+    std::map<std::string, std::deque<RedfishReply>> scripted;  // by the whole path asked for
     std::function<void(const std::string& path)> beforeAnswer;
 
-    HttpResponse handle(const std::string& method, const std::string& path, const std::string& body,
+    RedfishReply handle(const std::string& method, const std::string& path, const std::string& body,
                         const std::vector<std::string>& headers) {
         requests.push_back(method + " " + path);
         if (beforeAnswer) beforeAnswer(path);
         if (auto it = scripted.find(path); it != scripted.end() && !it->second.empty()) {
-            HttpResponse next = it->second.front();
+            RedfishReply next = it->second.front();
             it->second.pop_front();
             return next;
         }
@@ -103,7 +103,7 @@ struct Service {
         return answer(404);
     }
 
-    HttpResponse page(const std::string& path, const std::vector<json>& entries) const {
+    RedfishReply page(const std::string& path, const std::vector<json>& entries) const {
         const std::string bare = path.substr(0, path.find('?'));
         // Without $skip, the whole collection in one page.
         const std::size_t pageSize = skipQuery ? this->pageSize : entries.size();
@@ -172,7 +172,7 @@ struct Service {
 class ScriptedTransport : public tool::RedfishTransport {
 public:
     explicit ScriptedTransport(Service& service) : service_(service) {}
-    HttpResponse request(const std::string& method, const std::string& path,
+    RedfishReply request(const std::string& method, const std::string& path,
                          const std::string& body,
                          const std::vector<std::string>& headers) override {
         return service_.handle(method, path, body, headers);
@@ -758,7 +758,7 @@ TEST_F(RedfishSourceTest, TakesNewCredentialsKeepingItsPlace) {
 class BadAnswerTest : public RedfishSourceTest {
 protected:
     // A followed source whose next poll meets `bad` for the log's page; its failure.
-    SourcePoll pollMeeting(const HttpResponse& bad, Failure expected) {
+    SourcePoll pollMeeting(const RedfishReply& bad, Failure expected) {
         addEntries(1, 3);
         auto followed = source();
         followed->poll(false);
@@ -776,14 +776,14 @@ protected:
 };
 
 TEST_F(BadAnswerTest, MalformedJson) {
-    HttpResponse bad = answer(200);
+    RedfishReply bad = answer(200);
     bad.body = "{\"Members\": [";
     EXPECT_EQ(pollMeeting(bad, Failure::Internal).failureText,
               "https://bmc1: the answer for " + std::string(kEventLog) + "?$skip=2 is not JSON");
 }
 
 TEST_F(BadAnswerTest, NotAnObject) {
-    HttpResponse bad = answer(200);
+    RedfishReply bad = answer(200);
     bad.body = "[1, 2]";
     EXPECT_NE(pollMeeting(bad, Failure::Internal).failureText.find("not a JSON object"),
               std::string::npos);
@@ -843,7 +843,7 @@ TEST_F(RedfishSourceTest, WaitsOnceForABusyServiceWithinItsTimeout) {
 TEST_F(RedfishSourceTest, SaysWhatTheTransportCouldNotDo) {
     class Failing : public tool::RedfishTransport {
     public:
-        HttpResponse request(const std::string&, const std::string&, const std::string&,
+        RedfishReply request(const std::string&, const std::string&, const std::string&,
                              const std::vector<std::string>&) override {
             throw tool::RedfishError(Failure::Connection,
                                      "cannot connect to https://bmc1: Connection refused");
@@ -953,7 +953,7 @@ TEST(RedfishCurlTransport, AsksTheHostItselfWhateverProxyTheEnvironmentNames) {
     ConnectionProfile profile;
     profile.host = server.url() + "/";
     const auto transport = tool::makeCurlTransport(profile);
-    const HttpResponse response = transport->request("GET", "/redfish/v1", "", {"X-Auth-Token: s"});
+    const RedfishReply response = transport->request("GET", "/redfish/v1", "", {"X-Auth-Token: s"});
     EXPECT_EQ(response.status, 200);
     EXPECT_EQ(response.body, "{\"Id\": \"RootService\"}");
     EXPECT_EQ(response.header("x-auth-token"), "t");

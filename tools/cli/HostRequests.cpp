@@ -9,6 +9,7 @@
 #include "cli/Profiles.h"
 #include "fleet/IpmiEventSource.h"
 #include "fleet/Polling.h"
+#include "fleet/RedfishClient.h"
 
 namespace tool {
 
@@ -98,15 +99,15 @@ namespace {
 // is incomplete.
 void readWholeLog(const Options& options, const ConnectionProfile& profile, HostResult& out) {
     const std::string& command = options.command;
-    IpmiEventSource source(profile, readSettingsOf(options));
     if (command == "raw") {
+        IpmiEventSource source(profile, readSettingsOf(options));
         std::vector<Tolmar::IPMISELENTRY> entries;
         takeRead(out, source.readWholeRaw(entries), profile.host, filterOf(options));
         for (const auto& entry : entries)
             out.entries.push_back({profile.host, entry, !out.incomplete});
         return;
     }
-    SourcePoll read = source.readWhole();
+    SourcePoll read = makeEventSource(profile, readSettingsOf(options))->readWhole();
     if (command == "show") {
         // The whole event, source and auxiliary log included, of the record asked for: the last
         // of that ID.
@@ -181,7 +182,12 @@ void request(const Options& options, const ConnectionProfile& profile, HostResul
 HostResult run(const Options& options, const ConnectionProfile& profile) {
     HostResult out;
     const std::string& command = options.command;
-    if (command == "list" && !options.statePath.empty()) {
+    if (isRedfishHost(profile.host) && command != "list" && command != "show") {
+        // The rest are requests of IPMI's SEL.
+        out.failure = Failure::NotSupported;
+        out.failureText = profile.host + ": a Redfish service has no " + command +
+                          " here: list and show read its logs, follow and serve follow them";
+    } else if (command == "list" && !options.statePath.empty()) {
         listNewEvents(options, profile, out);
     } else if (command == "list" || command == "show" || command == "raw") {
         readWholeLog(options, profile, out);

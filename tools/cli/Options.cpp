@@ -177,8 +177,19 @@ namespace {
 
 constexpr std::size_t kMostHosts = 1000000;
 
-// One host of -H, as connections and messages name it; the text's own error otherwise.
+// One host of -H, as connections and messages name it; the text's own error otherwise. A Redfish
+// service is its URL, "https://HOST[:PORT]" (or http://), with no path.
 std::string checkedHost(const std::string& host) {
+    for (const std::string scheme : {"https://", "http://"}) {
+        if (host.rfind(scheme, 0) != 0) continue;
+        const std::string address = host.substr(scheme.size());
+        std::size_t end = address.find('/');
+        if (end != std::string::npos && end + 1 != address.size()) {
+            throw UsageError("host \"" + printable(host) +
+                             "\": a Redfish service is named by its URL without a path");
+        }
+        return scheme + checkedHost(address.substr(0, end));
+    }
     try {
         return joinHostPort(parseHostPort(host));
     } catch (const HostPortError& e) {
@@ -529,7 +540,8 @@ private:
         const std::string group = "connection";
         value("-H,--host", "LIST", group,
               "BMCs over the LAN (RMCP+): names, addresses, ranges (bmc[01-40].lab), HOST:PORT, "
-              "[IPv6]:PORT, comma-separated; without it, this machine's BMC in band",
+              "[IPv6]:PORT, comma-separated; Redfish services by their URLs, https://HOST[:PORT]; "
+              "without it, this machine's BMC in band",
               [&o](const std::string& v) { o.hosts = expandHosts(v); });
         value("-p,--port", "N", group, "UDP port (623)", [&o](const std::string& v) {
             o.port = static_cast<unsigned short>(parseNumber(v, 65535, "port"));
@@ -569,6 +581,16 @@ private:
               "for BMCs that depart from IPMI v2.0, by FreeIPMI's names (an unknown name is "
               "refused with the list)",
               [&o](const std::string& v) { addWorkarounds(v, o.workarounds); });
+        value("--ca-file", "FILE", group,
+              "Redfish: the certificate authorities a service's certificate is checked against "
+              "(the system's)",
+              [&o](const std::string& v) { o.caFile = fileName("--ca-file", v); });
+        flag("--insecure", group, "Redfish: do not check services' certificates (said each run)",
+             [&o] { o.insecure = true; });
+        value("--log", "NAME", group,
+              "Redfish: read this log (its Id or name) instead of the hardware event logs found; "
+              "again for more",
+              [&o](const std::string& v) { o.logs.push_back(v); });
         value("--fanout", "N", group, "hosts read at once (256; at most 4096)",
               [&o](const std::string& v) {
                   o.fanout = static_cast<unsigned>(parseNumber(v, 4096, "--fanout"));

@@ -34,6 +34,12 @@ struct Options {
     bool insecureCipherSuiteZero = false;  // cipher suite 0 allowed (no authentication at all)
     std::string privilege;  // admin, operator, user; empty: the highest the BMC grants
     std::vector<std::string> workarounds;  // of Tolmar::WorkaroundNames(), each once
+    // Redfish services (-H https://HOST): the authorities their certificates are checked
+    // against (empty: the system's), or no check at all; the logs read (empty: the hardware
+    // event logs found).
+    std::string caFile;
+    bool insecure = false;
+    std::vector<std::string> logs;
     Format format = Format::Table;
     // How events are worded: what their bytes mean in IPMI v2.0, or the library's described texts
     Tolmar::EventRendering rendering = Tolmar::EventRendering::Ipmi;

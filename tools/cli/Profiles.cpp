@@ -3,9 +3,12 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 
 #include "fleet/IpmiEventSource.h"
+#include "fleet/RedfishClient.h"
+#include "fleet/RedfishEventSource.h"
 #include "output/Journal.h"
 
 namespace tool {
@@ -26,6 +29,9 @@ std::vector<ConnectionProfile> profilesOf(const Options& options) {
         profile.allowCipherSuiteZero = options.insecureCipherSuiteZero;
         profile.privilege = options.privilege;
         profile.workarounds = options.workarounds;
+        profile.caFile = options.caFile;
+        profile.insecure = options.insecure;
+        profile.logs = options.logs;
         profiles.push_back(std::move(profile));
     }
     return profiles;
@@ -42,8 +48,11 @@ ReadSettings readSettingsOf(const Options& options) {
 EventFilter filterOf(const Options& options) {
     EventFilter filter;
     filter.minimum = static_cast<Severity>(options.minimumSeverity);
-    filter.firstId = options.firstId;
-    filter.lastId = options.lastId;
+    // --id's range; without it, every ID (a Redfish service's may be beyond a SEL's 16 bits).
+    if (options.firstId != 0 || options.lastId != 0xFFFF) {
+        filter.firstId = options.firstId;
+        filter.lastId = options.lastId;
+    }
     if (!options.since.empty()) filter.since = parseUserTime(options.since);
     if (!options.until.empty()) filter.until = parseUserTime(options.until);
     filter.last = options.last;
@@ -86,7 +95,10 @@ ServeSettings serveSettingsOf(const Options& options) {
 Style outputStyle(const Options& options) {
     Style style;
     style.format = options.format;
-    style.columns = ipmiEventColumns();
+    // A fleet of Redfish services has their columns; any other, IPMI's.
+    const bool redfish = !options.hosts.empty() &&
+                         std::all_of(options.hosts.begin(), options.hosts.end(), isRedfishHost);
+    style.columns = redfish ? redfishEventColumns() : ipmiEventColumns();
     style.localTime = options.localTime;
     style.wide = options.wide;
     style.showHost = options.hosts.size() > 1;

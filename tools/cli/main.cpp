@@ -161,6 +161,11 @@ int main(int argc, char** argv) {
         tool::sayWarning(message);
     }
     const std::vector<tool::ConnectionProfile> hosts = tool::profilesOf(options);
+    if (options.insecure) {
+        tool::sayWarning(
+            "--insecure: the certificates of Redfish services are not checked; anyone between "
+            "here and them can read the password and change what they answer");
+    }
     if (options.command == "follow") {
         return tool::follow(hosts, tool::readSettingsOf(options), tool::pollSettingsOf(options),
                             tool::followSettingsOf(options), tool::outputStyle(options));

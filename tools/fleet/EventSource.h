@@ -55,6 +55,7 @@ struct SourceEvent {
 // that follow the common ones, as CSV's header lists them, and the facts syslog carries.
 struct EventColumns {
     std::string idKey;
+    bool numberedIds = false;  // programs get the ID as its number (SourceEvent::number)
     std::vector<std::string> facts;
     std::vector<std::string> syslogFacts;
 };

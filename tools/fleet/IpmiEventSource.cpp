@@ -227,6 +227,7 @@ SourceEvent ipmiEvent(const Tolmar::FollowedEvent& followed, Rendering rendering
 const EventColumns& ipmiEventColumns() {
     static const EventColumns columns{
         "recordId",
+        true,
         {"recordType", "time", "preInitSeconds", "generatorId", "sensorType", "sensorTypeName",
          "sensorNumber", "sensorName", "eventType", "direction", "offset", "eventData", "reading",
          "readingUnits", "threshold", "thresholdUnits", "manufacturerId", "manufacturer",

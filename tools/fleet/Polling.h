@@ -5,6 +5,7 @@
 
 #include <ctime>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,9 +19,9 @@ namespace tool {
 // The events a command keeps of those read.
 struct EventFilter {
     Severity minimum = Severity::Info;
-    // Record IDs, for sources that number their records (SourceEvent::number).
+    // Record IDs, for sources that number their records (SourceEvent::number); all by default.
     unsigned long firstId = 0;
-    unsigned long lastId = 0xFFFF;
+    unsigned long lastId = std::numeric_limits<unsigned long>::max();
     // When they happened: an event whose source does not know when is in no range.
     std::optional<std::time_t> since;
     std::optional<std::time_t> until;

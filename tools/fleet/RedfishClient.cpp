@@ -30,7 +30,7 @@ std::string trimmed(const std::string& text) {
 
 }  // namespace
 
-std::string HttpResponse::header(const std::string& name) const {
+std::string RedfishReply::header(const std::string& name) const {
     for (const auto& [key, value] : headers)
         if (sameText(key, name)) return value;
     return "";
@@ -78,12 +78,12 @@ public:
     CurlTransport(const CurlTransport&) = delete;
     CurlTransport& operator=(const CurlTransport&) = delete;
 
-    HttpResponse request(const std::string& method, const std::string& path,
+    RedfishReply request(const std::string& method, const std::string& path,
                          const std::string& body, const std::vector<std::string>& headers) override;
 
 private:
     struct Reception {
-        HttpResponse response;
+        RedfishReply response;
         bool overLimit = false;
     };
 
@@ -127,7 +127,7 @@ struct HeaderList {
     }
 };
 
-HttpResponse CurlTransport::request(const std::string& method, const std::string& path,
+RedfishReply CurlTransport::request(const std::string& method, const std::string& path,
                                     const std::string& body,
                                     const std::vector<std::string>& headers) {
     if (handle_ == nullptr) throw RedfishError(Failure::Internal, name_ + ": libcurl failed");
@@ -238,13 +238,13 @@ std::vector<std::string> RedfishSession::authHeaders() const {
     return {};
 }
 
-HttpResponse RedfishSession::send(const std::string& method, const std::string& firstPath,
+RedfishReply RedfishSession::send(const std::string& method, const std::string& firstPath,
                                   const std::string& body) {
     std::string path = firstPath;
     bool waited = false;
     for (int redirects = 0;;) {
         ++requests_;
-        HttpResponse response = transport_->request(method, path, body, authHeaders());
+        RedfishReply response = transport_->request(method, path, body, authHeaders());
         if (isRedirect(response.status)) {
             const std::string next = pathOf(response.header("Location"));
             if (next.empty()) {
@@ -281,7 +281,7 @@ HttpResponse RedfishSession::send(const std::string& method, const std::string& 
 void RedfishSession::login() {
     const nlohmann::json credentials = {{"UserName", user_}, {"Password", password_}};
     auth_ = Auth::None;
-    const HttpResponse response =
+    const RedfishReply response =
         send("POST", "/redfish/v1/SessionService/Sessions", credentials.dump());
     if (response.status >= 200 && response.status < 300) {
         token_ = response.header("X-Auth-Token");
@@ -311,7 +311,7 @@ void RedfishSession::login() {
 
 nlohmann::json RedfishSession::get(const std::string& path) {
     if (auth_ == Auth::Pending) login();
-    HttpResponse response = send("GET", path, "");
+    RedfishReply response = send("GET", path, "");
     // A token the service forgot (a restart, an idle timeout): log in again, once.
     if (response.status == 401 && auth_ == Auth::Session) {
         auth_ = Auth::Pending;

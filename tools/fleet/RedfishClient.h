@@ -31,7 +31,7 @@ private:
     long status_;
 };
 
-struct HttpResponse {
+struct RedfishReply {
     long status = 0;
     std::vector<std::pair<std::string, std::string>> headers;  // as received, names any case
     std::string body;
@@ -46,7 +46,7 @@ struct HttpResponse {
 class RedfishTransport {
 public:
     virtual ~RedfishTransport() = default;
-    virtual HttpResponse request(const std::string& method, const std::string& path,
+    virtual RedfishReply request(const std::string& method, const std::string& path,
                                  const std::string& body,
                                  const std::vector<std::string>& headers) = 0;
 };
@@ -93,7 +93,7 @@ private:
     enum class Auth { None, Pending, Session, Basic };
 
     void login();
-    HttpResponse send(const std::string& method, const std::string& path, const std::string& body);
+    RedfishReply send(const std::string& method, const std::string& path, const std::string& body);
     std::vector<std::string> authHeaders() const;
 
     std::unique_ptr<RedfishTransport> transport_;

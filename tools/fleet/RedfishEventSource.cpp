@@ -394,6 +394,7 @@ SourceEvent redfishEvent(const json& entry, const std::string& log) {
 const EventColumns& redfishEventColumns() {
     static const EventColumns columns{
         "id",
+        false,
         {"log",
          "entryType",
          "messageId",

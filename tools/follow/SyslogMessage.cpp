@@ -56,7 +56,8 @@ std::string structuredData(const EventRow& row, const EventColumns& columns) {
     const SourceEvent& event = row.event;
     std::string data =
         std::string("[") + kSyslogSdId + sdParam("host", row.host) +
-        sdParam(columns.idKey, event.number ? std::to_string(*event.number) : event.id) +
+        sdParam(columns.idKey,
+                columns.numberedIds && event.number ? std::to_string(*event.number) : event.id) +
         sdParam("severity", severityWord(event.severity));
     // The moment the event happened, as its source stamped it.
     if (event.time)

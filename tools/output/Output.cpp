@@ -157,8 +157,9 @@ std::string factsCsv(const SourceEvent& event, const EventColumns& columns) {
 }
 
 // The ID as JSON gives it: its number where the source numbers its records.
-std::string idJson(const SourceEvent& event) {
-    return event.number ? std::to_string(*event.number) : jsonString(event.id);
+std::string idJson(const SourceEvent& event, const EventColumns& columns) {
+    return columns.numberedIds && event.number ? std::to_string(*event.number)
+                                               : jsonString(event.id);
 }
 
 // How many lines writeEvents puts before the rows: JSON's bracket, or a header.
@@ -271,7 +272,8 @@ void writeEvents(std::ostream& out, const std::vector<EventRow>& rows, const Sty
         if (row.marker) return markerJson(row.host);
         const auto& e = row.event;
         return "{\"host\":" + jsonString(row.host) + ",\"" + style.columns.idKey +
-               "\":" + idJson(e) + ",\"timeStamp\":" + jsonString(timeStampText(row, style)) +
+               "\":" + idJson(e, style.columns) +
+               ",\"timeStamp\":" + jsonString(timeStampText(row, style)) +
                ",\"severity\":" + jsonString(severityWord(e.severity)) +
                ",\"message\":" + jsonString(e.message) + ",\"source\":" + jsonString(e.source) +
                ",\"auxLog\":" + jsonString(e.details) +
