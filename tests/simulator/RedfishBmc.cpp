@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "WebCredentials.h"
+#include "base/TimeText.h"
 #include "web/WebConfig.h"
 #include "web/WebServer.h"
 
@@ -31,12 +32,10 @@ std::string normalized(std::string path) {
     return path;
 }
 
+// RFC 3339 with the offset written out, as bmcweb writes Created.
 std::string isoTime(std::time_t seconds) {
-    std::tm parts{};
-    gmtime_r(&seconds, &parts);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S+00:00", &parts);
-    return text;
+    std::string text = tool::isoUtcText(seconds);
+    return text.replace(text.size() - 1, 1, "+00:00");
 }
 
 // The seconds of "YYYY-MM-DDTHH:MM:SS..." read as UTC, its offset left aside as bmcweb does

@@ -296,6 +296,7 @@ TEST(ToolTime, ConvertsBetweenTheLibrarysTextAndMoments) {
     EXPECT_EQ(tool::parseMonthDayYear("03/11/2015 08:42:40"),
               std::optional<std::time_t>(0x55000000));
     EXPECT_EQ(tool::parseMonthDayYear("Unspecified"), std::nullopt);
+    EXPECT_EQ(tool::utcTimeText(0x55000000), "2015-03-11 08:42:40 UTC");
     EXPECT_EQ(tool::parseUserTime("2015-03-11 08:42:40"), 0x55000000);
     EXPECT_EQ(tool::parseUserTime("2015-03-11"), 0x55000000 - (8 * 3600 + 42 * 60 + 40));
     EXPECT_THROW(tool::parseUserTime("yesterday"), tool::UsageError);

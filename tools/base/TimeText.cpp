@@ -33,6 +33,14 @@ std::string isoUtcText(std::time_t moment) {
     return text;
 }
 
+std::string utcTimeText(std::time_t moment) {
+    std::tm utc{};
+    gmtime_r(&moment, &utc);
+    char text[80];
+    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &utc);
+    return text;
+}
+
 std::string zonedLocalTimeText(std::time_t moment) {
     std::tm fields{};
     localtime_r(&moment, &fields);

@@ -1,6 +1,7 @@
 #include "fleet/RedfishClient.h"
 
 #include <curl/curl.h>
+#include <openssl/evp.h>
 
 #include <algorithm>
 #include <cctype>
@@ -41,18 +42,14 @@ bool isRedfishHost(const std::string& host) {
 }
 
 std::string basicAuthorization(const std::string& user, const std::string& password) {
-    static const char digits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     const std::string in = user + ":" + password;
-    std::string out = "Basic ";
-    for (std::size_t i = 0; i < in.size(); i += 3) {
-        const std::size_t n = std::min<std::size_t>(3, in.size() - i);
-        unsigned long group = 0;
-        for (std::size_t k = 0; k < 3; ++k)
-            group = (group << 8) | (k < n ? static_cast<unsigned char>(in[i + k]) : 0);
-        for (std::size_t k = 0; k < 4; ++k)
-            out += k <= n ? digits[(group >> (18 - 6 * k)) & 0x3F] : '=';
-    }
-    return out;
+    // OpenSSL's base64, padded, with room for its closing NUL.
+    std::string encoded(4 * ((in.size() + 2) / 3) + 1, '\0');
+    const int size = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(&encoded[0]),
+                                     reinterpret_cast<const unsigned char*>(in.data()),
+                                     static_cast<int>(in.size()));
+    encoded.resize(static_cast<std::size_t>(size));
+    return "Basic " + encoded;
 }
 
 namespace {

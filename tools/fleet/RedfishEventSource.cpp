@@ -352,9 +352,8 @@ SourceEvent redfishEvent(const json& entry, const std::string& log) {
 
     if (moment) {
         event.time = std::chrono::system_clock::from_time_t(*moment);
-        event.timeText = isoUtcText(*moment);
-        // "2022-12-14T13:40:44Z" as the IPMI source words it: "2022-12-14 13:40:44 UTC".
-        event.timeText = event.timeText.substr(0, 10) + " " + event.timeText.substr(11, 8) + " UTC";
+        // As the IPMI source words a record's moment.
+        event.timeText = utcTimeText(*moment);
         event.localTimeText = zonedLocalTimeText(*moment);
     } else {
         event.timeText = "Unspecified";
