@@ -1,5 +1,6 @@
 #include "ScriptedLog.h"
 
+#include <iostream>
 #include <string>
 
 #include "IpmiException.h"
@@ -32,7 +33,12 @@ Log::Log(int level, const char* source, int line) : level_(level), source_(sourc
     }
 }
 
-Log::~Log() = default;
+// Lines at or below the minimum level go to standard error, as the framework's log writes them.
+Log::~Log() {
+    if (level_ <= minimumLevel) {
+        std::cerr << '[' << level_ << "] " << source_ << ':' << line_ << ' ' << text_.str() << '\n';
+    }
+}
 
 std::ostream& Log::Stream() { return text_; }
 

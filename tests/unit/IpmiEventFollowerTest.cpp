@@ -25,10 +25,6 @@ using Tolmar::kAuxLogEnterpriseNumber;
 using Tolmar::PollResult;
 using Tolmar::TolmarAgentless::IPMIEVENT;
 
-constexpr unsigned char kIana0 = kAuxLogEnterpriseNumber & 0xFF;
-constexpr unsigned char kIana1 = (kAuxLogEnterpriseNumber >> 8) & 0xFF;
-constexpr unsigned char kIana2 = (kAuxLogEnterpriseNumber >> 16) & 0xFF;
-
 // A fourth event: PS1 failure deasserted.
 const sim::SimulatedBmc::SelRecord kFourth = selRecord(
     0x0004, {0x02, 0xB4, 0x00, 0x00, 0x55, 0x20, 0x00, 0x04, 0x08, 0x60, 0xEF, 0x01, 0xFF, 0xFF});
