@@ -20,6 +20,7 @@
 #include <mutex>
 #include <thread>
 
+#include "ExporterProcess.h"
 #include "LanFixture.h"
 #include "Loopback.h"
 #include "LossyLink.h"
@@ -33,66 +34,24 @@ namespace {
 using bmcsim::seriesValue;
 using bmcsim::targetOf;
 
-// `ipmi-event-log serve` with `arguments`, as the sample server's administrator, on a loopback
-// port it chooses and says; stopped by its PID (SIGTERM) when the object goes.
-class Exporter {
+// The sample server's administrator's password, in the environment of the exporters started
+// while it is there (-E).
+struct AdministratorPassword {
+    bmcsim::ScopedEnvironment password{"IPMI_PASSWORD", bmcsim::kAdministrator.password};
+};
+
+std::vector<std::string> asAdministrator(const std::vector<std::string>& arguments) {
+    std::vector<std::string> command{"-U", bmcsim::kAdministrator.name, "-E"};
+    command.insert(command.end(), arguments.begin(), arguments.end());
+    return command;
+}
+
+// `ipmi-event-log serve` with `arguments`, as the sample server's administrator.
+class Exporter : private AdministratorPassword, public bmcsim::ExporterProcess {
 public:
-    // `url`: how curl reaches it, "http://" or "https://" and its options ("--cacert FILE").
     Exporter(const std::vector<std::string>& arguments, const bmcsim::ScratchDirectory& scratch,
              const std::string& url = "http://", const std::string& curlOptions = "")
-        : scratch_(scratch), url_(url), curlOptions_(curlOptions) {
-        std::vector<std::string> command{TOOL_PATH, "-U",       bmcsim::kAdministrator.name,
-                                         "-E",      "--listen", "127.0.0.1:0"};
-        command.insert(command.end(), arguments.begin(), arguments.end());
-        command.push_back("serve");
-        bmcsim::ScopedEnvironment password{"IPMI_PASSWORD", bmcsim::kAdministrator.password};
-        server_ = std::make_unique<bmcsim::ServerProcess>(command, scratch.file("serve.out"),
-                                                          bmcsim::kServeSaysItsAddress);
-    }
-
-    // GET `path` with curl and `options`: its output, error output and exit status.
-    bmcsim::ToolRun get(const std::string& path, const std::string& options = "") const {
-        return bmcsim::runShell(CURL " --silent --show-error --max-time 10 " + curlOptions_ + " " +
-                                    options + " '" + url_ + listen() + path + "'",
-                                scratch_);
-    }
-    // The value of `series` in /metrics once the fleet's poll, which runs beside the scrapes, has
-    // set it; "" when it has not within a minute.
-    std::string fleetSeries(const std::string& series) const {
-        std::string value;
-        bmcsim::waitUntil(
-            [&] {
-                value = seriesValue(get("/metrics").out, series);
-                return !value.empty();
-            },
-            std::chrono::seconds(60));
-        return value;
-    }
-    // Stops it; its exit status (-1 when a signal ended it).
-    int stop() { return server_->stop(); }
-    const std::string& listen() const { return server_->address(); }
-    unsigned short port() const {
-        return static_cast<unsigned short>(std::stoi(listen().substr(listen().rfind(':') + 1)));
-    }
-    void signal(int number) const { kill(server_->pid(), number); }
-    pid_t pid() const { return server_->pid(); }
-    // A TCP connection to it, or -1.
-    int connect() const {
-        const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        const sockaddr_in address = bmcsim::loopbackAddress(port());
-        if (fd >= 0 &&
-            ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-            close(fd);
-            return -1;
-        }
-        return fd;
-    }
-
-private:
-    const bmcsim::ScratchDirectory& scratch_;
-    std::string url_;
-    std::string curlOptions_;
-    std::unique_ptr<bmcsim::ServerProcess> server_;
+        : ExporterProcess(asAdministrator(arguments), scratch, url, curlOptions) {}
 };
 
 class ExporterTest : public ::testing::Test {

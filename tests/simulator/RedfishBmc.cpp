@@ -161,7 +161,8 @@ std::string redfishLayoutName(RedfishLayout layout) {
 
 struct RedfishBmc::Entry {
     std::string id;
-    json fields;  // as given, the layout's defaults under them
+    json fields;       // as given, the layout's defaults under them
+    std::string data;  // its additional data; none when empty
 };
 
 struct RedfishBmc::Log {
@@ -371,6 +372,7 @@ void RedfishBmc::buildResources() {
         {"SessionTimeout", 1800},
         {"Sessions", link(odataId(sessionsPath_))}};
 
+    if (options_.layout == RedfishLayout::OpenBmc) addRegistries(root);
     switch (options_.layout) {
         case RedfishLayout::OpenBmc:
             // bmcweb: the event log pages by 1,000 and takes $skip and $top; the BMC's journal
@@ -582,6 +584,106 @@ void RedfishBmc::buildResources() {
     }
 }
 
+namespace {
+
+json registryMessage(const std::string& description, const std::string& text,
+                     const std::string& severity, const std::vector<std::string>& paramTypes,
+                     const std::string& resolution = "None.") {
+    json message = {{"Description", description},
+                    {"Message", text},
+                    {"Severity", severity},
+                    {"NumberOfArgs", paramTypes.size()},
+                    {"Resolution", resolution}};
+    if (!paramTypes.empty()) message["ParamTypes"] = paramTypes;
+    return message;
+}
+
+}  // namespace
+
+// The registries as bmcweb lists them: a MessageRegistryFile each under /redfish/v1/Registries,
+// its Location's Uri the registry (a MessageRegistry) on this service, the PublicationUri DMTF's
+// copy. The messages' texts are those DMTF's Base 1.8 and OpenBMC's registry give them.
+void RedfishBmc::addRegistries(const std::string& root) {
+    const std::string registries = root + "/Registries";
+    resources_[root]["Registries"] = link(registries);
+    struct Registry {
+        std::string prefix;
+        std::string version;  // major.minor.errata
+        std::string owner;
+        std::string publication;
+        json messages;
+    };
+    const std::vector<Registry> all = {
+        {"Base",
+         "1.8.1",
+         "DMTF",
+         "https://redfish.dmtf.org/registries/Base.1.8.1.json",
+         {{"ResourceCreated",
+           registryMessage("Indicates that all conditions of a successful creation operation "
+                           "have been met.",
+                           "The resource has been created successfully.", "OK", {})},
+          {"PropertyValueNotInList",
+           registryMessage("Indicates that a property was given the correct value type but the "
+                           "value of that property was not supported.",
+                           "The value %1 for the property %2 is not in the list of acceptable "
+                           "values.",
+                           "Warning", {"string", "string"},
+                           "Choose a value from the enumeration list that the implementation "
+                           "can support and resubmit the request if the operation failed.")},
+          {"AccessDenied",
+           registryMessage("Indicates that while attempting to access, connect to or transfer "
+                           "to/from another resource, the service denied access.",
+                           "While attempting to establish a connection to %1, the service "
+                           "denied access.",
+                           "Critical", {"string"},
+                           "Attempt to ensure that the URI is correct and that the service has "
+                           "the appropriate credentials.")}}},
+        {"OpenBMC",
+         "0.1.0",
+         "OpenBMC",
+         "",
+         {{"DCPowerOn", registryMessage("Indicates that the system DC power is on.",
+                                        "Host system DC power is on", "OK", {})},
+          {"PowerSupplyFailed", registryMessage("Indicates that a power supply has failed.",
+                                                "Power supply %1 failed.", "Warning", {"string"})},
+          {"PowerSupplyFanRecovered",
+           registryMessage("Indicates that the power supply fan recovered from a failure.",
+                           "Power supply %1 fan %2 recovered.", "OK", {"string", "string"})}}},
+    };
+    json members = json::array();
+    for (const Registry& registry : all) {
+        const std::string file = registries + "/" + registry.prefix;
+        const std::string copy = file + "/" + registry.prefix;
+        const std::string majorMinor = registry.version.substr(0, registry.version.rfind('.'));
+        json location = {{"Language", "en"}, {"Uri", copy}};
+        if (!registry.publication.empty()) location["PublicationUri"] = registry.publication;
+        resources_[file] = {{"@odata.type", "#MessageRegistryFile.v1_1_0.MessageRegistryFile"},
+                            {"@odata.id", file},
+                            {"Id", registry.prefix},
+                            {"Name", registry.prefix + " Message Registry File"},
+                            {"Description", registry.prefix + " Message Registry File Location"},
+                            {"Languages", json::array({"en"})},
+                            {"Registry", registry.prefix + "." + majorMinor},
+                            {"Location", json::array({location})}};
+        resources_[copy] = {{"@odata.type", "#MessageRegistry.v1_4_1.MessageRegistry"},
+                            {"@odata.id", copy},
+                            {"Id", registry.prefix + "." + registry.version},
+                            {"Name", registry.prefix + " Message Registry"},
+                            {"Language", "en"},
+                            {"RegistryPrefix", registry.prefix},
+                            {"RegistryVersion", registry.version},
+                            {"OwningEntity", registry.owner},
+                            {"Messages", registry.messages}};
+        members.push_back(link(file));
+    }
+    resources_[registries] = {
+        {"@odata.type", "#MessageRegistryFileCollection.MessageRegistryFileCollection"},
+        {"@odata.id", registries},
+        {"Name", "MessageRegistryFile Collection"},
+        {"Members", members},
+        {"Members@odata.count", members.size()}};
+}
+
 // --- The log content ---
 
 std::string RedfishBmc::entryId(Log& log, const json& entry) {
@@ -599,6 +701,11 @@ std::string RedfishBmc::entryId(Log& log, const json& entry) {
 }
 
 std::string RedfishBmc::addEntry(const std::string& logService, json entry) {
+    return addEntryWithData(logService, std::move(entry), "");
+}
+
+std::string RedfishBmc::addEntryWithData(const std::string& logService, json entry,
+                                         std::string data) {
     if (entry.is_null()) entry = json::object();
     if (!entry.is_object()) throw std::invalid_argument("an entry is a JSON object");
     std::lock_guard<std::mutex> lock(mutex_);
@@ -610,7 +717,7 @@ std::string RedfishBmc::addEntry(const std::string& logService, json entry) {
         const unsigned long number = std::strtoul(id.c_str(), nullptr, 10);
         if (number >= log.nextNumber) log.nextNumber = static_cast<unsigned>(number + 1);
     }
-    log.entries.push_back({id, std::move(entry)});
+    log.entries.push_back({id, std::move(entry), std::move(data)});
     return id;
 }
 
@@ -661,7 +768,9 @@ std::string RedfishBmc::addSelRecord(const std::string& logService,
         for (int i = 13; i < 16; ++i) data << std::setw(2) << static_cast<int>(record[i]);
         entry["MessageId"] = data.str();
     }
-    return addEntry(logService, std::move(entry));
+    if (!options_.selAsAdditionalData) return addEntry(logService, std::move(entry));
+    return addEntryWithData(logService, std::move(entry),
+                            std::string(record.begin(), record.end()));
 }
 
 void RedfishBmc::clearLog(const std::string& logService) {
@@ -685,6 +794,12 @@ json RedfishBmc::entryJson(const Log& log, const Entry& entry) const {
     fields.update(entry.fields);
     fields["@odata.id"] = odataId(log.collection + "/" + entry.id);
     fields["Id"] = entry.id;
+    if (!entry.data.empty()) {
+        // LogEntry's own way to a record of another format: an OEM kind of diagnostic data.
+        fields["AdditionalDataURI"] = odataId(log.collection + "/" + entry.id + "/Attachment");
+        fields["DiagnosticDataType"] = "OEM";
+        fields["OEMDiagnosticDataType"] = "IPMI SEL";
+    }
     return fields;
 }
 
@@ -700,6 +815,11 @@ std::size_t RedfishBmc::requests(const std::string& method, const std::string& p
     std::lock_guard<std::mutex> lock(mutex_);
     const auto found = requests_.find({method, normalized(path)});
     return found != requests_.end() ? found->second : 0;
+}
+
+std::map<std::pair<std::string, std::string>, std::size_t> RedfishBmc::requestCounts() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return requests_;
 }
 
 std::vector<RedfishSession> RedfishBmc::sessions() const {
@@ -939,6 +1059,19 @@ void RedfishBmc::answerClear(Log& log, tool::HttpResponse& response) {
     response.contentType = "";
 }
 
+void RedfishBmc::answerAttachment(Log& log, const std::string& id, tool::HttpResponse& response) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (const Entry& entry : log.entries) {
+        if (entry.id != id || entry.data.empty()) continue;
+        response.status = 200;
+        response.contentType = "application/octet-stream";
+        response.body = entry.data;
+        return;
+    }
+    answerError(response, 404, "ResourceNotFound",
+                "The requested resource of type Attachment named '" + id + "' was not found.");
+}
+
 void RedfishBmc::answerLogin(const tool::HttpRequest& request, tool::HttpResponse& response) {
     {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -1025,6 +1158,12 @@ void RedfishBmc::serveEntries(Log& log) {
               [this, &log, id](const tool::HttpRequest&, tool::HttpResponse& response) {
                   answerEntry(log, id, response);
               });
+        if (options_.selAsAdditionalData && log.sel) {
+            serve("GET", entries + "/" + id + "/Attachment",
+                  [this, &log, id](const tool::HttpRequest&, tool::HttpResponse& response) {
+                      answerAttachment(log, id, response);
+                  });
+        }
     }
 }
 

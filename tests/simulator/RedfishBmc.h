@@ -13,7 +13,10 @@
 //   intel-ipmi-oem log an Add SEL Entry: MessageId OpenBMC.0.1.SELEntryAdded, its one argument
 //   the 16 bytes in SEL order (record ID and time stamp least significant byte first) as 32
 //   upper-case hexadecimal digits, Message "SEL Entry Added: <those digits>", Severity OK. The
-//   BMC's journal (Managers/bmc/LogServices/Journal) beside it, numbered.
+//   BMC's journal (Managers/bmc/LogServices/Journal) beside it, numbered. Its message registries
+//   under /redfish/v1/Registries, as bmcweb serves them: a MessageRegistryFile for DMTF's Base
+//   (Base.1.8) and OpenBMC's own (OpenBMC.0.1), each Location's Uri the registry itself, with a
+//   few of their messages.
 // - Idrac: iDRAC9's Redfish API guide: the SEL at
 //   /redfish/v1/Managers/iDRAC.Embedded.1/LogServices/Sel/Entries (EntryType SEL, SensorType,
 //   SensorNumber, EntryCode Assert or Deassert, GeneratorId), the Lifecycle log Lclog beside it;
@@ -96,6 +99,10 @@ struct RedfishBmcOptions {
     std::string password = "0penBmc";
     bool https = false;
     int port = 0;  // 0: one the system chooses
+    // A SEL record of addSelRecord kept, outside OpenBmc's layout, also as the entry's additional
+    // data: its 16 bytes (application/octet-stream) at the entry's AdditionalDataURI,
+    // ".../Entries/ID/Attachment".
+    bool selAsAdditionalData = false;
 };
 
 class RedfishBmc {
@@ -148,6 +155,8 @@ public:
 
     // Requests so far by method and path (without the query).
     std::size_t requests(const std::string& method, const std::string& path) const;
+    // Every request so far, counted by method and path (without the query).
+    std::map<std::pair<std::string, std::string>, std::size_t> requestCounts() const;
     std::vector<RedfishSession> sessions() const;
 
     // Knobs, at any time.
@@ -188,6 +197,10 @@ private:
     void answerEntries(Log& log, const tool::HttpRequest& request, tool::HttpResponse& response);
     void answerEntry(Log& log, const std::string& id, tool::HttpResponse& response);
     void answerClear(Log& log, tool::HttpResponse& response);
+    void answerAttachment(Log& log, const std::string& id, tool::HttpResponse& response);
+    std::string addEntryWithData(const std::string& logService, nlohmann::json entry,
+                                 std::string data);
+    void addRegistries(const std::string& root);
     void answerLogin(const tool::HttpRequest& request, tool::HttpResponse& response);
     void answerSession(const std::string& id, const tool::HttpRequest& request,
                        tool::HttpResponse& response);

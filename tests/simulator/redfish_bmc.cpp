@@ -1,7 +1,7 @@
 // Serves one Redfish BMC layout with generated log entries until interrupted, for benchmarks,
 // manual runs and redfishtool:
 //   redfish_bmc [--layout openbmc|idrac|ilo|xcc|supermicro] [--entries N] [--https] [--port P]
-//               [--user U] [--password P]
+//               [--user U] [--password P] [--sel-as-additional-data]
 // It prints "listening on URL" (and the certificate's path over HTTPS) once it serves.
 #include <pthread.h>
 
@@ -20,7 +20,7 @@ namespace {
 int usage(const std::string& why) {
     std::cerr << "redfish_bmc: " << why
               << "\nusage: redfish_bmc [--layout openbmc|idrac|ilo|xcc|supermicro] [--entries N]"
-                 " [--https] [--port P] [--user U] [--password P]\n";
+                 " [--https] [--port P] [--user U] [--password P] [--sel-as-additional-data]\n";
     return 2;
 }
 
@@ -63,6 +63,10 @@ int main(int argc, char** argv) {
         const std::string option = argv[i];
         if (option == "--https") {
             options.https = true;
+            continue;
+        }
+        if (option == "--sel-as-additional-data") {
+            options.selAsAdditionalData = true;
             continue;
         }
         if (i + 1 >= argc) return usage(option + " wants a value");

@@ -521,4 +521,146 @@ TEST_F(ExporterConfigTest, WorkaroundFlagsTheLibraryTakesGoToTheSessionsAndAutoI
                          "by ipmi-event-log")});
 }
 
+// --- modules of transport: redfish -------------------------------------------------------------
+
+TEST_F(ExporterConfigTest, ARedfishModuleTakesItsOwnKeysAndIpmisBoundsDoNotApply) {
+    scratch.write("bmc-ca.pem", "-----BEGIN CERTIFICATE-----\n");
+    const tool::ExporterConfig config = load(
+        "modules:\n"
+        "  openbmc:\n"
+        "    transport: redfish\n"
+        "    user: a-user-longer-than-ipmi-allows\n"
+        "    pass: a-password-longer-than-the-20-bytes-of-ipmi\n"
+        "    ca_file: bmc-ca.pem\n"
+        "    port: 8443\n"
+        "    logs: [EventLog, \"IPMI SEL\"]\n"
+        "    timeout: 5000\n"
+        "    rendering: described\n"
+        "    hosts: [\"obmc-*\"]\n"
+        "  lab:\n"
+        "    transport: redfish\n"
+        "    scheme: http\n"
+        "    hosts: any\n"
+        "  plain:\n"
+        "    transport: redfish\n"
+        "    hosts: any\n"
+        "  lan:\n"
+        "    transport: ipmi\n"
+        "    hosts: any\n");
+    EXPECT_EQ(config.warnings, Lines{});
+
+    const tool::ExporterModule& openbmc = config.modules.at("openbmc");
+    ASSERT_TRUE(openbmc.redfish);
+    EXPECT_EQ(openbmc.redfish->scheme, "https");
+    EXPECT_EQ(openbmc.redfish->port, 8443);
+    EXPECT_EQ(openbmc.redfish->defaultPort(), 8443);
+    EXPECT_EQ(openbmc.redfish->caFile, scratch.file("bmc-ca.pem"));
+    EXPECT_FALSE(openbmc.redfish->insecure);
+    EXPECT_EQ(openbmc.redfish->logs, (Lines{"EventLog", "IPMI SEL"}));
+    EXPECT_EQ(openbmc.user, "a-user-longer-than-ipmi-allows");
+    EXPECT_EQ(openbmc.password, "a-password-longer-than-the-20-bytes-of-ipmi");
+    EXPECT_EQ(openbmc.timeoutMs, 5000u);
+    EXPECT_EQ(openbmc.rendering, tool::Rendering::Described);
+    EXPECT_TRUE(openbmc.allows("obmc-1"));
+    EXPECT_FALSE(openbmc.allows("bmc-1"));
+
+    const tool::ExporterModule& lab = config.modules.at("lab");
+    ASSERT_TRUE(lab.redfish);
+    EXPECT_EQ(lab.redfish->scheme, "http");
+    EXPECT_EQ(lab.redfish->port, std::nullopt);
+    EXPECT_EQ(lab.redfish->defaultPort(), 80);
+    EXPECT_EQ(lab.redfish->caFile, "");
+    EXPECT_EQ(lab.redfish->logs, Lines{});
+
+    const tool::ExporterModule& plain = config.modules.at("plain");
+    ASSERT_TRUE(plain.redfish);
+    EXPECT_EQ(plain.redfish->scheme, "https");
+    EXPECT_EQ(plain.redfish->defaultPort(), 443);
+
+    EXPECT_FALSE(config.modules.at("lan").redfish);
+    EXPECT_EQ(config.modules.at("lan").port, 623);
+}
+
+TEST_F(ExporterConfigTest, AnInsecureRedfishModuleIsWarnedOf) {
+    const std::string module = "modules:\n  lab:\n    transport: redfish\n    hosts: any\n";
+    const tool::ExporterConfig insecure = load(module + "    insecure: true\n");
+    EXPECT_TRUE(insecure.modules.at("lab").redfish->insecure);
+    EXPECT_EQ(insecure.warnings,
+              Lines{path(":5: modules.lab.insecure: the certificates of the module's Redfish "
+                         "services are not checked; anyone between here and them can read the "
+                         "password and change what they answer")});
+    const tool::ExporterConfig checked = load(module + "    insecure: false\n");
+    EXPECT_FALSE(checked.modules.at("lab").redfish->insecure);
+    EXPECT_EQ(checked.warnings, Lines{});
+}
+
+TEST_F(ExporterConfigTest, KeysOfTheOtherTransportAreNamedByFileLineAndKey) {
+    const std::string redfish = "modules:\n  rf:\n    transport: redfish\n    hosts: any\n";
+    for (const std::string key :
+         {"privilege", "driver", "cipher_suite", "bmc_key", "bmc_key_file", "workaround_flags"}) {
+        EXPECT_EQ(errorOf(redfish + "    " + key + ": x\n"),
+                  path(":5: modules.rf." + key +
+                       ": is an IPMI key, of no use to a module of transport: redfish"));
+    }
+    // Wherever the transport is said.
+    EXPECT_EQ(errorOf("modules:\n  rf:\n    privilege: user\n    transport: redfish\n"),
+              path(":3: modules.rf.privilege: is an IPMI key, of no use to a module of transport: "
+                   "redfish"));
+    for (const std::string transport : {"", "    transport: ipmi\n"}) {
+        for (const std::string key : {"scheme", "ca_file", "insecure", "logs"}) {
+            EXPECT_EQ(
+                errorOf("modules:\n  lan:\n    hosts: any\n" + transport + "    " + key + ": x\n"),
+                path(":" + std::to_string(transport.empty() ? 4 : 5) + ": modules.lan." + key +
+                     ": is a Redfish key, of no use to a module of transport: ipmi (the "
+                     "default); say transport: redfish"));
+        }
+    }
+    EXPECT_EQ(errorOf("modules:\n  rf:\n    transport: snmp\n    hosts: any\n"),
+              path(":3: modules.rf.transport: \"snmp\" is not ipmi or redfish"));
+}
+
+TEST_F(ExporterConfigTest, BadRedfishValuesAreNamedByFileLineAndKey) {
+    const std::string module = "modules:\n  rf:\n    transport: redfish\n    hosts: any\n";
+    scratch.write("ca.pem", "-----BEGIN CERTIFICATE-----\n");
+    EXPECT_EQ(errorOf(module + "    scheme: ftp\n"),
+              path(":5: modules.rf.scheme: \"ftp\" is not https or http"));
+    EXPECT_EQ(errorOf(module + "    port: 0\n"),
+              path(":5: modules.rf.port: 0 is out of range: a TCP port from 1 to 65535"));
+    EXPECT_EQ(errorOf(module + "    insecure: yes\n"),
+              path(":5: modules.rf.insecure: \"yes\" is not true or false"));
+    EXPECT_EQ(errorOf(module + "    ca_file: missing.pem\n"),
+              path(":5: modules.rf.ca_file: cannot read ") + scratch.file("missing.pem") +
+                  ": No such file or directory");
+    EXPECT_EQ(errorOf(module + "    ca_file: \"\"\n"),
+              path(":5: modules.rf.ca_file: the file name is empty"));
+    EXPECT_EQ(errorOf(module + "    ca_file: ca.pem\n    insecure: true\n"),
+              path(":6: modules.rf.insecure: both ca_file and insecure: true are given; keep one "
+                   "of them"));
+    EXPECT_EQ(errorOf(module + "    scheme: http\n    ca_file: ca.pem\n"),
+              path(":6: modules.rf.ca_file: a module of scheme: http has no certificates to "
+                   "check"));
+    EXPECT_EQ(errorOf(module + "    scheme: http\n    insecure: true\n"),
+              path(":6: modules.rf.insecure: a module of scheme: http has no certificates to "
+                   "check"));
+    EXPECT_EQ(errorOf(module + "    logs: EventLog\n"), path(":5: modules.rf.logs: is not a list"));
+    EXPECT_EQ(errorOf(module + "    logs: [EventLog, \"\"]\n"),
+              path(":5: modules.rf.logs[1]: an empty name names no log"));
+}
+
+TEST(ScrapeTarget, ARedfishServiceIsReachedAtItsUrl) {
+    tool::RedfishModule https;
+    tool::RedfishModule http;
+    http.scheme = "http";
+    http.port = 8000;
+    const auto url = [](const std::string& target, const tool::RedfishModule& module) {
+        return tool::redfishServiceUrl(tool::parseScrapeTarget(target), module);
+    };
+    EXPECT_EQ(url("BMC1", https), "https://bmc1");
+    EXPECT_EQ(url("bmc1:8443", https), "https://bmc1:8443");
+    EXPECT_EQ(url("bmc1:443", https), "https://bmc1");
+    EXPECT_EQ(url("[FD00::7]", https), "https://[fd00::7]");
+    EXPECT_EQ(url("bmc1", http), "http://bmc1:8000");
+    EXPECT_EQ(url("[::1]:9000", http), "http://[::1]:9000");
+}
+
 }  // namespace

@@ -1,7 +1,9 @@
 // The Redfish event source against a scripted service: the logs found in each maker's layout,
 // entries read page by page and made events, an IPMI record carried in an entry worded as over
 // IPMI, following (nothing repeated or missed, a clear said once), sessions and basic
-// authentication, and bad answers, each a clear error that leaves the place where it was.
+// authentication, and bad answers, each a clear error that leaves the place where it was; the logs
+// found as status and clear see them, a log cleared by its action, messages worded by the
+// service's registries, and a SEL record read from an entry's additional data.
 #include <IpmiSelDecoding.h>
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -9,6 +11,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <deque>
 #include <functional>
@@ -58,6 +61,7 @@ struct Service {
     std::set<std::string> tokens;  // valid ones
     unsigned issued = 0;
     std::vector<std::string> requests;  // "GET /redfish/v1", "POST ...", "DELETE ..."
+    std::vector<std::string> posted;    // the bodies of POSTs, but the logins'
     std::vector<std::string> authorizations;
     std::map<std::string, std::deque<RedfishReply>> scripted;  // by the whole path asked for
     std::function<void(const std::string& path)> beforeAnswer;
@@ -66,6 +70,8 @@ struct Service {
                         const std::vector<std::string>& headers) {
         requests.push_back(method + " " + path);
         if (beforeAnswer) beforeAnswer(path);
+        if (method == "POST" && path != "/redfish/v1/SessionService/Sessions")
+            posted.push_back(body);
         if (auto it = scripted.find(path); it != scripted.end() && !it->second.empty()) {
             RedfishReply next = it->second.front();
             it->second.pop_front();
@@ -1015,6 +1021,285 @@ TEST(RedfishCurlTransport, SaysWhenTheHostCannotBeReachedOrIsTooSlow) {
             << error.what();
     }
     close(silent);
+}
+
+// --- the logs as status and clear see them ---------------------------------------------------
+
+const char* const kEventLogService = "/redfish/v1/Systems/system/LogServices/EventLog";
+const std::string kClearTarget = std::string(kEventLogService) + "/Actions/LogService.ClearLog";
+
+TEST_F(RedfishSourceTest, FindsTheLogsReadWithTheirCountsAndClearActions) {
+    service.documents[kEventLogService]["Actions"] = {
+        {"#LogService.ClearLog", {{"target", kClearTarget}}}};
+    addEntries(1, 3);
+    auto made = source();
+    std::vector<tool::RedfishLogService> logs = made->findLogs(true);
+    ASSERT_EQ(logs.size(), 1u);
+    EXPECT_EQ(logs[0].path, kEventLogService);
+    EXPECT_EQ(logs[0].name, "EventLog log");
+    EXPECT_EQ(logs[0].id, "EventLog");
+    EXPECT_FALSE(logs[0].chosen);
+    EXPECT_EQ(logs[0].entries, 3ul);
+    EXPECT_EQ(logs[0].maxRecords, 100ul);
+    EXPECT_EQ(logs[0].clearTarget, kClearTarget);
+    // One entry asked for the count.
+    EXPECT_EQ(service.requests.back(), "GET " + std::string(kEventLog) + "?$top=1");
+
+    service.requests.clear();
+    logs = made->findLogs(false);
+    ASSERT_EQ(logs.size(), 1u);
+    EXPECT_FALSE(logs[0].entries);
+    for (const std::string& request : service.requests)
+        EXPECT_EQ(request.find("/Entries"), std::string::npos) << request;
+
+    profile.logs = {"Journal"};
+    logs = source()->findLogs(false);
+    ASSERT_EQ(logs.size(), 1u);
+    EXPECT_EQ(logs[0].name, "Journal log");
+    EXPECT_TRUE(logs[0].chosen);
+    EXPECT_EQ(logs[0].clearTarget, "");
+}
+
+TEST_F(RedfishSourceTest, ClearsALogByPostingAnEmptyObjectToItsActionsTarget) {
+    service.documents[kEventLogService]["Actions"] = {
+        {"#LogService.ClearLog", {{"target", kClearTarget}}}};
+    auto made = source();
+    const tool::RedfishLogService log = made->findLogs(false).at(0);
+    for (const long status : {204L, 200L, 202L}) {
+        service.scripted[kClearTarget].push_back(answer(status));
+        EXPECT_NO_THROW(made->clearLog(log)) << status;
+    }
+    EXPECT_EQ(service.posted, (std::vector<std::string>(3, "{}")));
+    EXPECT_EQ(service.requests.back(), "POST " + kClearTarget);
+
+    // A token the service forgot: logged in again, once.
+    service.scripted[kClearTarget] = {answer(401), answer(204)};
+    const unsigned issued = service.issued;
+    EXPECT_NO_THROW(made->clearLog(log));
+    EXPECT_EQ(service.issued, issued + 1);
+
+    service.scripted[kClearTarget] = {answer(405)};
+    try {
+        made->clearLog(log);
+        ADD_FAILURE() << "no error";
+    } catch (const tool::RedfishError& error) {
+        EXPECT_EQ(error.failure(), Failure::Internal);
+        EXPECT_EQ(std::string(error.what()),
+                  "https://bmc1 answered HTTP 405 for POST " + kClearTarget);
+    }
+    service.scripted[kClearTarget] = {answer(403)};
+    try {
+        made->clearLog(log);
+        ADD_FAILURE() << "no error";
+    } catch (const tool::RedfishError& error) {
+        EXPECT_EQ(error.failure(), Failure::Authentication);
+    }
+}
+
+TEST_F(RedfishSourceTest, SaysALogWithoutTheActionCannotBeCleared) {
+    // A target on another host is not followed either.
+    service.documents[kEventLogService]["Actions"] = {
+        {"#LogService.ClearLog", {{"target", "https://elsewhere" + kClearTarget}}}};
+    auto made = source();
+    const tool::RedfishLogService log = made->findLogs(false).at(0);
+    EXPECT_EQ(log.clearTarget, "");
+    service.requests.clear();
+    try {
+        made->clearLog(log);
+        ADD_FAILURE() << "no error";
+    } catch (const tool::RedfishError& error) {
+        EXPECT_EQ(error.failure(), Failure::NotSupported);
+        EXPECT_EQ(std::string(error.what()),
+                  "https://bmc1: EventLog log cannot be cleared: the service offers no ClearLog "
+                  "action for it");
+    }
+    EXPECT_TRUE(service.requests.empty());
+}
+
+// --- messages of the service's registries ----------------------------------------------------
+
+const char* const kContosoCopy = "/redfish/v1/Registries/Contoso/Contoso";
+
+// The service's registries: Contoso's, whose copy says FanSlow with `text`.
+void contosoRegistry(Service& service, const json& messages) {
+    service.documents["/redfish/v1"]["Registries"] = {{"@odata.id", "/redfish/v1/Registries"}};
+    service.collection("/redfish/v1/Registries", {"/redfish/v1/Registries/Contoso"});
+    service.documents["/redfish/v1/Registries/Contoso"] = {
+        {"Id", "Contoso"},
+        {"Registry", "Contoso.1.0"},
+        {"Location",
+         {{{"Language", "en"},
+           {"Uri", kContosoCopy},
+           {"PublicationUri", "https://contoso.example/Contoso.1.0.0.json"}}}}};
+    service.documents[kContosoCopy] = {{"RegistryPrefix", "Contoso"}, {"Messages", messages}};
+}
+
+json fanSlow(unsigned id) {
+    json e = entry(id);
+    e.erase("Message");
+    e["MessageId"] = "Contoso.1.0.FanSlow";
+    e["MessageArgs"] = {"Fan3", "1200"};
+    return e;
+}
+
+std::size_t countOf(const std::vector<std::string>& requests, const std::string& request) {
+    return static_cast<std::size_t>(std::count(requests.begin(), requests.end(), request));
+}
+
+TEST_F(RedfishSourceTest, WordsAMessageByTheServicesRegistryFetchedOnce) {
+    contosoRegistry(service, {{"FanSlow", {{"Message", "Fan %1 runs at %2 RPM."}}}});
+    service.logs[kEventLog] = {fanSlow(1), fanSlow(2)};
+    auto followed = source();
+    SourcePoll poll = followed->poll(false);
+    ASSERT_EQ(poll.failure, Failure::None) << poll.failureText;
+    ASSERT_EQ(poll.events.size(), 2u);
+    EXPECT_EQ(poll.events[0].message, "Fan Fan3 runs at 1200 RPM.");
+    EXPECT_EQ(poll.events[1].message, "Fan Fan3 runs at 1200 RPM.");
+    service.logs[kEventLog].push_back(fanSlow(3));
+    poll = followed->poll(false);
+    ASSERT_EQ(poll.events.size(), 1u);
+    EXPECT_EQ(poll.events[0].message, "Fan Fan3 runs at 1200 RPM.");
+    EXPECT_EQ(countOf(service.requests, std::string("GET ") + kContosoCopy), 1u);
+    EXPECT_EQ(countOf(service.requests, "GET /redfish/v1/Registries"), 1u);
+    EXPECT_EQ(countOf(service.requests, "GET /redfish/v1/Registries/Contoso"), 1u);
+}
+
+TEST_F(RedfishSourceTest, PrefersTheRegistryOfTheMessagesVersion) {
+    contosoRegistry(service, {{"FanSlow", {{"Message", "one: %1"}}}});
+    service.collection("/redfish/v1/Registries",
+                       {"/redfish/v1/Registries/Contoso", "/redfish/v1/Registries/Contoso2"});
+    service.documents["/redfish/v1/Registries/Contoso2"] = {
+        {"Registry", "Contoso.2.1"}, {"Location", {{{"Uri", "/registries/contoso2.json"}}}}};
+    service.documents["/registries/contoso2.json"] = {
+        {"Messages", {{"FanSlow", {{"Message", "two: %1"}}}}}};
+    json second = fanSlow(2);
+    second["MessageId"] = "Contoso.2.0.FanSlow";
+    json third = fanSlow(3);
+    third["MessageId"] = "Contoso.3.0.FanSlow";  // no such major: the first of that name
+    service.logs[kEventLog] = {fanSlow(1), second, third};
+    const SourcePoll poll = source()->poll(false);
+    ASSERT_EQ(poll.events.size(), 3u);
+    EXPECT_EQ(poll.events[0].message, "one: Fan3");
+    EXPECT_EQ(poll.events[1].message, "two: Fan3");
+    EXPECT_EQ(poll.events[2].message, "one: Fan3");
+}
+
+TEST_F(RedfishSourceTest, IgnoresARegistryThatMakesNoSense) {
+    const std::vector<json> bad = {json::array({"FanSlow"}),
+                                   {{"FanSlow", "Fan %1 runs at %2 RPM."}},
+                                   {{"FanSlow", {{"Message", 7}}}}};
+    for (const json& messages : bad) {
+        SCOPED_TRACE(messages.dump());
+        contosoRegistry(service, messages);
+        service.logs[kEventLog] = {fanSlow(1)};
+        const SourcePoll poll = source()->poll(false);
+        ASSERT_EQ(poll.failure, Failure::None) << poll.failureText;
+        ASSERT_EQ(poll.events.size(), 1u);
+        EXPECT_EQ(poll.events[0].message, "Contoso.1.0.FanSlow: Fan3, 1200");
+    }
+    // Another registry than the file names, and one not JSON.
+    contosoRegistry(service, {{"FanSlow", {{"Message", "Fan %1 runs at %2 RPM."}}}});
+    service.documents[kContosoCopy]["RegistryPrefix"] = "Fabrikam";
+    EXPECT_EQ(source()->poll(false).events.at(0).message, "Contoso.1.0.FanSlow: Fan3, 1200");
+    service.scripted[kContosoCopy].push_back(RedfishReply{200, {}, "{\"Messages\": "});
+    EXPECT_EQ(source()->poll(false).events.at(0).message, "Contoso.1.0.FanSlow: Fan3, 1200");
+    // Without registries at all, the texts the source knows.
+    service = Service{};
+    service.openBmc();
+    json known = fanSlow(1);
+    known["MessageId"] = "OpenBMC.0.1.DCPowerOn";
+    known["MessageArgs"] = json::array();
+    service.logs[kEventLog] = {known};
+    const SourcePoll poll = source()->poll(false);
+    ASSERT_EQ(poll.failure, Failure::None) << poll.failureText;
+    EXPECT_EQ(poll.events.at(0).message, "Host system DC power is on");
+}
+
+TEST_F(RedfishSourceTest, FetchesNoRegistryFromAnotherHost) {
+    contosoRegistry(service, {{"FanSlow", {{"Message", "Fan %1 runs at %2 RPM."}}}});
+    service.documents["/redfish/v1/Registries/Contoso"]["Location"] = {
+        {{"Language", "en"}, {"Uri", std::string("https://elsewhere") + kContosoCopy}}};
+    service.logs[kEventLog] = {fanSlow(1)};
+    const SourcePoll poll = source()->poll(false);
+    EXPECT_EQ(poll.events.at(0).message, "Contoso.1.0.FanSlow: Fan3, 1200");
+    for (const std::string& request : service.requests)
+        EXPECT_EQ(request.find("Contoso/Contoso"), std::string::npos) << request;
+}
+
+// --- a SEL record as an entry's additional data ----------------------------------------------
+
+const std::string kAttachment = std::string(kEventLog) + "/1/attachment";
+
+json selEntryWithData() {
+    json e = entry(1, "as the entry says");
+    e["EntryType"] = "SEL";
+    e["AdditionalDataURI"] = kAttachment;
+    e["DiagnosticDataType"] = "OEM";
+    return e;
+}
+
+RedfishReply dataReply(const std::string& body) {
+    RedfishReply reply;
+    reply.status = 200;
+    reply.headers = {{"Content-Type", "application/octet-stream"}};
+    reply.body = body;
+    return reply;
+}
+
+TEST_F(RedfishSourceTest, ReadsASelRecordFromAnEntrysAdditionalData) {
+    const SourceEvent ipmi = ipmiWordingOf(kSelRecord);
+    const std::vector<std::string> forms = {
+        std::string(reinterpret_cast<const char*>(kSelRecord), 16), hexOf(kSelRecord, 16),
+        "  " + hexOf(kSelRecord, 16) + "\r\n"};
+    for (const std::string& form : forms) {
+        SCOPED_TRACE(form);
+        service.logs[kEventLog] = {selEntryWithData()};
+        service.scripted[kAttachment].push_back(dataReply(form));
+        const SourcePoll poll = source()->poll(false);
+        ASSERT_EQ(poll.failure, Failure::None) << poll.failureText;
+        ASSERT_EQ(poll.events.size(), 1u);
+        EXPECT_EQ(poll.events[0].message, ipmi.message);
+        EXPECT_EQ(poll.events[0].source, ipmi.source);
+        EXPECT_EQ(poll.events[0].timeText, ipmi.timeText);
+        const tool::EventField* eventData = fieldOf(poll.events[0], "eventData");
+        ASSERT_NE(eventData, nullptr);
+        EXPECT_EQ(std::get<std::vector<unsigned>>(eventData->value),
+                  (std::vector<unsigned>{0x59, 0xA0, 0x90}));
+    }
+}
+
+TEST_F(RedfishSourceTest, TakesAnEntryAsItSaysWhereItsAdditionalDataIsNoSelRecord) {
+    const std::vector<RedfishReply> others = {
+        dataReply(std::string(reinterpret_cast<const char*>(kSelRecord), 15)),
+        dataReply(hexOf(kSelRecord, 16) + "00"),
+        dataReply(std::string(30, 'A') + "XY"),
+        dataReply(std::string(2000, '0')),
+        answer(404),
+        answer(500)};
+    for (const RedfishReply& other : others) {
+        SCOPED_TRACE(other.body.substr(0, 40) + " " + std::to_string(other.status));
+        service.logs[kEventLog] = {selEntryWithData()};
+        service.scripted[kAttachment] = {other};
+        const SourcePoll poll = source()->poll(false);
+        ASSERT_EQ(poll.failure, Failure::None) << poll.failureText;
+        EXPECT_TRUE(poll.complete);
+        ASSERT_EQ(poll.events.size(), 1u);
+        EXPECT_EQ(poll.events[0].message, "as the entry says");
+    }
+    // Asked for only of a SEL entry whose record is not in its arguments already.
+    service.requests.clear();
+    json event = selEntryWithData();
+    event["EntryType"] = "Event";
+    json inArgs = selEntryWithData();
+    inArgs["Id"] = "2";
+    inArgs["MessageId"] = "OpenBMC.0.1.SELEntryAdded";
+    inArgs["MessageArgs"] = {hexOf(kSelRecord, 16)};
+    service.logs[kEventLog] = {event, inArgs};
+    const SourcePoll poll = source()->poll(false);
+    ASSERT_EQ(poll.events.size(), 2u);
+    EXPECT_EQ(poll.events[0].message, "as the entry says");
+    EXPECT_EQ(poll.events[1].message, ipmiWordingOf(kSelRecord).message);
+    EXPECT_EQ(countOf(service.requests, "GET " + kAttachment), 0u);
 }
 
 }  // namespace

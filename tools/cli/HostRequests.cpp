@@ -10,6 +10,7 @@
 #include "fleet/IpmiEventSource.h"
 #include "fleet/Polling.h"
 #include "fleet/RedfishClient.h"
+#include "fleet/RedfishEventSource.h"
 
 namespace tool {
 
@@ -94,6 +95,26 @@ std::string sessionText(const Tolmar::SessionReport& session, const ConnectionPr
 
 namespace {
 
+// show: the whole event, source and auxiliary log included, of the entry asked for, the last of
+// that ID; a Redfish entry's ID is its Id, text, as it is given.
+void keepShown(SourcePoll& read, const std::string& id, const std::string& host) {
+    const bool redfish = isRedfishHost(host);
+    const unsigned long number = redfish ? 0 : parseRecordId(id);
+    std::vector<SourceEvent>& events = read.events;
+    events.erase(std::remove_if(events.begin(), events.end(),
+                                [&](const SourceEvent& e) {
+                                    return redfish ? e.id != id : e.number != number;
+                                }),
+                 events.end());
+    if (events.size() > 1) events.erase(events.begin(), events.end() - 1);
+    // An entry not read before the read ended may be there still.
+    if (read.failure != Failure::None || !events.empty() || !read.complete) return;
+    read.failure = Failure::NotFound;
+    read.failureText =
+        redfish ? hostName(host) + " has no entry with Id " + id + " in " + read.health.name
+                : ipmiFailureText(host, IpmiEventLog::EL_NOT_FOUND, Tolmar::CallReport{});
+}
+
 // list, show and raw: the whole log, read by a source without state. Unlike
 // IpmiEventLog::GetAllIpmiEventLog, a read that ended before the log's end, for whatever reason,
 // is incomplete.
@@ -108,22 +129,7 @@ void readWholeLog(const Options& options, const ConnectionProfile& profile, Host
         return;
     }
     SourcePoll read = makeEventSource(profile, readSettingsOf(options))->readWhole();
-    if (command == "show") {
-        // The whole event, source and auxiliary log included, of the record asked for: the last
-        // of that ID.
-        const unsigned long id = parseRecordId(options.arguments.at(0));
-        std::vector<SourceEvent>& events = read.events;
-        events.erase(std::remove_if(events.begin(), events.end(),
-                                    [id](const SourceEvent& e) { return e.number != id; }),
-                     events.end());
-        if (events.size() > 1) events.erase(events.begin(), events.end() - 1);
-        // A record not read before the read ended may be there still.
-        if (read.failure == Failure::None && events.empty() && read.complete) {
-            read.failure = Failure::NotFound;
-            read.failureText =
-                ipmiFailureText(profile.host, IpmiEventLog::EL_NOT_FOUND, Tolmar::CallReport{});
-        }
-    }
+    if (command == "show") keepShown(read, options.arguments.at(0), profile.host);
     takeRead(out, std::move(read), profile.host, filterOf(options));
 }
 
@@ -177,16 +183,82 @@ void request(const Options& options, const ConnectionProfile& profile, HostResul
     takeResult(out, result, command == "delete" ? call : scope.LastCall(), host);
 }
 
+// status -v on a Redfish service: how it was reached and each log read, a line each, indented.
+std::string redfishLogsText(const std::vector<RedfishLogService>& logs,
+                            const std::string& authentication) {
+    std::string text = "  authentication: " + authentication + "\n";
+    for (const RedfishLogService& log : logs) {
+        text += "  log " + (log.path.empty() ? std::string("(outside LogServices)") : log.path) +
+                ": " + log.name;
+        if (!log.id.empty() && log.id != log.name) text += " (Id " + log.id + ")";
+        text += log.chosen ? ", chosen with --log" : ", hardware event log";
+        text += ", " + (log.entries ? std::to_string(*log.entries) : std::string("unknown")) +
+                " entries";
+        if (log.maxRecords) text += " of at most " + std::to_string(*log.maxRecords);
+        text += log.clearTarget.empty() ? ", not clearable\n" : "\n";
+    }
+    return text;
+}
+
+// clear on a Redfish service: each log read, by its ClearLog action. Those that cannot be cleared
+// do not keep the others from it; the worst failure is said, with what was cleared.
+void clearRedfishLogs(RedfishEventSource& source, const std::vector<RedfishLogService>& logs,
+                      HostResult& out) {
+    std::vector<std::string> cleared;
+    for (const RedfishLogService& log : logs) {
+        try {
+            source.clearLog(log);
+            cleared.push_back(log.name);
+            out.note += source.hostName() + ": " + log.name + " cleared\n";
+        } catch (const RedfishError& error) {
+            if (error.failure() > out.failure) {
+                out.failure = error.failure();
+                out.failureText = error.what();
+            }
+        }
+    }
+    if (out.failure != Failure::None && !cleared.empty())
+        out.failureText += " (cleared: " + joined(cleared, ", ") + ")";
+}
+
+// clear and status on a Redfish service: the logs the source reads, found as list finds them.
+void redfishRequest(const Options& options, const ConnectionProfile& profile, HostResult& out) {
+    RedfishEventSource source(profile, readSettingsOf(options));
+    const std::string& command = options.command;
+    try {
+        const std::vector<RedfishLogService> logs =
+            source.findLogs(command == "status" && options.verbose);
+        if (command == "clear") return clearRedfishLogs(source, logs, out);
+        out.note = source.hostName() + ": connected\n";
+        if (options.verbose) out.note += redfishLogsText(logs, source.session().authentication());
+    } catch (const RedfishError& error) {
+        out.failure = error.failure();
+        out.failureText = error.what();
+        out.note.clear();
+    }
+}
+
+// Why a Redfish service has no counterpart of an IPMI request: its entries are the service's own,
+// and come as JSON, not as SEL records.
+std::string redfishRefusal(const std::string& command) {
+    if (command == "delete")
+        return "Redfish has no operation that deletes a log entry: clear empties a whole log";
+    if (command == "add") return "Redfish has no operation that adds a log entry";
+    return "a Redfish service has no " + command +
+           " here: list, show, clear and status reach its logs, follow and serve follow them";
+}
+
 }  // namespace
 
 HostResult run(const Options& options, const ConnectionProfile& profile) {
     HostResult out;
     const std::string& command = options.command;
-    if (isRedfishHost(profile.host) && command != "list" && command != "show") {
-        // The rest are requests of IPMI's SEL.
+    const bool redfish = isRedfishHost(profile.host);
+    if (redfish && (command == "clear" || command == "status")) {
+        redfishRequest(options, profile, out);
+    } else if (redfish && command != "list" && command != "show") {
         out.failure = Failure::NotSupported;
-        out.failureText = profile.host + ": a Redfish service has no " + command +
-                          " here: list and show read its logs, follow and serve follow them";
+        out.failureText = profile.host + ": " + redfishRefusal(command);
     } else if (command == "list" && !options.statePath.empty()) {
         listNewEvents(options, profile, out);
     } else if (command == "list" || command == "show" || command == "raw") {

@@ -23,6 +23,7 @@
 #include "base/TimeText.h"
 #include "base/WordLists.h"
 #include "fleet/ConnectionProfile.h"
+#include "fleet/RedfishClient.h"
 #include "follow/SyslogMessage.h"
 
 namespace tool {
@@ -751,7 +752,11 @@ Options parseOptions(const std::vector<std::string>& args) {
     } else if (arguments.size() != (*command.arguments ? 1u : 0u)) {
         throw UsageError(argumentCountText(command));
     }
-    if (options.command == "show" || options.command == "get") parseRecordId(arguments[0]);
+    // A Redfish entry's ID is its Id, text ("1700000000_1"); a SEL record's is a number.
+    const bool redfishOnly = !options.hosts.empty() &&
+                             std::all_of(options.hosts.begin(), options.hosts.end(), isRedfishHost);
+    if ((options.command == "show" && !redfishOnly) || options.command == "get")
+        parseRecordId(arguments[0]);
     if (options.command == "add") parseHexBytes(arguments[0]);
     for (const Pairing& pairing : kPairings) {
         if (line.given(pairing.option) &&

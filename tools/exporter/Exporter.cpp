@@ -73,9 +73,13 @@ std::vector<std::string> hostsOf(const std::vector<ConnectionProfile>& fleet) {
 }
 
 // Reads the configuration again: SIGHUP, POST /-/reload. A file that cannot be taken leaves the
-// configuration in use, and says why.
-bool reloadModules(ScrapeModules& modules, std::string& reason) {
-    if (modules.reload(reason)) return true;
+// configuration in use, and says why. The targets' sessions end: the next scrape logs in with what
+// the file says now.
+bool reloadModules(ScrapeModules& modules, TargetScrapes& targets, std::string& reason) {
+    if (modules.reload(reason)) {
+        targets.disconnectAll();
+        return true;
+    }
     std::cerr << "ipmi-event-log: the configuration was not read again: " + reason + "\n";
     return false;
 }
@@ -118,7 +122,7 @@ int serve(const ServeSettings& settings) {
     // A body is not needed: `curl -X POST .../-/reload`, which sends none, is taken.
     server->handle("POST", "/-/reload", [&](const HttpRequest&, HttpResponse& response) {
         std::string reason;
-        if (reloadModules(*modules, reason)) return;
+        if (reloadModules(*modules, targets, reason)) return;
         response.status = 500;
         response.contentType = "text/plain; charset=utf-8";
         response.body = reason + "\n";
@@ -154,7 +158,7 @@ int serve(const ServeSettings& settings) {
     std::thread reloader([&] {
         reloadWhenAsked([&] {
             std::string reason;
-            reloadModules(*modules, reason);
+            reloadModules(*modules, targets, reason);
         });
         server->stop();
     });

@@ -8,9 +8,12 @@
 #include <IpmiConnectionSettings.h>
 #include <arpa/inet.h>
 #include <fnmatch.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
+#include <cstring>
 
 namespace tool {
 
@@ -18,11 +21,16 @@ namespace {
 
 // ipmi_exporter's keys, then ours.
 const std::vector<std::string> kModuleKeys = {
-    "user",        "pass",          "privilege",        "driver",
-    "timeout",     "collectors",    "workaround_flags", "exclude_sensor_ids",
-    "custom_args", "collector_cmd", "default_args",     "pass_file",
-    "bmc_key",     "bmc_key_file",  "cipher_suite",     "port",
-    "hosts",       "rendering"};
+    "user", "pass", "privilege", "driver", "timeout", "collectors", "workaround_flags",
+    "exclude_sensor_ids", "custom_args", "collector_cmd", "default_args", "pass_file", "bmc_key",
+    "bmc_key_file", "cipher_suite", "port", "hosts", "rendering",
+    // The transport, and a Redfish module's own keys.
+    "transport", "scheme", "ca_file", "insecure", "logs"};
+// What only IPMI's sessions take, and what only a Redfish service's connection does: a module of
+// the other transport giving one is a mistake, not a key to pass over.
+const std::vector<std::string> kIpmiKeys = {"privilege", "driver",       "cipher_suite",
+                                            "bmc_key",   "bmc_key_file", "workaround_flags"};
+const std::vector<std::string> kRedfishKeys = {"scheme", "ca_file", "insecure", "logs"};
 // ipmi_exporter's keys that tune FreeIPMI's commands, which we do not run.
 const std::vector<std::string> kUnusedKeys = {"exclude_sensor_ids", "custom_args", "collector_cmd",
                                               "default_args"};
@@ -68,8 +76,11 @@ public:
     }
 
     ExporterModule read() {
-        if (const YamlEntry* user = find("user")) module_.user = boundedText(*user, kMaxUserBytes);
-        if (auto password = secret("pass", "pass_file", kMaxPasswordBytes)) {
+        if (const YamlEntry* transport = find("transport")) readTransport(*transport);
+        checkTransportKeys();
+        if (const YamlEntry* user = find("user"))
+            module_.user = boundedText(*user, ipmiBound(kMaxUserBytes));
+        if (auto password = secret("pass", "pass_file", ipmiBound(kMaxPasswordBytes))) {
             module_.password = *password;
         }
         module_.bmcKey = secret("bmc_key", "bmc_key_file", kMaxBmcKeyBytes);
@@ -80,9 +91,8 @@ public:
                 file_.number(*timeout, 1, kMaxTimeoutMs, "a number of milliseconds"));
         }
         if (const YamlEntry* suite = find("cipher_suite")) readCipherSuite(*suite);
-        if (const YamlEntry* port = find("port")) {
-            module_.port = static_cast<unsigned short>(file_.number(*port, 1, 65535, "a UDP port"));
-        }
+        if (const YamlEntry* port = find("port")) readPort(*port);
+        if (module_.redfish) readRedfish(*module_.redfish);
         if (const YamlEntry* rendering = find("rendering")) readRendering(*rendering);
         if (const YamlEntry* hosts = find("hosts")) {
             readHosts(*hosts);
@@ -102,6 +112,100 @@ public:
 
 private:
     const YamlEntry* find(const std::string& key) const { return findEntry(keys_, key); }
+
+    // IPMI's bound on a credential's length; a Redfish service's are its own, and the file's
+    // size bounds them here.
+    std::size_t ipmiBound(std::size_t bytes) const {
+        return module_.redfish ? std::string::npos : bytes;
+    }
+
+    // ipmi, the default, or redfish.
+    void readTransport(const YamlEntry& entry) {
+        const std::string given = file_.text(entry);
+        if (given == "redfish") {
+            module_.redfish.emplace();
+        } else if (given != "ipmi") {
+            throw file_.error(entry, quoted(given) + " is not ipmi or redfish");
+        }
+    }
+
+    // The first key, in the file's order, that the module's transport has no use for.
+    void checkTransportKeys() const {
+        for (const YamlEntry& entry : keys_) {
+            const std::string& key = entry.key.Scalar();
+            if (module_.redfish && contains(kIpmiKeys, key)) {
+                throw file_.error(entry,
+                                  "is an IPMI key, of no use to a module of transport: redfish");
+            }
+            if (!module_.redfish && contains(kRedfishKeys, key)) {
+                throw file_.error(entry,
+                                  "is a Redfish key, of no use to a module of transport: ipmi "
+                                  "(the default); say transport: redfish");
+            }
+        }
+    }
+
+    // IPMI's UDP port, or the TCP port of a Redfish service.
+    void readPort(const YamlEntry& entry) {
+        if (module_.redfish) {
+            module_.redfish->port =
+                static_cast<unsigned short>(file_.number(entry, 1, 65535, "a TCP port"));
+        } else {
+            module_.port = static_cast<unsigned short>(file_.number(entry, 1, 65535, "a UDP port"));
+        }
+    }
+
+    void readRedfish(RedfishModule& redfish) {
+        if (const YamlEntry* scheme = find("scheme")) {
+            const std::string given = file_.text(*scheme);
+            if (given != "https" && given != "http")
+                throw file_.error(*scheme, quoted(given) + " is not https or http");
+            redfish.scheme = given;
+        }
+        readCertificateChecks(redfish);
+        if (const YamlEntry* logs = find("logs")) {
+            for (const YamlEntry& element : file_.elements(*logs)) {
+                std::string log = file_.text(element);
+                if (log.empty()) throw file_.error(element, "an empty name names no log");
+                redfish.logs.push_back(std::move(log));
+            }
+        }
+    }
+
+    // How the services' certificates are checked: against ca_file's authorities, the system's,
+    // or not at all (insecure, warned of).
+    void readCertificateChecks(RedfishModule& redfish) {
+        const YamlEntry* caFile = find("ca_file");
+        const YamlEntry* insecure = find("insecure");
+        if (caFile) redfish.caFile = readableFile(*caFile);
+        if (insecure) redfish.insecure = file_.boolean(*insecure);
+        // Plain HTTP has no certificate to check, with authorities or without.
+        const YamlEntry* certificateKey = caFile ? caFile : redfish.insecure ? insecure : nullptr;
+        if (certificateKey && redfish.scheme == "http") {
+            throw file_.error(*certificateKey,
+                              "a module of scheme: http has no certificates to check");
+        }
+        if (!redfish.insecure) return;
+        if (caFile) {
+            throw file_.error(*insecure,
+                              "both ca_file and insecure: true are given; keep one of them");
+        }
+        warnings_.push_back(file_.message(
+            *insecure,
+            "the certificates of the module's Redfish services are not checked; anyone between "
+            "here and them can read the password and change what they answer"));
+    }
+
+    // A file named beside the configuration, which the exporter can read now.
+    std::string readableFile(const YamlEntry& entry) const {
+        const std::string path = file_.pathBeside(file_.text(entry));
+        if (path.empty()) throw file_.error(entry, "the file name is empty");
+        if (::access(path.c_str(), R_OK) != 0) {
+            const int error = errno;
+            throw file_.error(entry, "cannot read " + path + ": " + std::strerror(error));
+        }
+        return path;
+    }
 
     std::string boundedText(const YamlEntry& entry, std::size_t maxBytes) const {
         std::string value = file_.text(entry);
@@ -411,6 +515,19 @@ ScrapeTarget parseScrapeTarget(const std::string& target) {
     const std::optional<std::string> address = ipv6Address(split.host);
     if (!address) badTarget(target, quoted(split.host) + " is not an IPv6 address");
     return {*address, split.port};
+}
+
+unsigned short RedfishModule::schemePort() const { return scheme == "http" ? 80 : 443; }
+
+unsigned short RedfishModule::defaultPort() const { return port.value_or(schemePort()); }
+
+std::string redfishServiceUrl(const ScrapeTarget& target, const RedfishModule& module) {
+    const bool ipv6 = target.host.find(':') != std::string::npos;
+    std::string url = module.scheme + "://" + (ipv6 ? "[" + target.host + "]" : target.host);
+    // The scheme's own port is left out, so that "bmc1" and "bmc1:443" are one URL: one session.
+    const unsigned short port = target.port.value_or(module.defaultPort());
+    if (port != module.schemePort()) url += ":" + std::to_string(port);
+    return url;
 }
 
 std::string canonicalTarget(const ScrapeTarget& target, unsigned short modulePort) {

@@ -16,8 +16,24 @@
 
 namespace tool {
 
+// How a module of `transport: redfish` reaches its targets' Redfish services.
+struct RedfishModule {
+    std::string scheme = "https";        // or "http", which sends the password in the clear
+    std::optional<unsigned short> port;  // none: the scheme's (443, 80)
+    std::string caFile;     // PEM authorities the services' certificates are checked against
+    bool insecure = false;  // the certificates are not checked at all
+    std::vector<std::string> logs;  // by Id or name; empty: the hardware event logs found
+
+    // The scheme's own port: 443, or 80 for http.
+    unsigned short schemePort() const;
+    // The port a target that names none is reached at: the module's, else the scheme's.
+    unsigned short defaultPort() const;
+};
+
 struct ExporterModule {
     std::string name;
+    // `transport: redfish`; none: IPMI, whose keys below apply
+    std::optional<RedfishModule> redfish;
     std::string user;
     std::string password;
     std::string privilege;              // admin, operator, user; empty: the highest the BMC grants
@@ -25,7 +41,7 @@ struct ExporterModule {
     std::optional<unsigned short> cipherSuite;  // an ID, or Tolmar::ConnectionSettings's auto
     std::vector<std::string> workarounds;       // workaround_flags the library takes
     std::optional<std::string> bmcKey;          // K_g, as text
-    unsigned short port = 623;
+    unsigned short port = 623;                  // IPMI's; a Redfish module's is its own
     // How its targets' events are worded (the severities counted); unset: as the command line says
     std::optional<Rendering> rendering;
     // Shell patterns of the targets' hosts the module may reach, matched against the whole host
@@ -76,5 +92,9 @@ ScrapeTarget parseScrapeTarget(const std::string& target);
 // One spelling for each BMC, so that "BMC1", "bmc1" and "bmc1:623" (the module's port) are one
 // target: the host as parsed, and the port only when it is not `modulePort`.
 std::string canonicalTarget(const ScrapeTarget& target, unsigned short modulePort);
+
+// The URL of `target`'s Redfish service, "https://HOST[:PORT]" (an IPv6 address in brackets): the
+// port the target names, else the module's; none where that is the scheme's own.
+std::string redfishServiceUrl(const ScrapeTarget& target, const RedfishModule& module);
 
 }  // namespace tool

@@ -20,6 +20,23 @@ TargetConnection targetConnection(ConnectionProfile profile, const ReadSettings&
     return connection;
 }
 
+// How a module of transport: redfish reaches `target`: at the URL of its service, the module's
+// certificate settings and logs in place of the command line's. Its target is spelt without the
+// port that the URL would take anyway.
+TargetConnection redfishConnection(ConnectionProfile profile, const ReadSettings& read,
+                                   const ScrapeTarget& target, const RedfishModule& redfish) {
+    TargetConnection connection;
+    connection.target = canonicalTarget(target, redfish.defaultPort());
+    profile.host = redfishServiceUrl(target, redfish);
+    profile.port = target.port.value_or(redfish.defaultPort());  // where the URL leads
+    profile.caFile = redfish.caFile;
+    profile.insecure = redfish.insecure;
+    profile.logs = redfish.logs;
+    connection.profile = std::move(profile);
+    connection.read = read;
+    return connection;
+}
+
 // The file's warnings, said once for each reading.
 std::shared_ptr<const ExporterConfig> readConfig(const std::string& path) {
     auto config = std::make_shared<const ExporterConfig>(loadExporterConfig(path));
@@ -100,7 +117,9 @@ bool ScrapeModules::resolve(const TargetKey& key, TargetConnection& connection,
     if (module.timeoutMs) profile.sessionTimeout = std::chrono::milliseconds(*module.timeoutMs);
     ReadSettings read = defaults_.read;
     if (module.rendering) read.rendering = *module.rendering;
-    connection = targetConnection(std::move(profile), read, target);
+    connection = module.redfish
+                     ? redfishConnection(std::move(profile), read, target, *module.redfish)
+                     : targetConnection(std::move(profile), read, target);
     connection.limits = config->targets;
     return true;
 }

@@ -53,6 +53,7 @@ struct TargetScrapes::Target {
     std::optional<std::shared_future<void>> polling;  // the poll under way
     std::thread poller;                               // its thread, or the last one's
     std::unique_ptr<EventSource> source;
+    bool disconnectAfterPoll = false;  // asked while the poll was under way
     FleetMetrics metrics;
     bool up = false;  // whether the last poll succeeded
     LogHealth health;
@@ -123,10 +124,7 @@ std::string TargetScrapes::scrape(const TargetKey& key, const TargetConnection& 
             target->polling = done->get_future().share();
             polls_.enqueue([this, target, followed, connection, limit, done] {
                 this->poll(*target, followed, connection, limit);
-                {
-                    std::lock_guard<std::mutex> lock(target->mutex);
-                    target->polling.reset();
-                }
+                pollEnded(*target);
                 done->set_value();
             });
         }
@@ -136,6 +134,29 @@ std::string TargetScrapes::scrape(const TargetKey& key, const TargetConnection& 
     std::lock_guard<std::mutex> lock(target->mutex);
     return target->metrics.text() +
            ipmiExporterText(ended && target->up, secondsSince(started), target->health);
+}
+
+void TargetScrapes::pollEnded(Target& target) {
+    std::lock_guard<std::mutex> lock(target.mutex);
+    target.polling.reset();
+    if (target.disconnectAfterPoll && target.source) target.source->disconnect();
+    target.disconnectAfterPoll = false;
+}
+
+void TargetScrapes::disconnectAll() {
+    std::vector<std::shared_ptr<Target>> targets;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        for (const auto& entry : targets_) targets.push_back(entry.second);
+    }
+    // A poll starts only under the target's lock, so none starts while its source disconnects.
+    for (const std::shared_ptr<Target>& target : targets) {
+        std::lock_guard<std::mutex> lock(target->mutex);
+        if (target->polling)
+            target->disconnectAfterPoll = true;
+        else if (target->source)
+            target->source->disconnect();
+    }
 }
 
 void TargetScrapes::poll(Target& target, const TargetKey& key, const TargetConnection& connection,

@@ -60,6 +60,10 @@ public:
                        std::chrono::milliseconds limit);
     // How many targets are followed, not counting those due to be forgotten.
     std::size_t size() const;
+    // Ends what the targets' sources keep open at their BMCs (Redfish sessions), as a
+    // configuration read again may have changed the credentials: at once where no poll is under
+    // way, else when it ends. Each target's place is kept.
+    void disconnectAll();
 
 private:
     struct Target;
@@ -68,6 +72,7 @@ private:
     void forgetUnscraped(std::chrono::steady_clock::time_point now);
     void poll(Target& target, const TargetKey& key, const TargetConnection& connection,
               std::chrono::milliseconds limit) const;
+    static void pollEnded(Target& target);
     std::string statePath(const TargetKey& key, const EventSource& source) const;
 
     std::string stateDirectory_;

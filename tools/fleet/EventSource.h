@@ -128,6 +128,9 @@ public:
     // From the next poll on, reaches the host and reads its log so (other credentials, a shorter
     // timeout, from a configuration read again), its place kept.
     virtual void reconfigure(const ConnectionProfile& profile, const ReadSettings& settings) = 0;
+    // Ends what the source keeps open at its host between polls (a Redfish session); the next
+    // poll opens it again. Never throws.
+    virtual void disconnect() {}
     // Takes up the place kept in `path`; the warning that says why it cannot (no file yet is no
     // warning, and the whole log is read).
     virtual std::string loadState(const std::string& path) = 0;

@@ -132,7 +132,11 @@ RedfishReply CurlTransport::request(const std::string& method, const std::string
     Reception in;
     char error[CURL_ERROR_SIZE] = {};
     HeaderList lines;
-    lines.add("Accept: application/json");
+    // The caller's Accept (of a body that is not JSON) instead of ours.
+    const bool accepts = std::any_of(headers.begin(), headers.end(), [](const std::string& line) {
+        return sameText(line.substr(0, 7), "Accept:");
+    });
+    if (!accepts) lines.add("Accept: application/json");
     lines.add("OData-Version: 4.0");
     if (!body.empty()) lines.add("Content-Type: application/json");
     for (const std::string& line : headers) lines.add(line);
@@ -236,12 +240,15 @@ std::vector<std::string> RedfishSession::authHeaders() const {
 }
 
 RedfishReply RedfishSession::send(const std::string& method, const std::string& firstPath,
-                                  const std::string& body) {
+                                  const std::string& body,
+                                  const std::vector<std::string>& extraHeaders) {
     std::string path = firstPath;
     bool waited = false;
+    std::vector<std::string> headers = authHeaders();
+    headers.insert(headers.end(), extraHeaders.begin(), extraHeaders.end());
     for (int redirects = 0;;) {
         ++requests_;
-        RedfishReply response = transport_->request(method, path, body, authHeaders());
+        RedfishReply response = transport_->request(method, path, body, headers);
         if (isRedirect(response.status)) {
             const std::string next = pathOf(response.header("Location"));
             if (next.empty()) {
@@ -306,17 +313,24 @@ void RedfishSession::login() {
                        host_ + ": logging in failed: HTTP " + std::to_string(response.status));
 }
 
-nlohmann::json RedfishSession::get(const std::string& path) {
+RedfishReply RedfishSession::exchange(const std::string& method, const std::string& path,
+                                      const std::string& body,
+                                      const std::vector<std::string>& extraHeaders) {
     if (auth_ == Auth::Pending) login();
-    RedfishReply response = send("GET", path, "");
+    RedfishReply response = send(method, path, body, extraHeaders);
     // A token the service forgot (a restart, an idle timeout): log in again, once.
     if (response.status == 401 && auth_ == Auth::Session) {
         auth_ = Auth::Pending;
         token_.clear();
         sessionPath_.clear();
         login();
-        response = send("GET", path, "");
+        response = send(method, path, body, extraHeaders);
     }
+    return response;
+}
+
+void RedfishSession::check(const RedfishReply& response, const std::string& method,
+                           const std::string& path, const std::vector<long>& accepted) const {
     const std::string status = std::to_string(response.status);
     if (response.status == 401 || response.status == 403) {
         throw RedfishError(Failure::Authentication, "authentication refused by " + host_ +
@@ -325,11 +339,19 @@ nlohmann::json RedfishSession::get(const std::string& path) {
     }
     if (response.status == 404)
         throw RedfishError(Failure::NotFound, host_ + " has no " + path + " (HTTP 404)");
-    if (response.status < 200 || response.status >= 300) {
+    const bool success = accepted.empty() ? response.status >= 200 && response.status < 300
+                                          : std::find(accepted.begin(), accepted.end(),
+                                                      response.status) != accepted.end();
+    if (!success) {
         throw RedfishError(Failure::Internal,
-                           host_ + " answered HTTP " + status + " for GET " + path,
+                           host_ + " answered HTTP " + status + " for " + method + " " + path,
                            response.status);
     }
+}
+
+nlohmann::json RedfishSession::get(const std::string& path) {
+    const RedfishReply response = exchange("GET", path, "");
+    check(response, "GET", path);
     nlohmann::json document = nlohmann::json::parse(response.body, nullptr, false);
     if (document.is_discarded())
         throw RedfishError(Failure::Internal, host_ + ": the answer for " + path + " is not JSON");
@@ -338,6 +360,36 @@ nlohmann::json RedfishSession::get(const std::string& path) {
                            host_ + ": the answer for " + path + " is not a JSON object");
     }
     return document;
+}
+
+std::string RedfishSession::getData(const std::string& path, std::size_t limit) {
+    const RedfishReply response = exchange("GET", path, "", {"Accept: */*"});
+    check(response, "GET", path);
+    if (response.body.size() > limit) {
+        throw RedfishError(Failure::Internal, host_ + ": the answer for " + path +
+                                                  " is larger than " + std::to_string(limit) +
+                                                  " bytes");
+    }
+    return response.body;
+}
+
+void RedfishSession::post(const std::string& path, const nlohmann::json& body) {
+    const RedfishReply response = exchange("POST", path, body.dump());
+    check(response, "POST", path, {200, 202, 204});
+}
+
+std::string RedfishSession::authentication() const {
+    switch (auth_) {
+        case Auth::Session:
+            return "Redfish session";
+        case Auth::Basic:
+            return "basic authentication";
+        case Auth::None:
+            return "none";
+        case Auth::Pending:
+            break;
+    }
+    return "not yet";
 }
 
 void RedfishSession::logout() {

@@ -81,6 +81,15 @@ public:
     // The JSON object at `path`; throws RedfishError for a failed request, a status other than
     // 2xx, or a body that is not a JSON object.
     nlohmann::json get(const std::string& path);
+    // The body at `path` as it comes (a log entry's additional data); throws RedfishError as get
+    // does for a failed request or a status other than 2xx, and for a body over `limit` bytes.
+    std::string getData(const std::string& path, std::size_t limit);
+    // POSTs the JSON `body` to `path` (an action's target); throws RedfishError for a failed
+    // request or a status other than 200, 202 (accepted, done later) and 204.
+    void post(const std::string& path, const nlohmann::json& body);
+    // How the requests are authenticated: "Redfish session", "basic authentication", "none", or
+    // "not yet" before the first request.
+    std::string authentication() const;
     // Ends the session the service keeps for us, if any (DELETE of its Location); never throws.
     void logout();
 
@@ -93,7 +102,16 @@ private:
     enum class Auth { None, Pending, Session, Basic };
 
     void login();
-    RedfishReply send(const std::string& method, const std::string& path, const std::string& body);
+    RedfishReply send(const std::string& method, const std::string& path, const std::string& body,
+                      const std::vector<std::string>& extraHeaders = {});
+    // A request as the user: logged in first, and once more when the service forgot the token.
+    RedfishReply exchange(const std::string& method, const std::string& path,
+                          const std::string& body,
+                          const std::vector<std::string>& extraHeaders = {});
+    // Throws RedfishError for an answer whose status is not one of `accepted` (any 2xx when
+    // empty).
+    void check(const RedfishReply& response, const std::string& method, const std::string& path,
+               const std::vector<long>& accepted = {}) const;
     std::vector<std::string> authHeaders() const;
 
     std::unique_ptr<RedfishTransport> transport_;

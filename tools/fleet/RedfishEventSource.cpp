@@ -1,6 +1,5 @@
 #include "fleet/RedfishEventSource.h"
 
-#include <IpmiSelDecoding.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -12,10 +11,9 @@
 #include <cstring>
 #include <map>
 #include <set>
+#include <tuple>
 
 #include "base/BoundedFile.h"
-#include "base/TimeText.h"
-#include "fleet/IpmiEventSource.h"
 
 namespace tool {
 
@@ -32,398 +30,6 @@ std::string lowered(std::string text) {
     for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return text;
 }
-
-bool allDigits(const std::string& text) {
-    return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
-        return std::isdigit(static_cast<unsigned char>(c));
-    });
-}
-
-// The member `key` of an entry where it is text; none where it is absent or null. Throws for
-// another type.
-std::optional<std::string> textMember(const json& object, const char* key) {
-    const auto it = object.find(key);
-    if (it == object.end() || it->is_null()) return std::nullopt;
-    if (!it->is_string()) throw RedfishEntryError(std::string("its ") + key + " is not text");
-    return it->get<std::string>();
-}
-
-// A whole number of zero or more, as JSON's parser or a literal gives it; none for anything else.
-std::optional<unsigned long> wholeNumber(const json& value) {
-    if (value.is_number_unsigned()) return value.get<unsigned long>();
-    if (value.is_number_integer() && value.get<long long>() >= 0)
-        return static_cast<unsigned long>(value.get<long long>());
-    return std::nullopt;
-}
-
-std::optional<unsigned long> numberMember(const json& object, const char* key) {
-    const auto it = object.find(key);
-    if (it == object.end() || it->is_null()) return std::nullopt;
-    const std::optional<unsigned long> number = wholeNumber(*it);
-    if (!number) throw RedfishEntryError(std::string("its ") + key + " is not a whole number");
-    return number;
-}
-
-// The "@odata.id" of a link member ({"@odata.id": "/redfish/v1/..."}); empty where there is none.
-std::string linkMember(const json& object, const char* key) {
-    const auto it = object.find(key);
-    if (it == object.end() || !it->is_object()) return "";
-    const auto id = it->find("@odata.id");
-    if (id == it->end() || !id->is_string()) return "";
-    return id->get<std::string>();
-}
-
-// "%N" placeholders (N from 1, at most two digits) replaced by `args`; one naming no argument is
-// kept as it is.
-std::string substituted(const std::string& text, const std::vector<std::string>& args) {
-    std::string out;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '%') {
-            std::size_t end = i + 1;
-            while (end < text.size() && end - i <= 2 &&
-                   std::isdigit(static_cast<unsigned char>(text[end])))
-                ++end;
-            if (end > i + 1) {
-                const unsigned long n = std::stoul(text.substr(i + 1, end - i - 1));
-                if (n >= 1 && n <= args.size()) {
-                    out += args[n - 1];
-                    i = end - 1;
-                    continue;
-                }
-            }
-        }
-        out += text[i];
-    }
-    return out;
-}
-
-struct KnownMessage {
-    const char* registry;
-    const char* key;
-    const char* text;
-};
-
-// The messages of the registries this source words itself where an entry carries only the ID:
-// OpenBMC's, as its BMCs log them in their event log.
-constexpr KnownMessage kKnownMessages[] = {
-    {"OpenBMC", "DCPowerOn", "Host system DC power is on"},
-    {"OpenBMC", "DCPowerOff", "Host system DC power is off"},
-    {"OpenBMC", "ResetButtonPressed", "Reset Button Pressed."},
-    {"OpenBMC", "SELEntryAdded", "SEL Entry Added: %1"},
-    {"OpenBMC", "PowerSupplyFanFailed", "Power supply %1 fan %2 failed."},
-    {"OpenBMC", "SensorThresholdCriticalHighGoingHigh",
-     "%1 sensor crossed a critical high threshold going high. Reading=%2 Threshold=%3."},
-};
-
-// "0x2c" and the like as the number it is.
-std::optional<unsigned long> hexNumber(const std::string& text) {
-    if (text.size() < 3 || text.size() > 10 || text[0] != '0' || (text[1] != 'x' && text[1] != 'X'))
-        return std::nullopt;
-    unsigned long value = 0;
-    for (std::size_t i = 2; i < text.size(); ++i) {
-        const int digit = std::isdigit(static_cast<unsigned char>(text[i])) ? text[i] - '0'
-                          : std::isxdigit(static_cast<unsigned char>(text[i]))
-                              ? std::tolower(static_cast<unsigned char>(text[i])) - 'a' + 10
-                              : -1;
-        if (digit < 0) return std::nullopt;
-        value = value * 16 + static_cast<unsigned long>(digit);
-    }
-    return value;
-}
-
-std::optional<std::vector<std::uint8_t>> hexBytes(const std::string& text) {
-    if (text.size() % 2 != 0) return std::nullopt;
-    std::vector<std::uint8_t> bytes;
-    for (std::size_t i = 0; i < text.size(); i += 2) {
-        const std::optional<unsigned long> byte = hexNumber("0x" + text.substr(i, 2));
-        if (!byte) return std::nullopt;
-        bytes.push_back(static_cast<std::uint8_t>(*byte));
-    }
-    return bytes;
-}
-
-std::vector<std::string> messageArgs(const json& entry) {
-    std::vector<std::string> args;
-    const auto it = entry.find("MessageArgs");
-    if (it == entry.end() || it->is_null()) return args;
-    if (!it->is_array()) throw RedfishEntryError("its MessageArgs is not a list");
-    for (const json& arg : *it) {
-        if (!arg.is_string()) throw RedfishEntryError("its MessageArgs holds other than text");
-        args.push_back(arg.get<std::string>());
-    }
-    return args;
-}
-
-// The IPMI SEL record an entry carries, where it carries one. OpenBMC logs each record added
-// through IPMI (Add SEL Entry, Platform Event) as the message OpenBMC.0.1.SELEntryAdded, whose
-// argument is the record in hexadecimal: the whole 16 bytes, or the 8 bytes of a platform event
-// (generator, event message revision, sensor type and number, event direction and type, event
-// data 1-3), which are put into a system event record (IPMI v2.0 table 32-1) with the entry's
-// number as record ID and its time as time stamp.
-std::optional<std::array<std::uint8_t, 16>> selRecordOf(const std::string& messageId,
-                                                        const std::vector<std::string>& args,
-                                                        std::optional<unsigned long> number,
-                                                        std::optional<std::time_t> moment) {
-    if (!endsWith(messageId, ".SELEntryAdded") || args.size() != 1) return std::nullopt;
-    const std::optional<std::vector<std::uint8_t>> bytes = hexBytes(args[0]);
-    if (!bytes) return std::nullopt;
-    std::array<std::uint8_t, 16> record{};
-    if (bytes->size() == record.size()) {
-        std::copy(bytes->begin(), bytes->end(), record.begin());
-        return record;
-    }
-    constexpr std::size_t kPlatformEvent = 8;
-    if (bytes->size() != kPlatformEvent) return std::nullopt;
-    const unsigned long id = number.value_or(0) & 0xFFFF;
-    const std::uint32_t stamp = moment && *moment >= 0 && *moment < 0xFFFFFFFF
-                                    ? static_cast<std::uint32_t>(*moment)
-                                    : 0xFFFFFFFF;
-    const std::vector<std::uint8_t>& b = *bytes;
-    record = {static_cast<std::uint8_t>(id & 0xFF),
-              static_cast<std::uint8_t>(id >> 8),
-              0x02,  // system event record
-              static_cast<std::uint8_t>(stamp & 0xFF),
-              static_cast<std::uint8_t>((stamp >> 8) & 0xFF),
-              static_cast<std::uint8_t>((stamp >> 16) & 0xFF),
-              static_cast<std::uint8_t>(stamp >> 24),
-              b[0],  // generator ID: the requester's address, on channel 0 LUN 0
-              0x00,
-              b[1],
-              b[2],
-              b[3],
-              b[4],
-              b[5],
-              b[6],
-              b[7]};
-    return record;
-}
-
-// An IPMI record as the IPMI source words it (its Ipmi rendering, without filters or auxiliary
-// log, which Redfish does not give).
-SourceEvent ipmiWorded(const std::array<std::uint8_t, 16>& bytes) {
-    Tolmar::FollowedEvent followed;
-    static_assert(sizeof followed.entry == 16, "a SEL record is 16 bytes");
-    std::memcpy(&followed.entry, bytes.data(), bytes.size());
-    followed.record = Tolmar::SelDecoder({}).decode(bytes);
-    followed.event.recordId = followed.record.recordId;
-    followed.event.timeStamp = Tolmar::selTimeText(followed.record);
-    followed.event.message = followed.record.description;
-    followed.event.source = followed.record.source;
-    return ipmiEvent(followed, Rendering::Ipmi);
-}
-
-Severity severityOf(const std::optional<std::string>& text) {
-    if (!text) return Severity::Info;
-    if (*text == "Critical") return Severity::Critical;
-    if (*text == "Warning") return Severity::Warning;
-    return Severity::Info;
-}
-
-// The fields in the order of the source's columns.
-void orderFields(std::vector<EventField>& fields) {
-    const std::vector<std::string>& order = redfishEventColumns().facts;
-    const auto rank = [&order](const EventField& field) {
-        return std::find(order.begin(), order.end(), field.key) - order.begin();
-    };
-    std::stable_sort(fields.begin(), fields.end(),
-                     [&](const EventField& a, const EventField& b) { return rank(a) < rank(b); });
-}
-
-}  // namespace
-
-std::optional<std::time_t> parseRedfishTime(const std::string& text) {
-    // YYYY-MM-DDThh:mm:ss, then fractions, then Z or +hh:mm / -hh:mm.
-    const auto digitsAt = [&text](std::size_t at, std::size_t count) -> std::optional<int> {
-        if (at + count > text.size()) return std::nullopt;
-        int value = 0;
-        for (std::size_t i = at; i < at + count; ++i) {
-            if (!std::isdigit(static_cast<unsigned char>(text[i]))) return std::nullopt;
-            value = value * 10 + (text[i] - '0');
-        }
-        return value;
-    };
-    const auto charAt = [&text](std::size_t at, char c) {
-        return at < text.size() && text[at] == c;
-    };
-    const auto year = digitsAt(0, 4), month = digitsAt(5, 2), day = digitsAt(8, 2),
-               hour = digitsAt(11, 2), minute = digitsAt(14, 2), second = digitsAt(17, 2);
-    if (!year || !month || !day || !hour || !minute || !second || !charAt(4, '-') ||
-        !charAt(7, '-') || !(charAt(10, 'T') || charAt(10, ' ')) || !charAt(13, ':') ||
-        !charAt(16, ':'))
-        return std::nullopt;
-    // Years a clock can name to the nanosecond, as the events' times are kept.
-    if (*year < 1900 || *year > 2199 || *month < 1 || *month > 12 || *day < 1 || *day > 31 ||
-        *hour > 23 || *minute > 59 || *second > 60)
-        return std::nullopt;
-    std::size_t at = 19;
-    if (charAt(at, '.')) {
-        ++at;
-        const std::size_t digits = at;
-        while (at < text.size() && std::isdigit(static_cast<unsigned char>(text[at]))) ++at;
-        if (at == digits) return std::nullopt;
-    }
-    long offset = 0;
-    if (charAt(at, 'Z') || charAt(at, 'z')) {
-        ++at;
-    } else if (charAt(at, '+') || charAt(at, '-')) {
-        const auto hours = digitsAt(at + 1, 2), minutes = digitsAt(at + 4, 2);
-        if (!hours || !minutes || !charAt(at + 3, ':') || *hours > 23 || *minutes > 59)
-            return std::nullopt;
-        offset = (*hours * 60L + *minutes) * 60L * (text[at] == '-' ? -1 : 1);
-        at += 6;
-    }
-    if (at != text.size()) return std::nullopt;
-    std::tm fields{};
-    fields.tm_year = *year - 1900;
-    fields.tm_mon = *month - 1;
-    fields.tm_mday = *day;
-    fields.tm_hour = *hour;
-    fields.tm_min = *minute;
-    fields.tm_sec = *second;
-    // The wall time at that offset from UTC: UTC is that much earlier.
-    return timegm(&fields) - offset;
-}
-
-std::string redfishMessageText(const std::string& messageId, const std::vector<std::string>& args) {
-    const std::string registry = messageId.substr(0, messageId.find('.'));
-    const std::string key = messageId.substr(messageId.rfind('.') + 1);
-    for (const KnownMessage& known : kKnownMessages)
-        if (registry == known.registry && key == known.key) return substituted(known.text, args);
-    std::string text = messageId;
-    for (std::size_t i = 0; i < args.size(); ++i) text += (i == 0 ? ": " : ", ") + args[i];
-    return text;
-}
-
-SourceEvent redfishEvent(const json& entry, const std::string& log) {
-    if (!entry.is_object()) throw RedfishEntryError("an entry is not a JSON object");
-    SourceEvent event;
-    const auto id = entry.find("Id");
-    if (id == entry.end()) throw RedfishEntryError("an entry has no Id");
-    if (id->is_string()) {
-        event.id = id->get<std::string>();
-    } else if (const std::optional<unsigned long> number = wholeNumber(*id)) {
-        event.id = std::to_string(*number);
-    } else {
-        throw RedfishEntryError("an entry's Id is neither text nor a whole number");
-    }
-    if (event.id.empty()) throw RedfishEntryError("an entry's Id is empty");
-    if (allDigits(event.id) && event.id.size() <= 18) event.number = std::stoul(event.id);
-
-    const std::optional<std::string> created = textMember(entry, "Created");
-    const std::optional<std::string> stamp = textMember(entry, "EventTimestamp");
-    std::optional<std::time_t> moment;
-    if (created) moment = parseRedfishTime(*created);
-    if (!moment && stamp) moment = parseRedfishTime(*stamp);
-    const std::optional<std::string> severity = textMember(entry, "Severity");
-    const std::optional<std::string> messageSeverity = textMember(entry, "MessageSeverity");
-    const std::optional<std::string> message = textMember(entry, "Message");
-    const std::optional<std::string> messageId = textMember(entry, "MessageId");
-    const std::vector<std::string> args = messageArgs(entry);
-    const std::optional<std::string> entryType = textMember(entry, "EntryType");
-    const std::optional<std::string> entryCode = textMember(entry, "EntryCode");
-    const std::optional<std::string> sensorType = textMember(entry, "SensorType");
-    const std::optional<unsigned long> sensorNumber = numberMember(entry, "SensorNumber");
-    const std::optional<std::string> generator = textMember(entry, "GeneratorId");
-    const std::string origin = linkMember(entry, "OriginOfCondition");
-
-    event.severity = severityOf(severity ? severity : messageSeverity);
-    std::vector<EventField> fields{{"log", log}};
-    if (entryType) fields.push_back({"entryType", *entryType});
-    if (messageId) fields.push_back({"messageId", *messageId});
-    if (created) fields.push_back({"created", *created});
-    if (entryCode) fields.push_back({"entryCode", *entryCode});
-    if (!origin.empty()) fields.push_back({"originOfCondition", origin});
-
-    const std::optional<std::array<std::uint8_t, 16>> record =
-        messageId ? selRecordOf(*messageId, args, event.number, moment) : std::nullopt;
-    if (record) {
-        // The same record reads the same over IPMI and over Redfish.
-        SourceEvent ipmi = ipmiWorded(*record);
-        event.time = ipmi.time;
-        event.timeText = ipmi.timeText;
-        event.localTimeText = ipmi.localTimeText;
-        event.message = ipmi.message;
-        event.source = ipmi.source;
-        for (EventField& field : ipmi.fields) fields.push_back(std::move(field));
-        orderFields(fields);
-        event.fields = std::move(fields);
-        return event;
-    }
-
-    if (moment) {
-        event.time = std::chrono::system_clock::from_time_t(*moment);
-        // As the IPMI source words a record's moment.
-        event.timeText = utcTimeText(*moment);
-        event.localTimeText = zonedLocalTimeText(*moment);
-    } else {
-        event.timeText = "Unspecified";
-        event.localTimeText = "Unspecified";
-    }
-    if (message && !message->empty()) {
-        event.message = *message;
-    } else if (messageId) {
-        event.message = redfishMessageText(*messageId, args);
-    }
-    if (sensorType) {
-        event.source = *sensorType;
-        if (sensorNumber) {
-            char number[16];
-            std::snprintf(number, sizeof number, " #0x%02lx", *sensorNumber);
-            event.source += number;
-        }
-    } else if (!origin.empty()) {
-        event.source = origin;
-    } else if (generator) {
-        event.source = *generator;
-    } else if (entryCode) {
-        event.source = *entryCode;
-    }
-    fields.push_back({"time", moment ? EventField::Value(isoUtcText(*moment)) : nullptr});
-    if (generator) {
-        if (const std::optional<unsigned long> number = hexNumber(*generator))
-            fields.push_back({"generatorId", *number});
-    }
-    if (sensorType) fields.push_back({"sensorTypeName", *sensorType});
-    if (sensorNumber) fields.push_back({"sensorNumber", *sensorNumber});
-    orderFields(fields);
-    event.fields = std::move(fields);
-    return event;
-}
-
-const EventColumns& redfishEventColumns() {
-    static const EventColumns columns{
-        "id",
-        false,
-        {"log",
-         "entryType",
-         "messageId",
-         "created",
-         "recordType",
-         "time",
-         "preInitSeconds",
-         "generatorId",
-         "sensorType",
-         "sensorTypeName",
-         "sensorNumber",
-         "sensorName",
-         "eventType",
-         "direction",
-         "offset",
-         "eventData",
-         "reading",
-         "readingUnits",
-         "threshold",
-         "thresholdUnits",
-         "manufacturerId",
-         "manufacturer",
-         "oemData",
-         "entryCode",
-         "originOfCondition"},
-        {"log", "messageId", "entryType", "sensorType", "sensorTypeName", "sensorNumber"}};
-    return columns;
-}
-
-namespace {
 
 // How many pages one read of a log follows at most: a service whose links never end is an error.
 constexpr std::size_t kPageLimit = 10000;
@@ -469,6 +75,17 @@ std::string textOr(const json& object, const char* key, const std::string& other
     return it != object.end() && it->is_string() ? it->get<std::string>() : otherwise;
 }
 
+// Where a LogService's ClearLog action is POSTed: Actions["#LogService.ClearLog"].target, a path
+// of the service; empty where it has none.
+std::string clearTargetOf(const json& service) {
+    const auto actions = service.find("Actions");
+    if (actions == service.end() || !actions->is_object()) return "";
+    const auto clear = actions->find("#LogService.ClearLog");
+    if (clear == actions->end() || !clear->is_object()) return "";
+    const std::string target = textOr(*clear, "target", "");
+    return !target.empty() && target[0] == '/' ? target : "";
+}
+
 bool chosenByName(const json& service, const std::vector<std::string>& names) {
     const std::string id = lowered(textOr(service, "Id", "")),
                       name = lowered(textOr(service, "Name", ""));
@@ -482,8 +99,10 @@ bool chosenByName(const json& service, const std::vector<std::string>& names) {
 
 RedfishEventSource::RedfishEventSource(const ConnectionProfile& profile, const ReadSettings&,
                                        TransportFactory make)
-    : host_(profile.host), profile_(profile), make_(std::move(make)) {
-    session_ = std::make_unique<RedfishSession>(
+    : host_(profile.host), profile_(profile), make_(std::move(make)), session_(makeSession()) {}
+
+std::unique_ptr<RedfishSession> RedfishEventSource::makeSession() const {
+    return std::make_unique<RedfishSession>(
         make_(profile_), tool::hostName(host_), profile_.user, profile_.password,
         profile_.sessionTimeout.value_or(kRedfishDefaultTimeout));
 }
@@ -492,15 +111,22 @@ RedfishEventSource::~RedfishEventSource() = default;
 
 std::string RedfishEventSource::hostName() const { return tool::hostName(host_); }
 
-void RedfishEventSource::logout() { session_->logout(); }
+void RedfishEventSource::disconnect() { session_->logout(); }
 
 void RedfishEventSource::reconfigure(const ConnectionProfile& profile, const ReadSettings&) {
     if (profile.logs != profile_.logs) place_.discovered = false;  // other logs chosen
+    if (profile.host != profile_.host) registries_ = RedfishRegistries();  // another service's
+    // The session is kept while it reaches the same service as the same user in the same way:
+    // the exporter reconfigures before every scrape, and a login each time would cost the BMC a
+    // session and us two requests.
+    const bool sameSession =
+        std::tie(profile.host, profile.port, profile.user, profile.password, profile.caFile,
+                 profile.insecure, profile.sessionTimeout) ==
+        std::tie(profile_.host, profile_.port, profile_.user, profile_.password, profile_.caFile,
+                 profile_.insecure, profile_.sessionTimeout);
     profile_ = profile;
     host_ = profile.host;
-    session_ = std::make_unique<RedfishSession>(
-        make_(profile_), tool::hostName(host_), profile_.user, profile_.password,
-        profile_.sessionTimeout.value_or(kRedfishDefaultTimeout));
+    if (!sameSession) session_ = makeSession();
 }
 
 void RedfishEventSource::discover(Place& place) {
@@ -538,14 +164,14 @@ void RedfishEventSource::discover(Place& place) {
         return type == "SEL" || type == "Event";
     };
     for (const char* kind : {"Systems", "Managers", "Chassis"}) {
-        const std::string collection = linkMember(root, kind);
+        const std::string collection = redfishLink(root, kind);
         if (collection.empty()) continue;
         const std::optional<json> members = lookUp(collection);
         if (!members) continue;
         for (const std::string& memberPath : memberLinks(*members)) {
             const std::optional<json> member = lookUp(memberPath);
             if (!member) continue;
-            const std::string services = linkMember(*member, "LogServices");
+            const std::string services = redfishLink(*member, "LogServices");
             if (services.empty()) {
                 // Older iDRACs keep their SEL outside LogServices.
                 if (endsWith(memberPath, "/Managers/iDRAC.Embedded.1") && profile_.logs.empty())
@@ -561,7 +187,7 @@ void RedfishEventSource::discover(Place& place) {
                     textOr(*service, "Name", textOr(*service, "Id", servicePath));
                 seen.push_back(name);
                 LogPlace log;
-                log.entries = linkMember(*service, "Entries");
+                log.entries = redfishLink(*service, "Entries");
                 if (log.entries.empty()) log.entries = servicePath + "/Entries";
                 const bool chosen = profile_.logs.empty()
                                         ? isHardwareLog(*service, servicePath) ||
@@ -570,8 +196,11 @@ void RedfishEventSource::discover(Place& place) {
                                         : chosenByName(*service, profile_.logs);
                 if (!chosen) continue;
                 log.name = name;
+                log.service = servicePath;
+                log.id = textOr(*service, "Id", "");
+                log.clearTarget = clearTargetOf(*service);
                 const auto most = service->find("MaxNumberOfRecords");
-                if (most != service->end()) log.maxRecords = wholeNumber(*most);
+                if (most != service->end()) log.maxRecords = redfishWholeNumber(*most);
                 add(std::move(log));
             }
         }
@@ -633,7 +262,7 @@ std::string nextLinkOf(const json& page, const std::string& host, const std::str
 std::optional<unsigned long> countOf(const json& page) {
     const auto count = page.find("Members@odata.count");
     if (count == page.end()) return std::nullopt;
-    return wholeNumber(*count);
+    return redfishWholeNumber(*count);
 }
 
 std::string entryId(const json& entry) {
@@ -641,7 +270,7 @@ std::string entryId(const json& entry) {
     const auto id = entry.find("Id");
     if (id == entry.end()) return "";
     if (id->is_string()) return id->get<std::string>();
-    if (const std::optional<unsigned long> number = wholeNumber(*id))
+    if (const std::optional<unsigned long> number = redfishWholeNumber(*id))
         return std::to_string(*number);
     return "";
 }
@@ -655,9 +284,9 @@ bool isNewestFirst(const std::vector<json>& entries) {
     const std::optional<std::time_t> firstTime = parseRedfishTime(textOr(first, "Created", ""));
     const std::optional<std::time_t> lastTime = parseRedfishTime(textOr(last, "Created", ""));
     if (firstTime && lastTime && *firstTime != *lastTime) return *firstTime > *lastTime;
-    const std::string firstId = entryId(first), lastId = entryId(last);
-    if (allDigits(firstId) && allDigits(lastId) && firstId.size() <= 18 && lastId.size() <= 18)
-        return std::stoul(firstId) > std::stoul(lastId);
+    const std::optional<unsigned long> firstNumber = redfishIdNumber(entryId(first)),
+                                       lastNumber = redfishIdNumber(entryId(last));
+    if (firstNumber && lastNumber) return *firstNumber > *lastNumber;
     return false;
 }
 
@@ -667,6 +296,7 @@ void RedfishEventSource::readLog(LogPlace& log, bool useSkip, bool makeEvents, S
                                  bool& cleared) {
     const std::string name = hostName();
     std::optional<unsigned long> total;
+    const RedfishLookups lookups = entryLookups();
     // Takes one entry as read: an event of the poll, the place moved on to it.
     const auto take = [&](const json& entry) {
         const std::string id = entryId(entry);
@@ -676,7 +306,7 @@ void RedfishEventSource::readLog(LogPlace& log, bool useSkip, bool makeEvents, S
         }
         if (makeEvents) {
             try {
-                out.events.push_back(redfishEvent(entry, log.name));
+                out.events.push_back(redfishEvent(entry, log.name, lookups));
             } catch (const RedfishEntryError& error) {
                 throw RedfishError(Failure::Internal,
                                    name + ": " + log.name + ": entry " + id + ": " + error.what());
@@ -872,6 +502,63 @@ SourcePoll RedfishEventSource::run(Place& place, bool makeEvents, bool whole) {
     return out;
 }
 
+// How large a SEL record's file may be: its 16 bytes, or its digits as text with some room.
+constexpr std::size_t kSelDataLimit = 1024;
+
+std::optional<std::array<std::uint8_t, 16>> RedfishEventSource::selRecordAt(
+    const std::string& uri) {
+    if (uri.empty() || uri[0] != '/') return std::nullopt;  // only this service's
+    try {
+        return selRecordOfData(session_->getData(uri, kSelDataLimit));
+    } catch (const RedfishError&) {
+        return std::nullopt;  // the entry is taken as it is
+    }
+}
+
+RedfishLookups RedfishEventSource::entryLookups() {
+    RedfishLookups lookups;
+    lookups.message = [this](const std::string& messageId,
+                             const std::vector<std::string>& args) -> std::optional<std::string> {
+        const std::optional<std::string> text = registries_.messageText(*session_, messageId);
+        if (!text) return std::nullopt;
+        return substitutedArgs(*text, args);
+    };
+    lookups.selRecord = [this](const std::string& uri) { return selRecordAt(uri); };
+    return lookups;
+}
+
+std::vector<RedfishLogService> RedfishEventSource::findLogs(bool counted) {
+    Place found;
+    discover(found);
+    std::vector<RedfishLogService> logs;
+    for (const LogPlace& log : found.logs) {
+        RedfishLogService service;
+        service.path = log.service;
+        service.name = log.name;
+        service.id = log.id;
+        service.chosen = !profile_.logs.empty();
+        service.maxRecords = log.maxRecords;
+        service.clearTarget = log.clearTarget;
+        if (counted) {
+            // One entry is enough for the count, where the service takes $top.
+            const json page =
+                session_->get(found.skipQuery ? withQuery(log.entries, "$top=1") : log.entries);
+            service.entries = countOf(page);
+        }
+        logs.push_back(std::move(service));
+    }
+    return logs;
+}
+
+void RedfishEventSource::clearLog(const RedfishLogService& log) {
+    if (log.clearTarget.empty()) {
+        throw RedfishError(Failure::NotSupported,
+                           hostName() + ": " + log.name +
+                               " cannot be cleared: the service offers no ClearLog action for it");
+    }
+    session_->post(log.clearTarget, json::object());
+}
+
 SourcePoll RedfishEventSource::poll(bool skipping) {
     SourcePoll out = run(place_, !skipping, false);
     if (skipping && out.failure == Failure::None && out.complete) out.skipped = out.entriesRead;
@@ -940,7 +627,7 @@ bool RedfishEventSource::loadStateText(const std::string& text) {
         try {
             log.entries = entry.at("entries").get<std::string>();
             log.name = entry.at("name").get<std::string>();
-            const std::optional<unsigned long> count = wholeNumber(entry.at("count"));
+            const std::optional<unsigned long> count = redfishWholeNumber(entry.at("count"));
             if (!count) return false;
             log.count = *count;
             log.newestId = entry.at("newestId").get<std::string>();
@@ -948,7 +635,7 @@ bool RedfishEventSource::loadStateText(const std::string& text) {
             if (entry.contains("newestFirst"))
                 log.newestFirst = entry.at("newestFirst").get<bool>();
             if (entry.contains("maxRecords")) {
-                log.maxRecords = wholeNumber(entry.at("maxRecords"));
+                log.maxRecords = redfishWholeNumber(entry.at("maxRecords"));
                 if (!log.maxRecords) return false;
             }
         } catch (const json::exception&) {

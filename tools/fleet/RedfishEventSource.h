@@ -4,6 +4,8 @@
 // source words it.
 #pragma once
 
+#include <array>
+#include <cstdint>
 #include <ctime>
 #include <functional>
 #include <memory>
@@ -16,28 +18,21 @@
 #include "fleet/ConnectionProfile.h"
 #include "fleet/EventSource.h"
 #include "fleet/RedfishClient.h"
+#include "fleet/RedfishEntries.h"
+#include "fleet/RedfishRegistries.h"
 
 namespace tool {
 
-// What an entry lacks or holds wrongly for it to be made an event.
-class RedfishEntryError : public std::runtime_error {
-public:
-    using std::runtime_error::runtime_error;
+// A log the source reads, as status -v and clear speak of it.
+struct RedfishLogService {
+    std::string path;  // the LogService's; empty for an older iDRAC's SEL outside them
+    std::string name;  // its Name, else its Id
+    std::string id;
+    bool chosen = false;  // named with --log; otherwise a hardware event log, read by default
+    std::optional<unsigned long> entries;  // as its Entries collection counts them, where asked
+    std::optional<unsigned long> maxRecords;
+    std::string clearTarget;  // where its LogService.ClearLog action is POSTed; empty: none
 };
-
-// "2024-02-29T12:00:00+02:00" (fractions of a second and "Z" allowed) as the UTC moment it names;
-// nothing for another text, or a year before 1900 or after 2199.
-std::optional<std::time_t> parseRedfishTime(const std::string& text);
-
-// The text of a message `messageId` ("OpenBMC.0.1.DCPowerOn") names with `args` put in, from the
-// messages this source knows; else "MessageId: arg, arg".
-std::string redfishMessageText(const std::string& messageId, const std::vector<std::string>& args);
-
-// A LogEntry of the log named `log` as an event of the source, its facts named as
-// redfishEventColumns names them. Throws RedfishEntryError for an entry without an Id or with a
-// member of the wrong type.
-SourceEvent redfishEvent(const nlohmann::json& entry, const std::string& log);
-const EventColumns& redfishEventColumns();
 
 class RedfishEventSource : public EventSource {
 public:
@@ -58,7 +53,13 @@ public:
     std::string saveState(const std::string& path) const override;
 
     // Ends the service's session now rather than when the source goes.
-    void logout();
+    void disconnect() override;
+    // The logs the source reads, found anew, the place kept left as it is; `counted`: each with
+    // the count of its entries (a request more a log). Throws RedfishError.
+    std::vector<RedfishLogService> findLogs(bool counted);
+    // Empties `log` by its ClearLog action. Throws RedfishError, Failure::NotSupported for a log
+    // without the action.
+    void clearLog(const RedfishLogService& log);
     // The session, for the tests: its requests counted, its waits.
     RedfishSession& session() { return *session_; }
     // The place kept, as saveState writes it.
@@ -75,6 +76,10 @@ public:
         std::string newestId;     // the last of them; empty: none yet
         std::string newestCreated;
         bool newestFirst = false;  // the service lists the log from its newest entry
+        // As discovery found the LogService (not kept in the state).
+        std::string service{};
+        std::string id{};
+        std::string clearTarget{};
     };
 
 private:
@@ -84,6 +89,7 @@ private:
         std::vector<LogPlace> logs;
     };
 
+    std::unique_ptr<RedfishSession> makeSession() const;
     void discover(Place& place);
     // Reads what is new in `log` (everything without a place), page after page, each page's
     // events added to `out` and the place moved on with them.
@@ -91,12 +97,16 @@ private:
     // Adds the log's count and room to the poll's health.
     static void health(const LogPlace& log, std::optional<unsigned long> total, SourcePoll& out);
     SourcePoll run(Place& place, bool makeEvents, bool whole);
+    // What an entry's AdditionalDataURI holds, where it is an IPMI SEL record.
+    std::optional<std::array<std::uint8_t, 16>> selRecordAt(const std::string& uri);
+    RedfishLookups entryLookups();
 
     std::string host_;
     ConnectionProfile profile_;
     TransportFactory make_;
     std::unique_ptr<RedfishSession> session_;
     Place place_;
+    RedfishRegistries registries_;
 };
 
 }  // namespace tool

@@ -1,0 +1,147 @@
+// ipmi-event-log serve reading Redfish BMCs for Prometheus: a module of transport: redfish scraped
+// as /ipmi?target=127.0.0.1:PORT&module=rf against the Redfish simulator, its events counted under
+// the names an IPMI target's are, one Redfish session kept for all its scrapes and ended when the
+// configuration is read again and when serve stops; over HTTP, and over HTTPS checked against the
+// module's ca_file.
+#include <gtest/gtest.h>
+
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+
+#include "ExporterProcess.h"
+#include "RedfishBmc.h"
+#include "ScratchDirectory.h"
+#include "ServerProcess.h"
+
+namespace {
+
+using bmcsim::seriesValue;
+
+const char* const kUp = "ipmi_up{collector=\"sel\"}";
+const char* const kInfo = "ipmi_event_log_events_total{severity=\"info\"}";
+const char* const kWarning = "ipmi_event_log_events_total{severity=\"warning\"}";
+const char* const kCritical = "ipmi_event_log_events_total{severity=\"critical\"}";
+
+class ExporterRedfishTest : public ::testing::Test {
+protected:
+    // The simulator, an OpenBMC with three events in its log, one of each severity.
+    void startBmc(bool https) {
+        bmcsim::RedfishBmcOptions options;
+        options.user = "monitor";
+        options.password = "s3cret";
+        options.https = https;
+        bmc = std::make_unique<bmcsim::RedfishBmc>(options);
+        bmc->start();
+        addEntry("Critical", "Power supply 1 failed");
+        addEntry("Warning", "Fan 2 slow");
+        addEntry("OK", "Power supply 1 restored");
+    }
+
+    void addEntry(const std::string& severity, const std::string& message) {
+        bmc->addEntry(bmc->mainLog(), {{"Severity", severity}, {"Message", message}});
+    }
+
+    // The configuration: module rf of transport redfish, reaching 127.0.0.1 as the simulator's
+    // user, with `more` (keys of rf's, further modules) after it.
+    void configure(const std::string& more) {
+        scratch.write("ipmi.yml",
+                      "modules:\n"
+                      "  rf:\n"
+                      "    transport: redfish\n"
+                      "    user: monitor\n"
+                      "    pass: s3cret\n"
+                      "    hosts: [\"127.0.0.1\"]\n" +
+                          more);
+        ASSERT_EQ(chmod(scratch.file("ipmi.yml").c_str(), 0600), 0);
+    }
+
+    std::string target() const { return "127.0.0.1:" + std::to_string(bmc->port()); }
+    // A scrape of the simulator with `module`, as Prometheus sends it (with its scrape timeout,
+    // which bounds the session's requests).
+    std::string scrape(const bmcsim::ExporterProcess& exporter, const std::string& module) const {
+        return exporter
+            .get("/ipmi?target=" + target() + "&module=" + module,
+                 "--header 'X-Prometheus-Scrape-Timeout-Seconds: 10'")
+            .out;
+    }
+    // The sessions made so far.
+    std::size_t logins() const { return bmc->requests("POST", bmc->sessionsPath()); }
+
+    bmcsim::ScratchDirectory scratch;
+    std::unique_ptr<bmcsim::RedfishBmc> bmc;
+};
+
+TEST_F(ExporterRedfishTest, ScrapesShareOneSessionThatAReloadAndTheEndOfServeEnd) {
+    startBmc(false);
+    configure("    scheme: http\n");
+    const std::string states = scratch.file("states");
+    ASSERT_EQ(mkdir(states.c_str(), 0700), 0);
+    bmcsim::ExporterProcess exporter({"--config", scratch.file("ipmi.yml"), "--state-dir", states},
+                                     scratch);
+    for (int polls = 1; polls <= 3; ++polls) {
+        const std::string metrics = scrape(exporter, "rf");
+        EXPECT_EQ(seriesValue(metrics, kUp), "1") << metrics;
+        EXPECT_EQ(seriesValue(metrics, "ipmi_event_log_up"), "1");
+        // Read once: the later scrapes find nothing new.
+        EXPECT_EQ(seriesValue(metrics, kCritical), "1");
+        EXPECT_EQ(seriesValue(metrics, kWarning), "1");
+        EXPECT_EQ(seriesValue(metrics, kInfo), "1");
+        EXPECT_EQ(seriesValue(metrics, "ipmi_event_log_polls_total"), std::to_string(polls));
+    }
+    EXPECT_EQ(logins(), 1u);
+    EXPECT_EQ(bmc->sessions().size(), 1u);
+    // The target's place, apart from an IPMI module's.
+    EXPECT_EQ(access(scratch.file("states/" + target() + "@rf.redfish.state").c_str(), F_OK), 0);
+
+    addEntry("Critical", "Power supply 2 failed");
+    const std::string added = scrape(exporter, "rf");
+    EXPECT_EQ(seriesValue(added, kCritical), "2") << added;
+    EXPECT_EQ(seriesValue(added, kInfo), "1");
+    EXPECT_EQ(logins(), 1u);
+
+    // A reload ends the session; the next scrape makes one, and goes on from its place.
+    exporter.signal(SIGHUP);
+    EXPECT_TRUE(
+        bmcsim::waitUntil([&] { return bmc->sessions().empty(); }, std::chrono::seconds(60)));
+    const std::string reloaded = scrape(exporter, "rf");
+    EXPECT_EQ(seriesValue(reloaded, kUp), "1") << reloaded;
+    EXPECT_EQ(seriesValue(reloaded, kCritical), "2");
+    EXPECT_EQ(logins(), 2u);
+    EXPECT_EQ(bmc->sessions().size(), 1u);
+
+    // SIGTERM: serve logs out before it exits.
+    EXPECT_EQ(exporter.stop(), 0);
+    EXPECT_TRUE(bmc->sessions().empty());
+    EXPECT_EQ(logins(), 2u);
+}
+
+TEST_F(ExporterRedfishTest, HttpsIsCheckedAgainstTheModulesAuthorities) {
+    startBmc(true);
+    configure("    ca_file: " + bmc->certificateFile() +
+              "\n"
+              "  untrusted:\n"
+              "    transport: redfish\n"
+              "    user: monitor\n"
+              "    pass: s3cret\n"
+              "    hosts: any\n");
+    bmcsim::ExporterProcess exporter({"--config", scratch.file("ipmi.yml")}, scratch);
+    const std::string metrics = scrape(exporter, "rf");
+    EXPECT_EQ(seriesValue(metrics, kUp), "1") << metrics;
+    EXPECT_EQ(seriesValue(metrics, kCritical), "1");
+    EXPECT_EQ(seriesValue(metrics, kWarning), "1");
+    EXPECT_EQ(seriesValue(metrics, kInfo), "1");
+    EXPECT_EQ(logins(), 1u);
+    // The system's authorities do not know the simulator's certificate: nothing is sent to it.
+    const std::string untrusted = scrape(exporter, "untrusted");
+    EXPECT_EQ(seriesValue(untrusted, kUp), "0") << untrusted;
+    EXPECT_EQ(logins(), 1u);
+    EXPECT_EQ(exporter.stop(), 0);
+    EXPECT_TRUE(bmc->sessions().empty());
+}
+
+}  // namespace
