@@ -345,6 +345,15 @@ protected:
         return defaults;
     }
 
+    // The modules of a configuration file holding `yaml`, readable by its owner alone.
+    tool::ScrapeModules modulesOf(const std::string& yaml) {
+        scratch.write("config.yml", yaml);
+        ::chmod(scratch.file("config.yml").c_str(), 0600);
+        tool::ScrapeDefaults given = defaults();
+        given.configPath = scratch.file("config.yml");
+        return tool::ScrapeModules(given);
+    }
+
     bmcsim::ScratchDirectory scratch;
 };
 
@@ -367,18 +376,14 @@ TEST_F(ScrapeModulesTest, WithoutAFileTheCommandLineIsTheModuleDefault) {
 }
 
 TEST_F(ScrapeModulesTest, AModulesKeysAreLaidOverTheCommandLines) {
-    scratch.write("config.yml",
-                  "modules:\n"
-                  "  rack7:\n"
-                  "    user: ops\n"
-                  "    pass: secret\n"
-                  "    timeout: 2500\n"
-                  "    rendering: described\n"
-                  "    hosts: [\"bmc-r7-*\"]\n");
-    ::chmod(scratch.file("config.yml").c_str(), 0600);
-    tool::ScrapeDefaults given = defaults();
-    given.configPath = scratch.file("config.yml");
-    const tool::ScrapeModules modules(given);
+    const tool::ScrapeModules modules = modulesOf(
+        "modules:\n"
+        "  rack7:\n"
+        "    user: ops\n"
+        "    pass: secret\n"
+        "    timeout: 2500\n"
+        "    rendering: described\n"
+        "    hosts: [\"bmc-r7-*\"]\n");
     TargetConnection connection;
     std::string reason;
     ASSERT_TRUE(modules.resolve({"bmc-r7-1:700", "rack7"}, connection, reason)) << reason;
@@ -397,28 +402,24 @@ TEST_F(ScrapeModulesTest, AModulesKeysAreLaidOverTheCommandLines) {
 
 TEST_F(ScrapeModulesTest, ARedfishModuleReachesItsTargetsServiceAtItsUrl) {
     scratch.write("ca.pem", "-----BEGIN CERTIFICATE-----\n");
-    scratch.write("config.yml",
-                  "modules:\n"
-                  "  rf:\n"
-                  "    transport: redfish\n"
-                  "    user: monitor\n"
-                  "    pass: s3cret\n"
-                  "    ca_file: ca.pem\n"
-                  "    logs: [EventLog]\n"
-                  "    hosts: any\n"
-                  "  lab:\n"
-                  "    transport: redfish\n"
-                  "    scheme: http\n"
-                  "    hosts: any\n"
-                  "  lab8000:\n"
-                  "    transport: redfish\n"
-                  "    scheme: http\n"
-                  "    port: 8000\n"
-                  "    hosts: any\n");
-    ::chmod(scratch.file("config.yml").c_str(), 0600);
-    tool::ScrapeDefaults given = defaults();
-    given.configPath = scratch.file("config.yml");
-    const tool::ScrapeModules modules(given);
+    const tool::ScrapeModules modules = modulesOf(
+        "modules:\n"
+        "  rf:\n"
+        "    transport: redfish\n"
+        "    user: monitor\n"
+        "    pass: s3cret\n"
+        "    ca_file: ca.pem\n"
+        "    logs: [EventLog]\n"
+        "    hosts: any\n"
+        "  lab:\n"
+        "    transport: redfish\n"
+        "    scheme: http\n"
+        "    hosts: any\n"
+        "  lab8000:\n"
+        "    transport: redfish\n"
+        "    scheme: http\n"
+        "    port: 8000\n"
+        "    hosts: any\n");
     // The followed target, and the service's URL.
     const auto reached = [&](const std::string& target, const std::string& module) {
         TargetConnection connection;

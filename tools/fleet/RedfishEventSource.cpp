@@ -114,7 +114,7 @@ std::string RedfishEventSource::hostName() const { return tool::hostName(host_);
 void RedfishEventSource::disconnect() { session_->logout(); }
 
 void RedfishEventSource::reconfigure(const ConnectionProfile& profile, const ReadSettings&) {
-    if (profile.logs != profile_.logs) place_.discovered = false;  // other logs chosen
+    if (profile.logs != profile_.logs) place_.discovered = false;          // other logs chosen
     if (profile.host != profile_.host) registries_ = RedfishRegistries();  // another service's
     // The session is kept while it reaches the same service as the same user in the same way:
     // the exporter reconfigures before every scrape, and a login each time would cost the BMC a
