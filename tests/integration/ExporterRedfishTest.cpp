@@ -2,7 +2,8 @@
 // as /ipmi?target=127.0.0.1:PORT&module=rf against the Redfish simulator, its events counted under
 // the names an IPMI target's are, one Redfish session kept for all its scrapes and ended when the
 // configuration is read again and when serve stops; over HTTP, and over HTTPS checked against the
-// module's ca_file.
+// module's ca_file; a slow service and bad answers are a target down within the scrape, its place
+// kept.
 #include <gtest/gtest.h>
 
 #include <signal.h>
@@ -12,6 +13,8 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "ExporterProcess.h"
 #include "RedfishBmc.h"
@@ -63,10 +66,12 @@ protected:
     std::string target() const { return "127.0.0.1:" + std::to_string(bmc->port()); }
     // A scrape of the simulator with `module`, as Prometheus sends it (with its scrape timeout,
     // which bounds the session's requests).
-    std::string scrape(const bmcsim::ExporterProcess& exporter, const std::string& module) const {
+    std::string scrape(const bmcsim::ExporterProcess& exporter, const std::string& module,
+                       int timeoutSeconds = 10) const {
         return exporter
             .get("/ipmi?target=" + target() + "&module=" + module,
-                 "--header 'X-Prometheus-Scrape-Timeout-Seconds: 10'")
+                 "--header 'X-Prometheus-Scrape-Timeout-Seconds: " +
+                     std::to_string(timeoutSeconds) + "'")
             .out;
     }
     // The sessions made so far.
@@ -118,6 +123,58 @@ TEST_F(ExporterRedfishTest, ScrapesShareOneSessionThatAReloadAndTheEndOfServeEnd
     EXPECT_EQ(exporter.stop(), 0);
     EXPECT_TRUE(bmc->sessions().empty());
     EXPECT_EQ(logins(), 2u);
+}
+
+TEST_F(ExporterRedfishTest, ASlowServiceAndBadAnswersAreDownWithinTheScrapeAndKeepThePlace) {
+    startBmc(false);
+    configure("    scheme: http\n");
+    const std::string states = scratch.file("states");
+    ASSERT_EQ(mkdir(states.c_str(), 0700), 0);
+    bmcsim::ExporterProcess exporter({"--config", scratch.file("ipmi.yml"), "--state-dir", states},
+                                     scratch);
+    ASSERT_EQ(seriesValue(scrape(exporter, "rf"), kUp), "1");
+    const std::string stateFile = "states/" + target() + "@rf.redfish.state";
+    const std::string place = scratch.read(stateFile);
+    addEntry("Critical", "Power supply 2 failed");
+
+    const std::string entries = bmc->entriesPath(bmc->mainLog());
+    const std::vector<std::pair<bmcsim::RedfishFault, const char*>> faults = {
+        {bmcsim::RedfishFault::MalformedJson, "malformed JSON"},
+        {bmcsim::RedfishFault::WrongTypes, "members of the wrong type"},
+        {bmcsim::RedfishFault::MissingFields, "members missing"},
+        {bmcsim::RedfishFault::HugeBody, "a 10 MB body"},
+        {bmcsim::RedfishFault::RedirectLoop, "a redirect loop"},
+        {bmcsim::RedfishFault::Unavailable, "503 after Retry-After"}};
+    for (const auto& [fault, what] : faults) {
+        bmc->setFault(entries, fault);
+        const std::string metrics = scrape(exporter, "rf");
+        EXPECT_EQ(seriesValue(metrics, kUp), "0") << what << "\n" << metrics;
+        EXPECT_EQ(seriesValue(metrics, kCritical), "1") << what;
+        EXPECT_EQ(scratch.read(stateFile), place) << what;
+    }
+    bmc->setFault(entries, bmcsim::RedfishFault::None);
+
+    // Slower than a 2 s scrape allows: the session's requests time out within it.
+    bmc->setDelay(std::chrono::seconds(3));
+    const auto began = std::chrono::steady_clock::now();
+    const std::string slow = scrape(exporter, "rf", 2);
+    EXPECT_EQ(seriesValue(slow, kUp), "0") << slow;
+    EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(10));
+    EXPECT_EQ(scratch.read(stateFile), place);
+    bmc->setDelay(std::chrono::milliseconds(0));
+
+    // Once the service answers again, the entry added is read, once.
+    std::string healed;
+    EXPECT_TRUE(bmcsim::waitUntil(
+        [&] {
+            healed = scrape(exporter, "rf");
+            return seriesValue(healed, kUp) == "1";
+        },
+        std::chrono::seconds(60)))
+        << healed;
+    EXPECT_EQ(seriesValue(healed, kCritical), "2");
+    EXPECT_NE(scratch.read(stateFile), place);
+    EXPECT_EQ(exporter.stop(), 0);
 }
 
 TEST_F(ExporterRedfishTest, HttpsIsCheckedAgainstTheModulesAuthorities) {

@@ -22,6 +22,11 @@ std::optional<unsigned long> redfishWholeNumber(const json& value) {
     return std::nullopt;
 }
 
+std::string redfishText(const json& object, const char* key, const std::string& otherwise) {
+    const auto it = object.find(key);
+    return it != object.end() && it->is_string() ? it->get<std::string>() : otherwise;
+}
+
 // The "@odata.id" of a link member ({"@odata.id": "/redfish/v1/..."}); empty where there is none.
 std::string redfishLink(const json& object, const char* key) {
     const auto it = object.find(key);

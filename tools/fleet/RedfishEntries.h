@@ -51,6 +51,9 @@ SourceEvent redfishEvent(const nlohmann::json& entry, const std::string& log,
                          const RedfishLookups& lookups = {});
 const EventColumns& redfishEventColumns();
 
+// The member `key` of `object` where it is text; `otherwise` where it is absent or of another type.
+std::string redfishText(const nlohmann::json& object, const char* key,
+                        const std::string& otherwise = "");
 // A whole number of zero or more, as JSON's parser or a literal gives it; none for anything else.
 std::optional<unsigned long> redfishWholeNumber(const nlohmann::json& value);
 // The "@odata.id" of the link member `key` ({"@odata.id": "/redfish/v1/..."}); empty where there

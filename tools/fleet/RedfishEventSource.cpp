@@ -70,11 +70,6 @@ bool isHardwareLog(const json& service, const std::string& path) {
                        [&bare](const char* known) { return endsWith(bare, known); });
 }
 
-std::string textOr(const json& object, const char* key, const std::string& otherwise) {
-    const auto it = object.find(key);
-    return it != object.end() && it->is_string() ? it->get<std::string>() : otherwise;
-}
-
 // Where a LogService's ClearLog action is POSTed: Actions["#LogService.ClearLog"].target, a path
 // of the service; empty where it has none.
 std::string clearTargetOf(const json& service) {
@@ -82,13 +77,13 @@ std::string clearTargetOf(const json& service) {
     if (actions == service.end() || !actions->is_object()) return "";
     const auto clear = actions->find("#LogService.ClearLog");
     if (clear == actions->end() || !clear->is_object()) return "";
-    const std::string target = textOr(*clear, "target", "");
+    const std::string target = redfishText(*clear, "target");
     return !target.empty() && target[0] == '/' ? target : "";
 }
 
 bool chosenByName(const json& service, const std::vector<std::string>& names) {
-    const std::string id = lowered(textOr(service, "Id", "")),
-                      name = lowered(textOr(service, "Name", ""));
+    const std::string id = lowered(redfishText(service, "Id")),
+                      name = lowered(redfishText(service, "Name"));
     return std::any_of(names.begin(), names.end(), [&](const std::string& wanted) {
         const std::string w = lowered(wanted);
         return (!id.empty() && w == id) || (!name.empty() && w == name);
@@ -160,7 +155,7 @@ void RedfishEventSource::discover(Place& place) {
         if (!page) return false;
         const auto members = page->find("Members");
         if (members == page->end() || !members->is_array() || members->empty()) return false;
-        const std::string type = textOr(members->front(), "EntryType", "");
+        const std::string type = redfishText(members->front(), "EntryType");
         return type == "SEL" || type == "Event";
     };
     for (const char* kind : {"Systems", "Managers", "Chassis"}) {
@@ -184,20 +179,21 @@ void RedfishEventSource::discover(Place& place) {
                 const std::optional<json> service = lookUp(servicePath);
                 if (!service) continue;
                 const std::string name =
-                    textOr(*service, "Name", textOr(*service, "Id", servicePath));
+                    redfishText(*service, "Name", redfishText(*service, "Id", servicePath));
                 seen.push_back(name);
                 LogPlace log;
                 log.entries = redfishLink(*service, "Entries");
                 if (log.entries.empty()) log.entries = servicePath + "/Entries";
-                const bool chosen = profile_.logs.empty()
-                                        ? isHardwareLog(*service, servicePath) ||
-                                              (textOr(*service, "LogEntryType", "") == "Multiple" &&
-                                               firstEntryIsEvent(log.entries))
-                                        : chosenByName(*service, profile_.logs);
+                const bool chosen =
+                    profile_.logs.empty()
+                        ? isHardwareLog(*service, servicePath) ||
+                              (redfishText(*service, "LogEntryType") == "Multiple" &&
+                               firstEntryIsEvent(log.entries))
+                        : chosenByName(*service, profile_.logs);
                 if (!chosen) continue;
                 log.name = name;
                 log.service = servicePath;
-                log.id = textOr(*service, "Id", "");
+                log.id = redfishText(*service, "Id");
                 log.clearTarget = clearTargetOf(*service);
                 const auto most = service->find("MaxNumberOfRecords");
                 if (most != service->end()) log.maxRecords = redfishWholeNumber(*most);
@@ -240,7 +236,7 @@ std::vector<json> pageEntries(RedfishSession& session, const json& page, const s
     std::vector<json> entries;
     for (const json& member : *members) {
         if (member.is_object() && member.find("Id") == member.end()) {
-            const std::string link = textOr(member, "@odata.id", "");
+            const std::string link = redfishText(member, "@odata.id");
             if (!link.empty()) {
                 entries.push_back(session.get(link));
                 continue;
@@ -281,8 +277,8 @@ bool isNewestFirst(const std::vector<json>& entries) {
     if (entries.size() < 2) return false;
     const json& first = entries.front();
     const json& last = entries.back();
-    const std::optional<std::time_t> firstTime = parseRedfishTime(textOr(first, "Created", ""));
-    const std::optional<std::time_t> lastTime = parseRedfishTime(textOr(last, "Created", ""));
+    const std::optional<std::time_t> firstTime = parseRedfishTime(redfishText(first, "Created"));
+    const std::optional<std::time_t> lastTime = parseRedfishTime(redfishText(last, "Created"));
     if (firstTime && lastTime && *firstTime != *lastTime) return *firstTime > *lastTime;
     const std::optional<unsigned long> firstNumber = redfishIdNumber(entryId(first)),
                                        lastNumber = redfishIdNumber(entryId(last));
@@ -314,12 +310,12 @@ void RedfishEventSource::readLog(LogPlace& log, bool useSkip, bool makeEvents, S
         }
         ++log.count;
         log.newestId = id;
-        log.newestCreated = textOr(entry, "Created", "");
+        log.newestCreated = redfishText(entry, "Created");
         ++out.entriesRead;
     };
     const auto isNewest = [&log](const json& entry) {
         return entryId(entry) == log.newestId &&
-               (log.newestCreated.empty() || textOr(entry, "Created", "") == log.newestCreated);
+               (log.newestCreated.empty() || redfishText(entry, "Created") == log.newestCreated);
     };
     // Follows the pages from `next`, handing each page's entries to `each` until it returns
     // false.

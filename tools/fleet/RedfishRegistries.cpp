@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "fleet/RedfishEntries.h"
+
 namespace tool {
 
 using nlohmann::json;
@@ -12,11 +14,6 @@ namespace {
 // Base, TaskEvent, ResourceEvent ... and its maker's own).
 constexpr std::size_t kFileLimit = 64;
 constexpr const char* kDefaultRegistries = "/redfish/v1/Registries";
-
-std::string textOf(const json& object, const char* key) {
-    const auto it = object.find(key);
-    return it != object.end() && it->is_string() ? it->get<std::string>() : "";
-}
 
 // "Name.Major.Minor[.Errata]" (a MessageId without its key, or a file's Registry) as its name
 // and the version after it.
@@ -44,9 +41,9 @@ std::string localCopy(const json& file) {
     std::string chosen;
     for (const json& location : *locations) {
         if (!location.is_object()) continue;
-        const std::string uri = textOf(location, "Uri");
+        const std::string uri = redfishText(location, "Uri");
         if (uri.empty() || uri[0] != '/') continue;
-        const std::string language = textOf(location, "Language");
+        const std::string language = redfishText(location, "Language");
         if (language == "en" || language == "default") return uri;
         if (chosen.empty()) chosen = uri;
     }
@@ -60,21 +57,20 @@ void RedfishRegistries::list(RedfishSession& session) {
     try {
         ++fetches_;
         const json root = session.get("/redfish/v1");
-        std::string path = kDefaultRegistries;
-        if (const auto link = root.find("Registries"); link != root.end() && link->is_object())
-            if (const std::string given = textOf(*link, "@odata.id"); !given.empty()) path = given;
+        std::string path = redfishLink(root, "Registries");
+        if (path.empty()) path = kDefaultRegistries;
         ++fetches_;
         const json collection = session.get(path);
         const auto members = collection.find("Members");
         if (members == collection.end() || !members->is_array()) return;
         for (const json& member : *members) {
             if (files_.size() >= kFileLimit) break;
-            const std::string link = member.is_object() ? textOf(member, "@odata.id") : "";
+            const std::string link = member.is_object() ? redfishText(member, "@odata.id") : "";
             if (link.empty() || link[0] != '/') continue;
             try {
                 ++fetches_;
                 const json file = session.get(link);
-                auto [name, version] = nameAndVersion(textOf(file, "Registry"));
+                auto [name, version] = nameAndVersion(redfishText(file, "Registry"));
                 const std::string uri = localCopy(file);
                 if (!name.empty() && !uri.empty()) files_.push_back({name, version, uri});
             } catch (const RedfishError&) {
@@ -96,7 +92,10 @@ const RedfishRegistries::File* RedfishRegistries::fileFor(const std::string& reg
         if (file.registry != registry) continue;
         const int score = (versionPrefix(file.version, 2) == versionPrefix(version, 2)) +
                           (versionPrefix(file.version, 1) == versionPrefix(version, 1));
-        if (score > bestScore) best = &file, bestScore = score;
+        if (score > bestScore) {
+            best = &file;
+            bestScore = score;
+        }
     }
     return best;
 }
@@ -110,7 +109,7 @@ const RedfishRegistries::Messages& RedfishRegistries::registryAt(RedfishSession&
         ++fetches_;
         const json registry = session.get(file.uri);
         // Another registry than the file named is none.
-        const std::string prefix = textOf(registry, "RegistryPrefix");
+        const std::string prefix = redfishText(registry, "RegistryPrefix");
         if (!prefix.empty() && prefix != file.registry) return messages;
         const auto all = registry.find("Messages");
         if (all == registry.end() || !all->is_object()) return messages;
