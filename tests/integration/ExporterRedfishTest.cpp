@@ -74,6 +74,16 @@ protected:
                      std::to_string(timeoutSeconds) + "'")
             .out;
     }
+    // serve with the simulator over HTTP as module rf, its targets' places kept in "states".
+    std::unique_ptr<bmcsim::ExporterProcess> serveOverHttpWithStates() {
+        startBmc(false);
+        configure("    scheme: http\n");
+        const std::string states = scratch.file("states");
+        EXPECT_EQ(mkdir(states.c_str(), 0700), 0);
+        return std::make_unique<bmcsim::ExporterProcess>(
+            std::vector<std::string>{"--config", scratch.file("ipmi.yml"), "--state-dir", states},
+            scratch);
+    }
     // The sessions made so far.
     std::size_t logins() const { return bmc->requests("POST", bmc->sessionsPath()); }
 
@@ -82,14 +92,9 @@ protected:
 };
 
 TEST_F(ExporterRedfishTest, ScrapesShareOneSessionThatAReloadAndTheEndOfServeEnd) {
-    startBmc(false);
-    configure("    scheme: http\n");
-    const std::string states = scratch.file("states");
-    ASSERT_EQ(mkdir(states.c_str(), 0700), 0);
-    bmcsim::ExporterProcess exporter({"--config", scratch.file("ipmi.yml"), "--state-dir", states},
-                                     scratch);
+    const std::unique_ptr<bmcsim::ExporterProcess> exporter = serveOverHttpWithStates();
     for (int polls = 1; polls <= 3; ++polls) {
-        const std::string metrics = scrape(exporter, "rf");
+        const std::string metrics = scrape(*exporter, "rf");
         EXPECT_EQ(seriesValue(metrics, kUp), "1") << metrics;
         EXPECT_EQ(seriesValue(metrics, "ipmi_event_log_up"), "1");
         // Read once: the later scrapes find nothing new.
@@ -104,35 +109,30 @@ TEST_F(ExporterRedfishTest, ScrapesShareOneSessionThatAReloadAndTheEndOfServeEnd
     EXPECT_EQ(access(scratch.file("states/" + target() + "@rf.redfish.state").c_str(), F_OK), 0);
 
     addEntry("Critical", "Power supply 2 failed");
-    const std::string added = scrape(exporter, "rf");
+    const std::string added = scrape(*exporter, "rf");
     EXPECT_EQ(seriesValue(added, kCritical), "2") << added;
     EXPECT_EQ(seriesValue(added, kInfo), "1");
     EXPECT_EQ(logins(), 1u);
 
     // A reload ends the session; the next scrape makes one, and goes on from its place.
-    exporter.signal(SIGHUP);
+    exporter->signal(SIGHUP);
     EXPECT_TRUE(
         bmcsim::waitUntil([&] { return bmc->sessions().empty(); }, std::chrono::seconds(60)));
-    const std::string reloaded = scrape(exporter, "rf");
+    const std::string reloaded = scrape(*exporter, "rf");
     EXPECT_EQ(seriesValue(reloaded, kUp), "1") << reloaded;
     EXPECT_EQ(seriesValue(reloaded, kCritical), "2");
     EXPECT_EQ(logins(), 2u);
     EXPECT_EQ(bmc->sessions().size(), 1u);
 
     // SIGTERM: serve logs out before it exits.
-    EXPECT_EQ(exporter.stop(), 0);
+    EXPECT_EQ(exporter->stop(), 0);
     EXPECT_TRUE(bmc->sessions().empty());
     EXPECT_EQ(logins(), 2u);
 }
 
 TEST_F(ExporterRedfishTest, ASlowServiceAndBadAnswersAreDownWithinTheScrapeAndKeepThePlace) {
-    startBmc(false);
-    configure("    scheme: http\n");
-    const std::string states = scratch.file("states");
-    ASSERT_EQ(mkdir(states.c_str(), 0700), 0);
-    bmcsim::ExporterProcess exporter({"--config", scratch.file("ipmi.yml"), "--state-dir", states},
-                                     scratch);
-    ASSERT_EQ(seriesValue(scrape(exporter, "rf"), kUp), "1");
+    const std::unique_ptr<bmcsim::ExporterProcess> exporter = serveOverHttpWithStates();
+    ASSERT_EQ(seriesValue(scrape(*exporter, "rf"), kUp), "1");
     const std::string stateFile = "states/" + target() + "@rf.redfish.state";
     const std::string place = scratch.read(stateFile);
     addEntry("Critical", "Power supply 2 failed");
@@ -147,7 +147,7 @@ TEST_F(ExporterRedfishTest, ASlowServiceAndBadAnswersAreDownWithinTheScrapeAndKe
         {bmcsim::RedfishFault::Unavailable, "503 after Retry-After"}};
     for (const auto& [fault, what] : faults) {
         bmc->setFault(entries, fault);
-        const std::string metrics = scrape(exporter, "rf");
+        const std::string metrics = scrape(*exporter, "rf");
         EXPECT_EQ(seriesValue(metrics, kUp), "0") << what << "\n" << metrics;
         EXPECT_EQ(seriesValue(metrics, kCritical), "1") << what;
         EXPECT_EQ(scratch.read(stateFile), place) << what;
@@ -157,7 +157,7 @@ TEST_F(ExporterRedfishTest, ASlowServiceAndBadAnswersAreDownWithinTheScrapeAndKe
     // Slower than a 2 s scrape allows: the session's requests time out within it.
     bmc->setDelay(std::chrono::seconds(3));
     const auto began = std::chrono::steady_clock::now();
-    const std::string slow = scrape(exporter, "rf", 2);
+    const std::string slow = scrape(*exporter, "rf", 2);
     EXPECT_EQ(seriesValue(slow, kUp), "0") << slow;
     EXPECT_LT(std::chrono::steady_clock::now() - began, std::chrono::seconds(10));
     EXPECT_EQ(scratch.read(stateFile), place);
@@ -167,14 +167,14 @@ TEST_F(ExporterRedfishTest, ASlowServiceAndBadAnswersAreDownWithinTheScrapeAndKe
     std::string healed;
     EXPECT_TRUE(bmcsim::waitUntil(
         [&] {
-            healed = scrape(exporter, "rf");
+            healed = scrape(*exporter, "rf");
             return seriesValue(healed, kUp) == "1";
         },
         std::chrono::seconds(60)))
         << healed;
     EXPECT_EQ(seriesValue(healed, kCritical), "2");
     EXPECT_NE(scratch.read(stateFile), place);
-    EXPECT_EQ(exporter.stop(), 0);
+    EXPECT_EQ(exporter->stop(), 0);
 }
 
 TEST_F(ExporterRedfishTest, HttpsIsCheckedAgainstTheModulesAuthorities) {

@@ -25,21 +25,22 @@ std::string monthDayYearLocalText(std::time_t moment) {
     return text;
 }
 
-std::string isoUtcText(std::time_t moment) {
-    std::tm utc{};
-    gmtime_r(&moment, &utc);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
-    return text;
-}
+namespace {
 
-std::string utcTimeText(std::time_t moment) {
+// `moment` in UTC as strftime's `format` (of at most 79 characters) writes it.
+std::string utcText(std::time_t moment, const char* format) {
     std::tm utc{};
     gmtime_r(&moment, &utc);
     char text[80];
-    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &utc);
+    std::strftime(text, sizeof text, format, &utc);
     return text;
 }
+
+}  // namespace
+
+std::string isoUtcText(std::time_t moment) { return utcText(moment, "%Y-%m-%dT%H:%M:%SZ"); }
+
+std::string utcTimeText(std::time_t moment) { return utcText(moment, "%Y-%m-%d %H:%M:%S UTC"); }
 
 std::string zonedLocalTimeText(std::time_t moment) {
     std::tm fields{};
